@@ -1,0 +1,5 @@
+add_compile_options(-Wall -Wextra -Wno-unused-parameter)
+if(HANGAR_SANITIZE)
+  add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+endif()

@@ -1,0 +1,9 @@
+#!/usr/bin/env bash
+# Installs what is needed, builds, and runs the whole test suite.
+set -euo pipefail
+here=$(cd "$(dirname "$0")/.." && pwd)
+build=${BUILD_DIR:-$here/build}
+"$here/scripts/install-deps.sh"
+"$here/scripts/build.sh"
+cd "$build"
+ctest --output-on-failure -j "$(nproc)"
