@@ -1,0 +1,75 @@
+#pragma once
+
+#include "base/Option.h"
+#include "base/Processes.h"
+#include "base/Result.h"
+#include "feed/records/RemoteFeedItem.h"
+#include "install/InstallPatchSequence.h"
+#include "install/InstallResult.h"
+#include "local/LocalFeedItem.h"
+
+#include <QJsonObject>
+#include <QList>
+#include <QString>
+#include <QUrl>
+
+class ActionProgress;
+class DownloadSession;
+class PackageDigests;
+
+// Installs one build into its version folder: by a patch chain from an installed build
+// when one is given, falling back to the full package, and writes the build's ".feed"
+// marker last, atomically, so a half-finished folder never looks installed. Blocking:
+// run it on a worker thread. Writes only inside the target folder.
+class ApplicationInstallerAction
+{
+public:
+    enum class PatchInstallOutcome
+    {
+        Applied,
+        FallBackToFullInstall,
+    };
+
+    // Things tests and benchmarks need to control.
+    struct Options
+    {
+        int processTimeoutMs = Processes::DEFAULT_TIMEOUT_MS;
+        // Hash the package while it downloads (true) or read it again afterwards.
+        bool hashWhileDownloading = true;
+    };
+
+    ApplicationInstallerAction(RemoteFeedItem item, Option<InstallPatchSequence> patches,
+                               QString targetDir, QString feedFile, DownloadSession *session,
+                               ActionProgress *progress, QList<LocalFeedItem> installedItems,
+                               Options options = {});
+
+    InstallResult start();
+
+    Result<void> doFetchAndInstall();
+    Result<void> prepareTargetDirectory();
+    Result<PatchInstallOutcome> patchInstall(const InstallPatchSequence &sequence);
+    Result<void> fullInstall();
+
+    QString getProgressTitle(const QString &text) const;
+
+    static constexpr const char *DOWNLOAD_TEMP = "download.temp";
+    static constexpr const char *DOWNLOAD_TEMP_PATCH = "download.temp-patch";
+
+    // Milliseconds spent on verification (checksum finishing or re-reading) by the last
+    // full install; used by the benchmark to count verification separately.
+    qint64 lastVerificationMs() const { return m_verificationMs; }
+
+private:
+    Result<void> downloadVerified(const QUrl &url, const QString &path, const QJsonObject &record);
+    bool isCancelled() const;
+
+    RemoteFeedItem m_item;
+    Option<InstallPatchSequence> m_patches;
+    QString m_targetDir;
+    QString m_feedFile;
+    DownloadSession *m_session;
+    ActionProgress *m_progress;
+    QList<LocalFeedItem> m_installedItems;
+    Options m_options;
+    qint64 m_verificationMs = 0;
+};
