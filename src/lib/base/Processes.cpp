@@ -1,0 +1,188 @@
+#include "base/Processes.h"
+
+#include <QDebug>
+#include <QElapsedTimer>
+#include <QFileInfo>
+#include <QProcess>
+#include <QStandardPaths>
+
+#include <csignal>
+#include <sys/types.h>
+#include <unistd.h>
+
+namespace {
+
+// A QProcess whose child leads its own process group, so that a time-out can kill the
+// archive program together with the helpers it spawned (tar runs gzip, sh runs anything).
+class GroupProcess : public QProcess
+{
+public:
+    using QProcess::QProcess;
+
+protected:
+    void setupChildProcess() override { ::setpgid(0, 0); }
+};
+
+// Splits a stream into lines as bytes arrive; the rest is kept for the next chunk.
+class LineSplitter
+{
+public:
+    explicit LineSplitter(const Processes::LineCallback &callback) : m_callback(callback) {}
+
+    void feed(const QByteArray &bytes)
+    {
+        if (bytes.isEmpty())
+            return;
+        m_pending += bytes;
+        int start = 0;
+        for (;;) {
+            const int end = m_pending.indexOf('\n', start);
+            if (end < 0)
+                break;
+            emitLine(m_pending.mid(start, end - start));
+            start = end + 1;
+        }
+        m_pending.remove(0, start);
+    }
+
+    void finish()
+    {
+        if (!m_pending.isEmpty())
+            emitLine(m_pending);
+        m_pending.clear();
+    }
+
+    // The last lines seen, for the failure reason.
+    QString tail() const { return m_tail.join(QLatin1Char(' ')); }
+
+private:
+    void emitLine(QByteArray line)
+    {
+        if (line.endsWith('\r'))
+            line.chop(1);
+        const QString text = QString::fromUtf8(line);
+        if (!text.trimmed().isEmpty()) {
+            m_tail << text.trimmed();
+            if (m_tail.size() > 3)
+                m_tail.removeFirst();
+        }
+        if (m_callback)
+            m_callback(text);
+    }
+
+    const Processes::LineCallback &m_callback;
+    QByteArray m_pending;
+    QStringList m_tail;
+};
+
+void killGroup(QProcess &process)
+{
+    const qint64 pid = process.processId();
+    if (pid > 0)
+        ::kill(-static_cast<pid_t>(pid), SIGKILL);
+    process.kill();
+}
+
+} // namespace
+
+QString Processes::findProgram(const QString &name)
+{
+    if (name.isEmpty())
+        return {};
+    if (name.contains(QLatin1Char('/'))) {
+        const QFileInfo info(name);
+        return info.isFile() ? info.absoluteFilePath() : QString();
+    }
+    return QStandardPaths::findExecutable(name);
+}
+
+ProcessResult Processes::executeProcessAndWait(const QString &program,
+                                               const QStringList &arguments,
+                                               const QString &workingDir,
+                                               const LineCallback &onStdoutLine,
+                                               const LineCallback &onStderrLine, int timeoutMs,
+                                               const std::function<bool()> &isCancelled)
+{
+    ProcessResult result;
+    const QString name = QFileInfo(program).fileName();
+
+    GroupProcess process;
+    process.setProgram(program);
+    process.setArguments(arguments);
+    if (!workingDir.isEmpty())
+        process.setWorkingDirectory(workingDir);
+    process.setStandardInputFile(QProcess::nullDevice());
+    process.setProcessChannelMode(QProcess::SeparateChannels);
+
+    qDebug().noquote() << "Running" << program << arguments.join(QLatin1Char(' ')) << "in"
+                       << workingDir;
+    process.start(QIODevice::ReadOnly);
+    if (!process.waitForStarted(30000)) {
+        result.outcome = ProcessResult::Outcome::FailedToStart;
+        result.reason = "Failed to start " + program + ": " + process.errorString();
+        qWarning().noquote() << result.reason;
+        return result;
+    }
+
+    LineSplitter out(onStdoutLine);
+    LineSplitter err(onStderrLine);
+    const auto drain = [&] {
+        out.feed(process.readAllStandardOutput());
+        err.feed(process.readAllStandardError());
+    };
+
+    QElapsedTimer clock;
+    clock.start();
+    const qint64 limit = timeoutMs > 0 ? timeoutMs : -1;
+    bool stopped = false;
+    for (;;) {
+        int slice = 100;
+        if (limit > 0)
+            slice = int(qBound<qint64>(1, limit - clock.elapsed(), 100));
+        const bool finished = process.waitForFinished(slice);
+        drain();
+        if (finished || process.state() == QProcess::NotRunning)
+            break;
+        if (limit > 0 && clock.elapsed() >= limit) {
+            result.outcome = ProcessResult::Outcome::TimedOut;
+            result.reason = name + " timed out after " + QString::number(limit) + " ms";
+            stopped = true;
+        } else if (isCancelled && isCancelled()) {
+            result.outcome = ProcessResult::Outcome::Cancelled;
+            result.reason = name + " was cancelled";
+            stopped = true;
+        }
+        if (stopped) {
+            killGroup(process);
+            process.waitForFinished(5000);
+            drain();
+            break;
+        }
+    }
+    // Anything still buffered after the child ended.
+    drain();
+    out.finish();
+    err.finish();
+
+    if (stopped) {
+        qWarning().noquote() << result.reason;
+        return result;
+    }
+    if (process.exitStatus() == QProcess::CrashExit) {
+        result.outcome = ProcessResult::Outcome::Crashed;
+        result.reason = name + " crashed";
+        if (!err.tail().isEmpty())
+            result.reason += ": " + err.tail();
+        qWarning().noquote() << result.reason;
+        return result;
+    }
+    result.outcome = ProcessResult::Outcome::Exited;
+    result.exitCode = process.exitCode();
+    if (result.exitCode != 0) {
+        result.reason = name + " exited with code " + QString::number(result.exitCode);
+        if (!err.tail().isEmpty())
+            result.reason += ": " + err.tail();
+        qWarning().noquote() << result.reason;
+    }
+    return result;
+}
