@@ -5,7 +5,6 @@
 #include <QFileInfo>
 #include <QProcess>
 #include <QStandardPaths>
-
 #include <csignal>
 #include <sys/types.h>
 #include <unistd.h>
@@ -27,7 +26,10 @@ protected:
 class LineSplitter
 {
 public:
-    explicit LineSplitter(const Processes::LineCallback &callback) : m_callback(callback) {}
+    explicit LineSplitter(const Processes::LineCallback &callback)
+        : m_callback(callback)
+    {
+    }
 
     void feed(const QByteArray &bytes)
     {
@@ -96,12 +98,9 @@ QString Processes::findProgram(const QString &name)
     return QStandardPaths::findExecutable(name);
 }
 
-ProcessResult Processes::executeProcessAndWait(const QString &program,
-                                               const QStringList &arguments,
-                                               const QString &workingDir,
-                                               const LineCallback &onStdoutLine,
-                                               const LineCallback &onStderrLine, int timeoutMs,
-                                               const std::function<bool()> &isCancelled)
+ProcessResult Processes::executeProcessAndWait(const QString &program, const QStringList &arguments,
+    const QString &workingDir, const LineCallback &onStdoutLine, const LineCallback &onStderrLine,
+    int timeoutMs, const std::function<bool()> &isCancelled)
 {
     ProcessResult result;
     const QString name = QFileInfo(program).fileName();
@@ -114,8 +113,7 @@ ProcessResult Processes::executeProcessAndWait(const QString &program,
     process.setStandardInputFile(QProcess::nullDevice());
     process.setProcessChannelMode(QProcess::SeparateChannels);
 
-    qDebug().noquote() << "Running" << program << arguments.join(QLatin1Char(' ')) << "in"
-                       << workingDir;
+    qDebug().noquote() << "Running" << program << arguments.join(QLatin1Char(' ')) << "in" << workingDir;
     process.start(QIODevice::ReadOnly);
     if (!process.waitForStarted(30000)) {
         result.outcome = ProcessResult::Outcome::FailedToStart;

@@ -4,7 +4,6 @@
 
 #include <QString>
 #include <QStringList>
-
 #include <functional>
 
 // How one run of a child process ended.
@@ -12,11 +11,11 @@ struct ProcessResult
 {
     enum class Outcome
     {
-        Exited,        // the child exited by itself; see exitCode
+        Exited, // the child exited by itself; see exitCode
         FailedToStart, // the program could not be started at all
-        Crashed,       // the child died by a signal it did not ask for
-        TimedOut,      // the time-out elapsed and the child was killed
-        Cancelled,     // the caller's cancellation check said stop; the child was killed
+        Crashed, // the child died by a signal it did not ask for
+        TimedOut, // the time-out elapsed and the child was killed
+        Cancelled, // the caller's cancellation check said stop; the child was killed
     };
 
     Outcome outcome = Outcome::FailedToStart;
@@ -27,10 +26,7 @@ struct ProcessResult
 
     // Exited with status 0.
     bool isSuccessful() const { return outcome == Outcome::Exited && exitCode == 0; }
-    Result<void> toResult() const
-    {
-        return isSuccessful() ? Result<void>() : Result<void>(Error(reason));
-    }
+    Result<void> toResult() const { return isSuccessful() ? Result<void>() : Result<void>(Error(reason)); }
 };
 
 // Runs external programs to completion without an event loop, so it is usable from
@@ -46,13 +42,10 @@ public:
     // `onStdoutLine` / `onStderrLine` get each complete output line (without its line
     // break) on the calling thread, in order; a last line without a break is delivered
     // when the child ends. `isCancelled` (optional) is polled about every 100 ms.
-    static ProcessResult executeProcessAndWait(const QString &program,
-                                               const QStringList &arguments,
-                                               const QString &workingDir,
-                                               const LineCallback &onStdoutLine = {},
-                                               const LineCallback &onStderrLine = {},
-                                               int timeoutMs = DEFAULT_TIMEOUT_MS,
-                                               const std::function<bool()> &isCancelled = {});
+    static ProcessResult executeProcessAndWait(const QString &program, const QStringList &arguments,
+        const QString &workingDir, const LineCallback &onStdoutLine = {},
+        const LineCallback &onStderrLine = {}, int timeoutMs = DEFAULT_TIMEOUT_MS,
+        const std::function<bool()> &isCancelled = {});
 
     // `name` itself when it names an existing file (absolute or relative to the current
     // folder), else the executable of that name on PATH, else empty.

@@ -17,6 +17,14 @@ class ActionProgress;
 class DownloadSession;
 class PackageDigests;
 
+// Things tests and benchmarks need to control.
+struct InstallerOptions
+{
+    int processTimeoutMs = Processes::DEFAULT_TIMEOUT_MS;
+    // Hash the package while it downloads (true) or read it again afterwards.
+    bool hashWhileDownloading = true;
+};
+
 // Installs one build into its version folder: by a patch chain from an installed build
 // when one is given, falling back to the full package, and writes the build's ".feed"
 // marker last, atomically, so a half-finished folder never looks installed. Blocking:
@@ -30,18 +38,11 @@ public:
         FallBackToFullInstall,
     };
 
-    // Things tests and benchmarks need to control.
-    struct Options
-    {
-        int processTimeoutMs = Processes::DEFAULT_TIMEOUT_MS;
-        // Hash the package while it downloads (true) or read it again afterwards.
-        bool hashWhileDownloading = true;
-    };
+    using Options = InstallerOptions;
 
-    ApplicationInstallerAction(RemoteFeedItem item, Option<InstallPatchSequence> patches,
-                               QString targetDir, QString feedFile, DownloadSession *session,
-                               ActionProgress *progress, QList<LocalFeedItem> installedItems,
-                               Options options = {});
+    ApplicationInstallerAction(RemoteFeedItem item, Option<InstallPatchSequence> patches, QString targetDir,
+        QString feedFile, DownloadSession *session, ActionProgress *progress,
+        QList<LocalFeedItem> installedItems, Options options = InstallerOptions());
 
     InstallResult start();
 
@@ -72,4 +73,5 @@ private:
     QList<LocalFeedItem> m_installedItems;
     Options m_options;
     qint64 m_verificationMs = 0;
+    bool m_markerWasValid = false;
 };

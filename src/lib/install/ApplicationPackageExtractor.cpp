@@ -15,9 +15,8 @@ const char *const STAGING_NAME = ".unzip-staging";
 
 } // namespace
 
-ApplicationPackageExtractor::ApplicationPackageExtractor(const RemoteFeedItem &item,
-                                                         const QString &file,
-                                                         const QString &targetDir, int timeoutMs)
+ApplicationPackageExtractor::ApplicationPackageExtractor(
+    const RemoteFeedItem &item, const QString &file, const QString &targetDir, int timeoutMs)
     : m_item(item)
     , m_file(file)
     , m_targetDir(targetDir)
@@ -28,7 +27,7 @@ ApplicationPackageExtractor::ApplicationPackageExtractor(const RemoteFeedItem &i
 
 QStringList ApplicationPackageExtractor::tarArguments() const
 {
-    QStringList arguments{"-xzf", m_file, "-C", m_targetDir};
+    QStringList arguments { "-xzf", m_file, "-C", m_targetDir };
     const int strip = m_item.getStripDirectories();
     if (strip > 0)
         arguments << QStringLiteral("--strip-components=%1").arg(strip);
@@ -42,8 +41,7 @@ QStringList ApplicationPackageExtractor::tarArguments() const
 QString ApplicationPackageExtractor::unzipProgram()
 {
     const QString beside = QCoreApplication::applicationDirPath() + "/unzip";
-    if (QCoreApplication::instance() && QFileInfo(beside).isFile()
-        && QFileInfo(beside).isExecutable())
+    if (QCoreApplication::instance() && QFileInfo(beside).isFile() && QFileInfo(beside).isExecutable())
         return beside;
     return Processes::findProgram("unzip");
 }
@@ -55,8 +53,8 @@ Result<void> ApplicationPackageExtractor::extract()
     if (!QFileInfo(m_file).isFile())
         return Error("Failed to find file " + m_file);
     const QString type = m_item.getPackageType().getPackageType();
-    qInfo().noquote() << "Extracting" << m_item.getPresentableFullNameAndVersionAndBuild() << type
-                      << m_file << "to" << m_targetDir;
+    qInfo().noquote() << "Extracting" << m_item.getPresentableFullNameAndVersionAndBuild() << type << m_file
+                      << "to" << m_targetDir;
 
     Result<void> result;
     if (type == QLatin1String("tar.gz"))
@@ -74,8 +72,7 @@ Result<void> ApplicationPackageExtractor::extract()
     return PackageTreeGuard(m_targetDir).check();
 }
 
-Result<void> ApplicationPackageExtractor::runArchiver(const QString &program,
-                                                      const QStringList &arguments)
+Result<void> ApplicationPackageExtractor::runArchiver(const QString &program, const QStringList &arguments)
 {
     if (program.isEmpty())
         return Error("Failed to find the archive program for " + m_file);
@@ -98,7 +95,7 @@ Result<void> ApplicationPackageExtractor::extractZip()
         return Error("Unable to create folder " + m_stagingDir);
     // unzip's "replace?" prompt reads standard input, which the runner ties to the null
     // device, so a duplicate member answers "none" instead of hanging the install.
-    if (auto r = runArchiver(unzipProgram(), {m_file, "-d", m_stagingDir}); !r) {
+    if (auto r = runArchiver(unzipProgram(), { m_file, "-d", m_stagingDir }); !r) {
         QDir(m_stagingDir).removeRecursively();
         return r;
     }
@@ -111,7 +108,7 @@ Result<void> ApplicationPackageExtractor::stripDirectories()
     // moves into the target. Like tar's --strip-components, files that sit above that
     // depth are dropped.
     const int strip = qMax(0, m_item.getStripDirectories());
-    QStringList level{m_stagingDir};
+    QStringList level { m_stagingDir };
     for (int depth = 0; depth < strip; ++depth) {
         QStringList next;
         for (const QString &dir : qAsConst(level)) {
@@ -124,16 +121,17 @@ Result<void> ApplicationPackageExtractor::stripDirectories()
     }
     Result<void> result;
     for (const QString &dir : qAsConst(level)) {
-        const QFileInfoList entries = QDir(dir).entryInfoList(
-            QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System);
+        const QFileInfoList entries
+            = QDir(dir).entryInfoList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System);
         for (const QFileInfo &entry : entries) {
             const QString destination = m_targetDir + '/' + entry.fileName();
             if (QFileInfo::exists(destination) || QFileInfo(destination).isSymLink()) {
-                result = Error("Failed to move " + entry.fileName() + " into " + m_targetDir
-                               + ": it already exists");
+                result = Error(
+                    "Failed to move " + entry.fileName() + " into " + m_targetDir + ": it already exists");
                 break;
             }
-            if (!QFile::rename(entry.absoluteFilePath(), destination) && !QDir().rename(entry.absoluteFilePath(), destination)) {
+            if (!QFile::rename(entry.absoluteFilePath(), destination)
+                && !QDir().rename(entry.absoluteFilePath(), destination)) {
                 result = Error("Failed to move " + entry.fileName() + " into " + m_targetDir);
                 break;
             }
@@ -162,8 +160,8 @@ Result<void> ApplicationPackageExtractor::extractAppImage()
 Result<void> ApplicationPackageExtractor::copyExecutable_execute()
 {
     const QString command = m_item.getPackageType().getCommand();
-    const QString name = command.isEmpty() ? QFileInfo(m_item.getDownloadUrl()).fileName()
-                                           : QFileInfo(command).fileName();
+    const QString name
+        = command.isEmpty() ? QFileInfo(m_item.getDownloadUrl()).fileName() : QFileInfo(command).fileName();
     if (name.isEmpty())
         return Error("Failed to copy downloaded file to " + m_targetDir + ": no file name");
     const QString destination = m_targetDir + '/' + name;

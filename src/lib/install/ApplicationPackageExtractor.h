@@ -13,9 +13,8 @@
 class ApplicationPackageExtractor
 {
 public:
-    ApplicationPackageExtractor(const RemoteFeedItem &item, const QString &file,
-                                const QString &targetDir,
-                                int timeoutMs = Processes::DEFAULT_TIMEOUT_MS);
+    ApplicationPackageExtractor(const RemoteFeedItem &item, const QString &file, const QString &targetDir,
+        int timeoutMs = Processes::DEFAULT_TIMEOUT_MS);
 
     Result<void> extract();
 

@@ -10,7 +10,6 @@
 #include <QList>
 #include <QPair>
 #include <QString>
-
 #include <functional>
 
 enum class StopWordsStream
@@ -23,8 +22,8 @@ enum class StopWordsStream
 Result<void> resolvePatch(const RemotePatchItem &patch);
 // A per-line callback that logs and flags lines matching the patch's
 // "asserts"."stop_words"."stdout"/"stderr" regular expressions.
-Processes::LineCallback stopWordsFilter(const RemotePatchItem &patch, StopWordsStream stream,
-                                        bool &stopWordSeen);
+Processes::LineCallback stopWordsFilter(
+    const RemotePatchItem &patch, StopWordsStream stream, bool &stopWordSeen);
 // Every "asserts"."checksums" entry ({"file", "alg", "value"}) checked under targetFolder.
 Result<void> verifyPatchedFiles(const RemotePatchItem &patch, const QString &targetFolder);
 
@@ -35,10 +34,8 @@ class ApplicationPackagePatcher
 public:
     // `targetItem` is the build the chain ends at (its "package" checksums are the final
     // check); `applicationHandlers` is kept for the callers that pass them and unused here.
-    ApplicationPackagePatcher(LocalFeedItem baseItem,
-                              QList<QPair<RemotePatchItem, QString>> patchFiles,
-                              QString targetDir, RemoteFeedItem targetItem = {},
-                              int timeoutMs = Processes::DEFAULT_TIMEOUT_MS);
+    ApplicationPackagePatcher(LocalFeedItem baseItem, QList<QPair<RemotePatchItem, QString>> patchFiles,
+        QString targetDir, RemoteFeedItem targetItem = {}, int timeoutMs = Processes::DEFAULT_TIMEOUT_MS);
 
     // A base build is usable when it was installed by us (not detected elsewhere), its
     // record is valid and its install folder exists with its marker file in it.

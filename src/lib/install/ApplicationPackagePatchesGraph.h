@@ -28,7 +28,7 @@ public:
     public:
         OptimalPatches() = default;
         OptimalPatches(QString applicationType, const QList<LocalFeedItem> &localItems,
-                       const QList<RemotePatchItem> &patches);
+            const QList<RemotePatchItem> &patches);
 
         Option<InstallPatchSequence> findPatches(const RemoteFeedItem &target) const;
         InstallItem selectBestUpdate(const RemoteFeedItem &target) const;
@@ -46,8 +46,8 @@ public:
     };
 
     ApplicationPackagePatchesGraph() = default;
-    ApplicationPackagePatchesGraph(const QList<LocalFeedItem> &localItems,
-                                   const QList<RemotePatchItem> &patches);
+    ApplicationPackagePatchesGraph(
+        const QList<LocalFeedItem> &localItems, const QList<RemotePatchItem> &patches);
 
     InstallItem select(const RemoteFeedItem &target) const;
     Option<InstallPatchSequence> findPatches(const RemoteFeedItem &target) const;

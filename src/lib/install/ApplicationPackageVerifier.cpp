@@ -7,7 +7,6 @@
 #include <QDebug>
 #include <QFileInfo>
 #include <QJsonArray>
-
 #include <limits>
 
 QJsonObject ApplicationPackageVerifier::packageObject(const QJsonObject &item)
@@ -22,8 +21,8 @@ QList<QPair<QString, QString>> ApplicationPackageVerifier::checksums(const QJson
     const QJsonArray array = packageObject(item).value(QLatin1String("checksums")).toArray();
     for (const QJsonValue &value : array) {
         const QJsonObject checksum = value.toObject();
-        result.append({checksum.value(QLatin1String("alg")).toString(),
-                       checksum.value(QLatin1String("value")).toString()});
+        result.append({ checksum.value(QLatin1String("alg")).toString(),
+            checksum.value(QLatin1String("value")).toString() });
     }
     return result;
 }
@@ -55,8 +54,8 @@ Result<void> ApplicationPackageVerifier::verify(const QJsonObject &item, const Q
     return verify(item, file, nullptr);
 }
 
-Result<void> ApplicationPackageVerifier::verify(const QJsonObject &item, const QString &file,
-                                                const PackageDigests *computed)
+Result<void> ApplicationPackageVerifier::verify(
+    const QJsonObject &item, const QString &file, const PackageDigests *computed)
 {
     const qint64 expected = downloadSize(item);
     const QFileInfo info(file);
@@ -65,7 +64,7 @@ Result<void> ApplicationPackageVerifier::verify(const QJsonObject &item, const Q
         return Error("Failed to find file " + file);
     if (expected != actual)
         return Error("Downloaded file size mismatch. Expected: " + QString::number(expected)
-                     + " actual: " + QString::number(actual));
+            + " actual: " + QString::number(actual));
 
     QList<QPair<QString, QString>> supported;
     QStringList names;
@@ -75,7 +74,7 @@ Result<void> ApplicationPackageVerifier::verify(const QJsonObject &item, const Q
             qWarning().noquote() << "Unsupported checksum algorithm" << checksum.first;
             continue;
         }
-        supported.append({name, checksum.second});
+        supported.append({ name, checksum.second });
         names << name;
     }
     if (supported.isEmpty())
@@ -104,15 +103,13 @@ Result<void> ApplicationPackageVerifier::verify(const QJsonObject &item, const Q
     for (const auto &checksum : supported) {
         const QString got = values.value(checksum.first);
         if (got.compare(checksum.second.trimmed(), Qt::CaseInsensitive) != 0)
-            return Error("Checksum mismatch for " + QFileInfo(file).fileName() + " ("
-                         + checksum.first + "). Expected: " + checksum.second
-                         + " actual: " + got);
+            return Error("Checksum mismatch for " + QFileInfo(file).fileName() + " (" + checksum.first
+                + "). Expected: " + checksum.second + " actual: " + got);
     }
     return {};
 }
 
 bool ApplicationPackageVerifier::isSameBySignature(const RemoteFeedItem &a, const RemoteFeedItem &b)
 {
-    return a.toJson(false).value(QLatin1String("package"))
-           == b.toJson(false).value(QLatin1String("package"));
+    return a.toJson(false).value(QLatin1String("package")) == b.toJson(false).value(QLatin1String("package"));
 }

@@ -24,8 +24,7 @@ public:
 
     // Same checks, taking the digests from `computed` (fed while the file was being
     // written) when it saw exactly the file's bytes; otherwise the file is read.
-    static Result<void> verify(const QJsonObject &item, const QString &file,
-                               const PackageDigests *computed);
+    static Result<void> verify(const QJsonObject &item, const QString &file, const PackageDigests *computed);
 
     // True when both records describe the same package (equal "package" objects).
     static bool isSameBySignature(const RemoteFeedItem &a, const RemoteFeedItem &b);

@@ -15,7 +15,11 @@ public:
     const QString &error() const { return m_message; }
 
 private:
-    InstallResult(bool success, QString message) : m_success(success), m_message(std::move(message)) {}
+    InstallResult(bool success, QString message)
+        : m_success(success)
+        , m_message(std::move(message))
+    {
+    }
     bool m_success;
     QString m_message;
 };

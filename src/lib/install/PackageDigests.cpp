@@ -1,7 +1,6 @@
 #include "install/PackageDigests.h"
 
 #include <QFile>
-
 #include <openssl/evp.h>
 
 namespace {
@@ -30,7 +29,9 @@ struct PackageDigests::Context
     const EVP_MD *md = nullptr;
     EVP_MD_CTX *ctx = nullptr;
 
-    Context(QString alg, const EVP_MD *digest) : algorithm(std::move(alg)), md(digest)
+    Context(QString alg, const EVP_MD *digest)
+        : algorithm(std::move(alg))
+        , md(digest)
     {
         ctx = EVP_MD_CTX_new();
         EVP_DigestInit_ex(ctx, md, nullptr);
@@ -53,7 +54,7 @@ PackageDigests::~PackageDigests() = default;
 
 QStringList PackageDigests::supportedAlgorithms()
 {
-    return {"sha-256", "sha-512", "sha3-256", "sha3-512"};
+    return { "sha-256", "sha-512", "sha3-256", "sha3-512" };
 }
 
 bool PackageDigests::isSupported(const QString &algorithm)
@@ -90,8 +91,7 @@ Option<QString> PackageDigests::hexDigest(const QString &algorithm) const
         unsigned int length = 0;
         EVP_DigestFinal_ex(copy, digest, &length);
         EVP_MD_CTX_free(copy);
-        return QString::fromLatin1(
-            QByteArray(reinterpret_cast<const char *>(digest), int(length)).toHex());
+        return QString::fromLatin1(QByteArray(reinterpret_cast<const char *>(digest), int(length)).toHex());
     }
     return None;
 }
@@ -104,8 +104,7 @@ QStringList PackageDigests::algorithms() const
     return names;
 }
 
-Result<QMap<QString, QString>> PackageDigests::fileDigests(const QStringList &algorithms,
-                                                           const QString &path)
+Result<QMap<QString, QString>> PackageDigests::fileDigests(const QStringList &algorithms, const QString &path)
 {
     PackageDigests digests(algorithms);
     QFile file(path);
@@ -130,7 +129,7 @@ Result<QString> PackageDigests::fileDigest(const QString &algorithm, const QStri
 {
     if (!isSupported(algorithm))
         return Error("Unsupported checksum algorithm " + algorithm);
-    auto values = fileDigests({algorithm}, path);
+    auto values = fileDigests({ algorithm }, path);
     if (!values)
         return values.toError();
     return values->value(algorithm.toLower());

@@ -9,7 +9,6 @@
 #include <QPair>
 #include <QString>
 #include <QStringList>
-
 #include <memory>
 #include <vector>
 
@@ -47,8 +46,7 @@ public:
     // Lower-case hex digest of a whole file.
     static Result<QString> fileDigest(const QString &algorithm, const QString &path);
     // Several digests of one file in one read.
-    static Result<QMap<QString, QString>> fileDigests(const QStringList &algorithms,
-                                                      const QString &path);
+    static Result<QMap<QString, QString>> fileDigests(const QStringList &algorithms, const QString &path);
 
 private:
     struct Context;

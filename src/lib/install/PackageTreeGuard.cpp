@@ -6,13 +6,11 @@
 #include <QFileInfo>
 #include <QHash>
 #include <QStringList>
-
+#include <cerrno>
+#include <cstring>
 #include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <cerrno>
-#include <cstring>
 
 namespace {
 
@@ -43,10 +41,7 @@ struct Walker
     };
     QHash<QPair<quint64, quint64>, Links> hardLinks;
 
-    QString relative(const QString &path) const
-    {
-        return path.mid(root.size() + 1);
-    }
+    QString relative(const QString &path) const { return path.mid(root.size() + 1); }
 
     Result<void> violation(const QString &path, const QString &what) const
     {
@@ -63,7 +58,7 @@ struct Walker
         const mode_t mode = st.st_mode & 07777 & ~unsafe;
         if (::chmod(QFile::encodeName(path).constData(), mode) != 0)
             return Error("Failed to clear unsafe permissions of " + relative(path) + ": "
-                         + QString::fromLocal8Bit(std::strerror(errno)));
+                + QString::fromLocal8Bit(std::strerror(errno)));
         return {};
     }
 
@@ -71,8 +66,8 @@ struct Walker
     {
         DIR *handle = ::opendir(QFile::encodeName(dir).constData());
         if (!handle)
-            return Error("Failed to read folder " + dir + ": "
-                         + QString::fromLocal8Bit(std::strerror(errno)));
+            return Error(
+                "Failed to read folder " + dir + ": " + QString::fromLocal8Bit(std::strerror(errno)));
         QStringList names;
         while (dirent *entry = ::readdir(handle)) {
             const char *name = entry->d_name;
@@ -87,12 +82,12 @@ struct Walker
             struct stat st;
             if (::lstat(QFile::encodeName(path).constData(), &st) != 0)
                 return Error("Failed to inspect " + relative(path) + ": "
-                             + QString::fromLocal8Bit(std::strerror(errno)));
+                    + QString::fromLocal8Bit(std::strerror(errno)));
             if (S_ISLNK(st.st_mode)) {
                 const QString target = PackageTreeGuard::resolveLinkTarget(path);
                 if (!isInside(target, root))
-                    return violation(path, "a symbolic link to " + readLink(path)
-                                               + " points outside the installation folder");
+                    return violation(path,
+                        "a symbolic link to " + readLink(path) + " points outside the installation folder");
             } else if (S_ISDIR(st.st_mode)) {
                 if (auto r = sanitiseMode(path, st); !r)
                     return r;
@@ -102,7 +97,7 @@ struct Walker
                 if (auto r = sanitiseMode(path, st); !r)
                     return r;
                 if (st.st_nlink > 1) {
-                    Links &links = hardLinks[{quint64(st.st_dev), quint64(st.st_ino)}];
+                    Links &links = hardLinks[{ quint64(st.st_dev), quint64(st.st_ino) }];
                     links.seen += 1;
                     links.total = st.st_nlink;
                     if (links.path.isEmpty())
@@ -124,7 +119,10 @@ struct Walker
 
 } // namespace
 
-PackageTreeGuard::PackageTreeGuard(QString root) : m_root(std::move(root)) {}
+PackageTreeGuard::PackageTreeGuard(QString root)
+    : m_root(std::move(root))
+{
+}
 
 QString PackageTreeGuard::resolveLinkTarget(const QString &linkPath)
 {
@@ -147,7 +145,7 @@ QString PackageTreeGuard::resolveLinkTarget(const QString &linkPath)
                 resolved.removeLast();
             continue;
         }
-        const QString candidate = '/' + (resolved + QStringList{part}).join('/');
+        const QString candidate = '/' + (resolved + QStringList { part }).join('/');
         struct stat st;
         if (::lstat(QFile::encodeName(candidate).constData(), &st) == 0 && S_ISLNK(st.st_mode)) {
             if (++hops > 40)
@@ -174,7 +172,8 @@ Result<void> PackageTreeGuard::check()
         return r;
     for (auto it = walker.hardLinks.cbegin(); it != walker.hardLinks.cend(); ++it) {
         if (it->seen < it->total)
-            return walker.violation(it->path, "a hard link shared with a file outside the installation folder");
+            return walker.violation(
+                it->path, "a hard link shared with a file outside the installation folder");
     }
     return {};
 }

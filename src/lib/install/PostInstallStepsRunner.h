@@ -5,7 +5,6 @@
 #include "feed/records/RemoteFeedItem.h"
 
 #include <QString>
-
 #include <functional>
 
 // Runs the enabled "post_install" steps of a build after it has been unpacked, in feed
@@ -15,8 +14,8 @@
 class PostInstallStepsRunner
 {
 public:
-    PostInstallStepsRunner(RemoteFeedItem item, QString installDir,
-                           int timeoutMs = Processes::DEFAULT_TIMEOUT_MS);
+    PostInstallStepsRunner(
+        RemoteFeedItem item, QString installDir, int timeoutMs = Processes::DEFAULT_TIMEOUT_MS);
 
     Result<void> run(const std::function<bool()> &isCancelled = {});
 
