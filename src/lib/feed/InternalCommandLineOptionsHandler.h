@@ -4,6 +4,7 @@
 
 #include <QList>
 #include <QTextStream>
+#include <memory>
 
 class QCoreApplication;
 class RemoteApplications;

@@ -75,6 +75,7 @@ signals:
 private:
     bool publish(const QList<RemoteFeedItem> &items, const QList<RemotePatchItem> &patches);
 
+    const SignatureManager *m_signatureManager;
     QStringList m_rootUrls;
     QString m_internalUrl;
     std::unique_ptr<ApplicationFeedDownloader> m_downloader;

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "base/Option.h"
+
+#include <QByteArray>
+#include <QString>
+
+class ActionProgress;
+class DownloadSession;
+
+// One conditional fetch of a feed document, over http(s) through the download
+// session or straight from disk for file URLs (an offline mirror), where the
+// file's modification time stands in for "Last-Modified".
+struct FeedFetchOutcome
+{
+    QString error; // non-empty: the fetch failed
+    bool notModified = false;
+    QByteArray data;
+    QString lastModified; // empty when the response had none
+};
+
+namespace FeedFetcher {
+
+// Compressed feeds are a few hundred kilobytes; this only stops a runaway response.
+constexpr qint64 MaxFeedDownloadSize = 32ll * 1024 * 1024;
+
+FeedFetchOutcome fetch(DownloadSession *session, const QString &url, const Option<QString> &ifModifiedSince,
+    ActionProgress *progress);
+
+// Feeds fetched over http(s) must carry "Last-Modified": it is what makes the
+// next request conditional.
+bool requiresLastModified(const QString &url);
+
+} // namespace FeedFetcher
