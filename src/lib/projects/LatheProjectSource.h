@@ -15,6 +15,8 @@ class LatheConfiguration;
 class LocalFeedItem;
 class ProjectCache;
 class QFileSystemWatcher;
+class QTimer;
+class WorkerThread;
 
 // Finds the recent projects of the installed tools built on the shared IDE platform
 // ("lathe_platform" in their feed records) by reading each tool's recent-projects XML file.
@@ -69,9 +71,12 @@ public:
     static QList<Project> detectProjectsFrom(const LatheConfiguration &configuration, const QString &path);
     static QList<Project> detectProjectsFrom(const QString &path);
 
-    // Every project of one tool: all its configurations' files, each project with the tool's open item.
-    // `readFiles` receives the stamps of the files that exist (read or not).
-    static QList<Project> findToolProjects(const Tool &tool, QStringList *readFiles = nullptr);
+    // The recent-projects files of one tool that exist on disk, in search order, without duplicates.
+    static QStringList recentProjectsFiles(const Tool &tool);
+    // Every project of one tool from the given files (or from all its files), each project once, with the
+    // tool's open item.
+    static QList<Project> findToolProjects(const Tool &tool, const QStringList &files);
+    static QList<Project> findToolProjects(const Tool &tool);
 
 private:
     QList<Project> search(ProjectsUpdateReason reason, const QString &details, bool *changed);
@@ -80,11 +85,14 @@ private:
     void watchFiles(const QStringList &files);
 
     ProjectCache *m_cache;
+    WorkerThread *m_worker;
+    QTimer *m_changeTimer;
+    QStringList m_changedFiles;
     QFileSystemWatcher *m_watcher = nullptr;
-    bool m_watching = false;
 
     mutable QMutex m_mutex; // guards the fields below
     QList<Tool> m_tools;
     QList<Project> m_lastResult;
     bool m_hasSearched = false;
+    QStringList m_filesRead; // by the last search
 };

@@ -3,6 +3,7 @@
 #include "projects/Project.h"
 
 #include <QList>
+#include <QMetaType>
 #include <QObject>
 #include <QString>
 

@@ -17,6 +17,7 @@ class LocalApplications;
 class LocalFeedItem;
 class SelfSettings;
 class SettingsManager;
+class WorkerThread;
 
 // Merges the projects of all sources into one list keyed by path, applies the user's hidden and
 // favourite marks and default tools, adds the tools that take over from the ones that opened a
@@ -88,14 +89,16 @@ signals:
 private:
     void updateHidden(const QStringList &reopenedPaths);
     ProjectMarks currentMarks() const;
-    void onLocalApplicationsChanged();
 
     QList<ProjectSource *> m_sources;
     LocalApplications *m_localApplications;
     SettingsManager *m_settingsManager;
 
+    WorkerThread *m_worker;
     QMutex m_updateMutex; // one update at a time
     mutable QReadWriteLock m_lock; // guards the fields below
     QList<Project> m_projects;
     QList<DominatingItem> m_dominating;
+    // Installed builds were handed in (by the model): stop feeding the sources from the registry.
+    bool m_itemsHandedIn = false;
 };
