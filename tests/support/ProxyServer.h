@@ -1,0 +1,36 @@
+#pragma once
+
+#include <QProcess>
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+
+// A real HTTP proxy (tinyproxy) on a free 127.0.0.1 port demanding basic authentication with the
+// given user name and password, run in the foreground with its configuration and log in a
+// temporary folder. Stopped in the destructor.
+class ProxyServer
+{
+public:
+    ProxyServer(QString user, QString password);
+    ~ProxyServer();
+
+    bool start();
+    void stop();
+    quint16 port() const { return m_port; }
+    QString host() const { return QStringLiteral("127.0.0.1"); }
+    QString log() const;
+    QString errorString() const { return m_error; }
+    // Requests that the proxy refused for missing or wrong credentials (407 answers): those it
+    // logged but did not forward.
+    int authenticationFailures() const;
+    // Requests the proxy forwarded (connections it opened to a server).
+    int forwardedRequests() const;
+
+private:
+    QString m_user;
+    QString m_password;
+    QTemporaryDir m_dir;
+    QProcess m_process;
+    quint16 m_port = 0;
+    QString m_error;
+};
