@@ -66,6 +66,10 @@ public:
     // "<XDG_DATA_HOME>/Vantrel" (the manager's own data folder lives beside the tools' "apps").
     static QString defaultApplicationInstallDirectory();
 
+    // Keys present with a value of the wrong type (their getters return defaults),
+    // as readable texts: "\"autostart\" is not a boolean".
+    QStringList findWrongTypedKeys() const;
+
     // Writes the defaults back; project records, the account, the privacy-policy
     // acceptance and the detected proxy (without its credentials) are carried over.
     void resetToDefaults();
@@ -171,6 +175,7 @@ public:
     void removeActiveOrvacc();
 
 private:
+    void edit(const std::function<Result<void>(JsonEditor &)> &change);
     QJsonValue valueAt(const QStringList &path) const;
     bool boolAt(const QStringList &path, bool fallback) const;
     int intAt(const QStringList &path, int fallback) const;

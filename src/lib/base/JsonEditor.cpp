@@ -1,0 +1,138 @@
+#include "base/JsonEditor.h"
+
+#include <QDebug>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonParseError>
+#include <QSaveFile>
+
+namespace {
+
+// QJsonObject has no references into nested values, so a path edit rebuilds the
+// objects along the path on the way back up.
+QJsonObject insertAt(QJsonObject object, const QStringList &path, int depth, const QJsonValue &value)
+{
+    const QString &key = path.at(depth);
+    if (depth == path.size() - 1) {
+        object.insert(key, value);
+        return object;
+    }
+    const QJsonValue child = object.value(key);
+    object.insert(key, insertAt(child.isObject() ? child.toObject() : QJsonObject(), path, depth + 1, value));
+    return object;
+}
+
+Result<QJsonObject> removeAt(QJsonObject object, const QStringList &path, int depth)
+{
+    const QString &key = path.at(depth);
+    if (depth == path.size() - 1) {
+        object.remove(key);
+        return object;
+    }
+    if (!object.contains(key))
+        return Error("Cannot find node " + key);
+    const QJsonValue child = object.value(key);
+    if (!child.isObject())
+        return Error("Node " + key + " is not an object");
+    Result<QJsonObject> edited = removeAt(child.toObject(), path, depth + 1);
+    if (edited.isError())
+        return edited;
+    object.insert(key, edited.value());
+    return object;
+}
+
+} // namespace
+
+Result<void> JsonEditor::insert(const QStringList &path, const QJsonValue &value)
+{
+    if (path.isEmpty())
+        return Error("path must not be empty");
+    m_object = insertAt(m_object, path, 0, value);
+    return {};
+}
+
+Result<void> JsonEditor::insert(const QString &key, const QJsonValue &value)
+{
+    return insert(QStringList { key }, value);
+}
+
+Result<void> JsonEditor::remove(const QStringList &path)
+{
+    if (path.isEmpty())
+        return Error("path must not be empty");
+    Result<QJsonObject> edited = removeAt(m_object, path, 0);
+    if (edited.isError())
+        return edited.toError();
+    m_object = edited.value();
+    return {};
+}
+
+Result<void> JsonEditor::remove(const QString &key)
+{
+    return remove(QStringList { key });
+}
+
+Result<void> JsonEditor::updateArray(const QStringList &path, const std::function<void(QJsonArray &)> &edit)
+{
+    if (path.isEmpty())
+        return Error("path must not be empty");
+    const QJsonValue current = value(path);
+    QJsonArray array = current.isArray() ? current.toArray() : QJsonArray();
+    edit(array);
+    return insert(path, array);
+}
+
+QJsonValue JsonEditor::value(const QStringList &path) const
+{
+    if (path.isEmpty())
+        return QJsonValue(QJsonValue::Undefined);
+    QJsonObject node = m_object;
+    for (int i = 0; i < path.size() - 1; ++i) {
+        const QJsonValue child = node.value(path.at(i));
+        if (!child.isObject())
+            return QJsonValue(QJsonValue::Undefined);
+        node = child.toObject();
+    }
+    return node.value(path.last());
+}
+
+Result<QJsonObject> JsonEditor::loadJsonFile(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return Error("Unable to open file: " + path);
+    const QByteArray content = file.readAll();
+    QJsonParseError parseError;
+    const QJsonDocument document = QJsonDocument::fromJson(content, &parseError);
+    if (parseError.error != QJsonParseError::NoError)
+        return Error("Unable to parse json in '" + path + "': " + parseError.errorString());
+    if (!document.isObject())
+        return Error("Unable to parse json in '" + path + "': root element must be an object");
+    return document.object();
+}
+
+Result<void> JsonEditor::saveJsonFile(const QString &path, const QJsonObject &object)
+{
+    const QString directory = QFileInfo(path).absolutePath();
+    if (!QFileInfo(directory).isDir()) {
+        qInfo().noquote() << "Creating directory" << directory;
+        if (!QDir().mkpath(directory))
+            return Error("Unable to create directory: " + directory);
+    }
+
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly))
+        return Error("Unable to open file for writing: " + path);
+    const QByteArray content = QJsonDocument(object).toJson(QJsonDocument::Indented);
+    if (file.write(content) != content.size()) {
+        file.cancelWriting();
+        return Error("Unable to write file: " + path);
+    }
+    // commit() flushes, syncs and renames the temporary file over the old one; on
+    // failure the temporary file is removed and the old file is left as it was.
+    if (!file.commit())
+        return Error("Unable to write file: " + path);
+    return {};
+}

@@ -1,0 +1,232 @@
+#include "base/Logging.h"
+
+#include "base/AppDataDirectory.h"
+
+#include <QByteArray>
+#include <QDateTime>
+#include <QDebug>
+#include <QTextStream>
+#include <QtGlobal>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+std::atomic<int> massage_handler_logging { 0 };
+
+namespace {
+
+// Written once by initialize_logging() before any other thread exists, then only read.
+constexpr size_t kLogHomeSize = 2048;
+constexpr size_t kLogPrefixSize = 256;
+char logHome[kLogHomeSize] = { 0 };
+char logPrefix[kLogPrefixSize] = { 0 };
+bool isPerFileLogEnabled = false;
+
+void copyToBuffer(char *buffer, size_t size, const QByteArray &text)
+{
+    const size_t length = qMin(size - 1, size_t(text.size()));
+    memcpy(buffer, text.constData(), length);
+    buffer[length] = '\0';
+}
+
+const char *levelWord(QtMsgType type)
+{
+    switch (type) {
+    case QtDebugMsg:
+        return "DEBUG ";
+    case QtWarningMsg:
+        return "WARN  ";
+    case QtCriticalMsg:
+        return "ERROR ";
+    case QtFatalMsg:
+        return "FATAL ";
+    case QtInfoMsg:
+    default:
+        return "INFO  ";
+    }
+}
+
+const char *levelColour(QtMsgType type)
+{
+    switch (type) {
+    case QtDebugMsg:
+        return "\033[32m";
+    case QtWarningMsg:
+        return "\033[35m";
+    case QtCriticalMsg:
+    case QtFatalMsg:
+        return "\033[31m";
+    case QtInfoMsg:
+    default:
+        return "\033[36m";
+    }
+}
+
+bool writeAll(int fd, const char *data, size_t length)
+{
+    while (length > 0) {
+        const ssize_t written = ::write(fd, data, length);
+        if (written < 0) {
+            if (errno == EINTR)
+                continue;
+            return false;
+        }
+        data += written;
+        length -= size_t(written);
+    }
+    return true;
+}
+
+// Copies `from` over `to` byte for byte; plain POSIX calls so that nothing here logs.
+void copyFile(const char *from, const char *to)
+{
+    const int in = ::open(from, O_RDONLY | O_CLOEXEC);
+    if (in < 0)
+        return;
+    const int out = ::open(to, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (out >= 0) {
+        char buffer[64 * 1024];
+        for (;;) {
+            const ssize_t got = ::read(in, buffer, sizeof buffer);
+            if (got < 0 && errno == EINTR)
+                continue;
+            if (got <= 0 || !writeAll(out, buffer, size_t(got)))
+                break;
+        }
+        ::close(out);
+    }
+    ::close(in);
+}
+
+// Appends one line to `path`, first moving the file's content to "<path>.1" when the
+// file has grown past `limit`.
+void appendLine(const QByteArray &path, qint64 limit, const QByteArray &line)
+{
+    int flags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC;
+    struct stat info;
+    if (::stat(path.constData(), &info) == 0 && qint64(info.st_size) > limit) {
+        const QByteArray backup = path + ".1";
+        ::unlink(backup.constData());
+        copyFile(path.constData(), backup.constData());
+        flags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC;
+    }
+    const int fd = ::open(path.constData(), flags, 0644);
+    if (fd < 0)
+        return;
+    writeAll(fd, line.constData(), size_t(line.size()));
+    ::close(fd);
+}
+
+// The handler body behind the depth counter; returns whether it ran.
+bool guardedFileWrite(QtMsgType type, const QMessageLogContext &context, const QString &message)
+{
+    const int previous = massage_handler_logging.fetch_add(1);
+    if (previous < 2)
+        message_handler_impl(type, context, message);
+    massage_handler_logging.fetch_sub(1);
+    return previous < 2;
+}
+
+} // namespace
+
+QString initialize_logging(bool debug, QString logPath)
+{
+    QString directory = logPath.isEmpty() ? QDir(appDataDirectory()).absoluteFilePath("logs")
+                                          : QDir(logPath).absolutePath();
+    directory = QDir::cleanPath(directory);
+    QDir().mkpath(directory);
+    copyToBuffer(logHome, kLogHomeSize, directory.toUtf8());
+
+    const QByteArray prefix = QByteArray(HANGAR_BUILD_VERSION) + " " + QByteArray::number(qint64(::getpid()));
+    copyToBuffer(logPrefix, kLogPrefixSize, prefix);
+
+    isPerFileLogEnabled = debug;
+    if (debug) {
+        qInstallMessageHandler(message_handler_stdout);
+        qWarning().noquote() << "*** Logging to " + directory;
+    } else {
+        qInstallMessageHandler(message_handler);
+    }
+    return QDir(directory).absoluteFilePath("log.txt");
+}
+
+QDir getLogsHome()
+{
+    return QDir(QString::fromUtf8(logHome));
+}
+
+QString get_context_filename(const QMessageLogContext &context)
+{
+    QString file = context.file ? QString::fromUtf8(context.file) : QString();
+    file = file.split(QLatin1Char('\\')).last();
+    file = file.split(QLatin1Char('/')).last();
+    if (file.endsWith(QLatin1String(".cpp")))
+        file.chop(4);
+    return file;
+}
+
+QString format_log_message(QtMsgType type, const QMessageLogContext &context, const QString &message,
+    const QString &sourceName, bool coloured)
+{
+    QString line;
+    line.reserve(80 + message.size());
+    if (coloured)
+        line += QLatin1String("\033[33m");
+    line += QString::fromUtf8(logPrefix);
+    if (coloured)
+        line += QLatin1String("\033[37m");
+    line += QLatin1Char(' ');
+
+    const QDateTime now = QDateTime::currentDateTime();
+    const QDate date = now.date();
+    const QTime time = now.time();
+    char stamp[48];
+    snprintf(stamp, sizeof stamp, "%04d-%02d-%02dT%02d:%02d:%02d.%03d", date.year(), date.month(), date.day(),
+        time.hour(), time.minute(), time.second(), time.msec());
+    line += QLatin1String(stamp);
+    line += QLatin1Char(' ');
+
+    if (coloured) {
+        line += QLatin1String("\033[0m");
+        line += QLatin1String(levelColour(type));
+    }
+    line += QLatin1String(levelWord(type));
+    if (coloured)
+        line += QLatin1String("\033[34m");
+    line += sourceName.leftJustified(20, QLatin1Char(' '), true);
+    line += QLatin1Char(' ');
+    if (context.line != 0)
+        line += QString::number(context.line).leftJustified(6, QLatin1Char(' '));
+    line += QLatin1Char(' ');
+    if (coloured)
+        line += QLatin1String("\033[0m");
+    line += message;
+    return line;
+}
+
+void message_handler_impl(QtMsgType type, const QMessageLogContext &context, const QString &message)
+{
+    const QString sourceName = get_context_filename(context);
+    const QByteArray line = (format_log_message(type, context, message, sourceName, false) + '\n').toUtf8();
+    const QByteArray home(logHome);
+
+    appendLine(home + "/log.txt", kMainLogSizeLimit, line);
+    if (isPerFileLogEnabled && !sourceName.isEmpty())
+        appendLine(home + "/log-" + sourceName.toUtf8() + ".txt", kPerSourceLogSizeLimit, line);
+}
+
+void message_handler(QtMsgType type, const QMessageLogContext &context, const QString &message)
+{
+    guardedFileWrite(type, context, message);
+}
+
+void message_handler_stdout(QtMsgType type, const QMessageLogContext &context, const QString &message)
+{
+    guardedFileWrite(type, context, message);
+    QTextStream out(stdout);
+    out << format_log_message(type, context, message, get_context_filename(context), true) << '\n';
+    out.flush();
+}
