@@ -38,8 +38,9 @@ public:
 
     // The settings of a channel right after its first install: "filter" derived
     // from the build (pinned to `pinnedMajorVersion` when given) and
-    // "install_automatically". A failure is logged and returned.
-    Result<void> createChannelSettings(const LocalFeedItem &item,
+    // "install_automatically". Other keys of an existing file are kept. A failure
+    // is logged and returned.
+    virtual Result<void> createChannelSettings(const LocalFeedItem &item,
         const Option<ApplicationMajorVersion> &pinnedMajorVersion, bool installAutomatically);
 
     // Whether the channel's tool is to be started elevated; missing means no.

@@ -23,6 +23,8 @@ public:
     Result<void> saveChannelSettings(const LocalChannel &channel, const QJsonObject &settings) override;
     Result<void> updateSettings(
         const LocalChannel &channel, const std::function<void(QJsonObject &)> &edit) override;
+    Result<void> createChannelSettings(const LocalFeedItem &item,
+        const Option<ApplicationMajorVersion> &pinnedMajorVersion, bool installAutomatically) override;
 
     static QString getSettingsFile(const LocalChannel &channel);
     // "text" or the first MaxLoggedTextLength characters then "... (N more)".

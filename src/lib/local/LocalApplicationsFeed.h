@@ -24,7 +24,7 @@ public:
     // A fixed install root, for tools and tests that have no settings manager.
     explicit LocalApplicationsFeed(const QString &installRoot, QObject *parent = nullptr);
 
-    // Where tools go when the settings name no folder: <XDG data home>/Vantrel/Hangar.
+    // Where tools go when the settings name no folder (the settings store decides it).
     static QString defaultInstallRoot();
 
     QString getInstallRoot() const;

@@ -77,7 +77,6 @@ public:
     QString toDebugString() const;
 
 private:
-    explicit LocalFeedItem(const QJsonObject &json);
     QString stringKey(const QString &key) const;
 
     RemoteFeedItem m_item;

@@ -1,0 +1,31 @@
+#include "local/LocalApplicationsHistoryHolder.h"
+
+#include <QDebug>
+#include <QFile>
+#include <QMutexLocker>
+
+QString LocalApplicationsHistoryHolder::getHistoryFile(const LocalChannel &channel)
+{
+    return channel.getChannelDirectory() + QLatin1Char('/') + LocalApplicationsHistory::HistoryFileName;
+}
+
+QSharedPointer<LocalApplicationsHistory> LocalApplicationsHistoryHolder::getHistory(
+    const LocalChannel &channel)
+{
+    const QString path = getHistoryFile(channel);
+    QMutexLocker locker(&m_mutex);
+    auto it = m_histories.find(path);
+    if (it == m_histories.end())
+        it = m_histories.insert(
+            path, QSharedPointer<LocalApplicationsHistory>::create(LocalApplicationsHistory::fromFile(path)));
+    return it.value();
+}
+
+void LocalApplicationsHistoryHolder::deleteEntry(const LocalChannel &channel)
+{
+    const QString path = getHistoryFile(channel);
+    QMutexLocker locker(&m_mutex);
+    m_histories.remove(path);
+    if (QFile::exists(path) && !QFile::remove(path))
+        qWarning().noquote() << "Failed to remove a history file from" << path;
+}
