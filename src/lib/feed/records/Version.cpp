@@ -2,6 +2,8 @@
 
 #include <QRegExp>
 #include <QStringList>
+#include <QStringView>
+#include <limits>
 
 namespace {
 
@@ -40,15 +42,41 @@ enum Rank : quint8
 // and changing it would reorder builds that users already have.
 const QString kSeparatorPattern = QStringLiteral("[\\(\\)\\._-;:/,\\s\\+~]");
 
-// QRegExp keeps match state inside the object, so it cannot be shared across
-// threads; one compiled copy per thread avoids recompiling it for every version.
-QRegExp &separators()
+// The expression decides which characters separate parts. It matches one
+// character at a time, so its answer for each UTF-16 code unit can be kept:
+// the Latin-1 range is classified once per thread, and anything beyond it is
+// put to the expression as it comes. QRegExp keeps match state inside the
+// object and cannot be shared across threads, hence one per thread.
+class SeparatorClass
 {
-    thread_local QRegExp expression(kSeparatorPattern);
-    return expression;
+public:
+    SeparatorClass()
+        : m_expression(kSeparatorPattern)
+    {
+        for (int u = 0; u < 256; ++u)
+            m_latin1[u] = m_expression.exactMatch(QString(QChar(u)));
+    }
+
+    bool contains(QChar c)
+    {
+        const ushort u = c.unicode();
+        if (u < 256)
+            return m_latin1[u];
+        return m_expression.exactMatch(QString(c));
+    }
+
+private:
+    QRegExp m_expression;
+    bool m_latin1[256];
+};
+
+SeparatorClass &separators()
+{
+    thread_local SeparatorClass separatorClass;
+    return separatorClass;
 }
 
-bool parseNumber(const QString &part, quint64 *number)
+bool parseNumber(QStringView part, quint64 *number)
 {
     if (part.isEmpty())
         return false;
@@ -66,7 +94,7 @@ bool parseNumber(const QString &part, quint64 *number)
     return true;
 }
 
-bool isAllZeros(const QString &part)
+bool isAllZeros(QStringView part)
 {
     if (part.isEmpty())
         return false;
@@ -77,7 +105,7 @@ bool isAllZeros(const QString &part)
     return true;
 }
 
-quint8 rankOf(const QString &part)
+quint8 rankOf(QStringView part)
 {
     const auto startsWith
         = [&part](const char *prefix) { return part.startsWith(QLatin1String(prefix), Qt::CaseInsensitive); };
@@ -112,22 +140,21 @@ Version::Version(const QString &text)
 {
     // Splitting keeps empty parts: two separators in a row, or one at either
     // end, make an empty part, which ranks as "anything else".
-    QRegExp &expression = separators();
+    SeparatorClass &separatorClass = separators();
+    const QStringView view(text);
+    const int length = view.size();
     int start = 0;
-    for (;;) {
-        const int at = expression.indexIn(text, start);
-        const int end = at < 0 ? text.size() : at;
-        const QString part = text.mid(start, end - start);
+    for (int at = 0; at <= length; ++at) {
+        if (at < length && !separatorClass.contains(view[at]))
+            continue;
+        const QStringView part = view.mid(start, at - start);
         Part parsed;
         if (parseNumber(part, &parsed.number))
             parsed.rank = Number;
         else
             parsed.rank = rankOf(part);
         m_parts.append(parsed);
-        if (at < 0)
-            break;
-        // Every match is one character long.
-        start = at + qMax(1, expression.matchedLength());
+        start = at + 1;
     }
 }
 

@@ -1,0 +1,154 @@
+#include "feed/records/FeedLoaders.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QtTest>
+
+// JSON written with single quotes, which read better inside C++ strings.
+static QJsonObject json(const char *text)
+{
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(QByteArray(text).replace('\'', '"'), &error);
+    if (error.error != QJsonParseError::NoError)
+        qFatal("bad JSON in test: %s", qPrintable(error.errorString()));
+    return document.object();
+}
+
+static QJsonObject entry(const QString &id, const QString &os, const QString &type = "tar.gz")
+{
+    return QJsonObject { { "id", id }, { "version", "1.0" },
+        { "package", QJsonObject { { "os", os }, { "type", type } } } };
+}
+
+static QJsonObject patch(const QString &from, const QString &to, const QString &os)
+{
+    return QJsonObject { { "application_id", "tool" }, { "from_build", from }, { "to_build", to },
+        { "os", os } };
+}
+
+class FeedLoadersTest : public QObject
+{
+    Q_OBJECT
+private slots:
+    void emptyDocumentLoadsEmptyLists()
+    {
+        const QJsonObject feed = json("{'feed_generation_time': '2019-01-01'}");
+        const auto feeds = loadFeeds(feed);
+        const auto items = loadRemoteFeedItems(feed);
+        const auto patches = loadRemotePatches(feed);
+        QVERIFY(feeds.isSuccessful() && items.isSuccessful() && patches.isSuccessful());
+        QVERIFY(feeds->isEmpty() && items->isEmpty() && patches->isEmpty());
+        QVERIFY(collectErrors(feeds, items, patches).isEmpty());
+        // Present and empty is the same as absent.
+        QVERIFY(loadRemoteFeedItems(json("{'entries': []}"))->isEmpty());
+    }
+
+    void keepsOnlyThisSystemsEntriesInOrder()
+    {
+        QJsonArray entries { entry("a", "linux"), entry("w", "windows"), entry("b", "linux"),
+            entry("m", "mac"), entry("upper", "Linux"), entry("none", ""), entry("c", "linux") };
+        QJsonObject noOs = entry("no-os", "linux");
+        noOs.insert("package", QJsonObject { { "type", "zip" } });
+        entries.append(noOs);
+        // A foreign entry is skipped before validity is checked: its invalidity does not matter here.
+        entries.append(entry("", "windows", ""));
+        const auto items = loadRemoteFeedItems(QJsonObject { { "entries", entries } });
+        QVERIFY2(items.isSuccessful(), qPrintable(items.error()));
+        QStringList ids;
+        for (const RemoteFeedItem &i : *items)
+            ids << i.getApplicationType();
+        QCOMPARE(ids, QStringList({ "a", "b", "c" }));
+        QCOMPARE(items->first().toJson(), entries.at(0).toObject()); // the object is kept whole
+    }
+
+    void oneInvalidEntryRejectsTheWholeList()
+    {
+        const QJsonArray entries { entry("a", "linux"), entry("broken", "linux", ""), entry("c", "linux") };
+        QTest::ignoreMessage(QtCriticalMsg,
+            QRegularExpression("^Failed to parse feed item: it is not valid after all: \\{.*broken"));
+        const auto items = loadRemoteFeedItems(QJsonObject { { "entries", entries } });
+        QVERIFY(items.isError());
+        QCOMPARE(items.error(), QString("Failed to parse feed item"));
+    }
+
+    void malformedEntriesFailWithTheirMessages_data()
+    {
+        QTest::addColumn<QString>("document");
+        QTest::addColumn<QString>("itemsError");
+        QTest::addColumn<QString>("patchesError");
+        QTest::addColumn<QString>("feedsError");
+        QTest::newRow("objects instead of arrays") << "{'entries': {}, 'patches': {}, 'feeds': {}}"
+                                                   << "'entries' element value must be array"
+                                                   << "'patches' element value must be array"
+                                                   << "'feeds' element value must be array";
+        QTest::newRow("null values") << "{'entries': null, 'patches': null, 'feeds': null}"
+                                     << "'entries' element value must be array"
+                                     << "'patches' element value must be array"
+                                     << "'feeds' element value must be array";
+        QTest::newRow("a string among objects")
+            << "{'entries': [{'id': 'a', 'version': '1', 'package': {'os': 'linux', 'type': 'zip'}}, 'x'], "
+               "'patches': [{'application_id': 't', 'from_build': '1', 'to_build': '2', 'os': 'linux'}, 3], "
+               "'feeds': [{'url': 'https://a'}, []]}"
+            << "'entries/entry' element must be object"
+            << "'patches/entry' element must be object"
+            << "'feeds/feed' element must be object";
+    }
+
+    void malformedEntriesFailWithTheirMessages()
+    {
+        QFETCH(QString, document);
+        QFETCH(QString, itemsError);
+        QFETCH(QString, patchesError);
+        QFETCH(QString, feedsError);
+        const QJsonObject feed = json(qPrintable(document));
+        const auto items = loadRemoteFeedItems(feed);
+        const auto patches = loadRemotePatches(feed);
+        const auto feeds = loadFeeds(feed);
+        QCOMPARE(items.error(), itemsError);
+        QCOMPARE(patches.error(), patchesError);
+        QCOMPARE(feeds.error(), feedsError);
+        // All three errors, in argument order, make the document's one error.
+        QCOMPARE(joinErrors(collectErrors(feeds, items, patches)),
+            feedsError + "; " + itemsError + "; " + patchesError);
+    }
+
+    void patchesFilterOnTheirOwnOsKey()
+    {
+        QJsonObject inPackage = patch("1", "3", "");
+        inPackage.insert("package", QJsonObject { { "os", "linux" } }); // not where a patch keeps it
+        const QJsonArray patches { patch("1", "2", "linux"), patch("1", "2", "windows"), inPackage,
+            patch("2", "3", "linux") };
+        const auto loaded = loadRemotePatches(QJsonObject { { "patches", patches } });
+        QVERIFY2(loaded.isSuccessful(), qPrintable(loaded.error()));
+        QCOMPARE(loaded->size(), 2);
+        QCOMPARE(loaded->at(0).getToBuild(), QString("2"));
+        QCOMPARE(loaded->at(1).getFromBuild(), QString("2"));
+
+        QTest::ignoreMessage(
+            QtCriticalMsg, "Failed to parse patch item: it is not valid after all: [ patch app tool  -> 2 ]");
+        const auto broken = loadRemotePatches(
+            QJsonObject { { "patches", QJsonArray { patch("1", "2", "linux"), patch("", "2", "linux") } } });
+        QCOMPARE(broken.error(), QString("Failed to parse patch item"));
+    }
+
+    void readsIncludedFeeds()
+    {
+        const auto feeds = loadFeeds(
+            json("{'feeds': [{'url': 'https://a/feed.xz.signed'}, {'url': 5}, {}, {'url': 'b'}]}"));
+        QVERIFY(feeds.isSuccessful());
+        QCOMPARE(*feeds, QStringList({ "https://a/feed.xz.signed", "", "", "b" }));
+    }
+
+    void acceptsOnlyExactlyLinux()
+    {
+        QVERIFY(acceptOS("linux"));
+        QVERIFY(!acceptOS("Linux"));
+        QVERIFY(!acceptOS("linux "));
+        QVERIFY(!acceptOS(""));
+        QVERIFY(!acceptOS("windows"));
+        QVERIFY(!acceptOS("mac"));
+    }
+};
+
+QTEST_GUILESS_MAIN(FeedLoadersTest)
+#include "FeedLoadersTest.moc"

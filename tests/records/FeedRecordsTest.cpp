@@ -1,0 +1,549 @@
+#include "TempHome.h"
+#include "feed/records/ApplicationIconHolder.h"
+#include "feed/records/RecordMetaTypes.h"
+#include "feed/records/RemoteFeedItem.h"
+#include "feed/records/RemotePatchItem.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QRandomGenerator>
+#include <QSet>
+#include <QThread>
+#include <QtTest>
+#include <algorithm>
+
+// JSON written with single quotes, which read better inside C++ strings.
+static QJsonObject json(const char *text)
+{
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(QByteArray(text).replace('\'', '"'), &error);
+    if (error.error != QJsonParseError::NoError)
+        qFatal("bad JSON in test: %s", qPrintable(error.errorString()));
+    return document.object();
+}
+
+static RemoteFeedItem item(
+    const QString &id, const QString &build, int quality = 1, int major = 1, const QString &name = QString())
+{
+    QJsonObject object { { "id", id }, { "version", build }, { "build", build },
+        { "quality", QJsonObject { { "order_value", quality } } },
+        { "major_version", QJsonObject { { "order_value", major } } },
+        { "package", QJsonObject { { "type", "tar.gz" }, { "os", "linux" } } } };
+    if (!name.isNull())
+        object.insert("name", name);
+    return RemoteFeedItem(object);
+}
+
+template <typename T> static QString debugText(const T &value)
+{
+    QString text;
+    QDebug(&text) << value;
+    return text.trimmed();
+}
+
+// Carries a record from one thread to another through a queued signal.
+class Relay : public QObject
+{
+    Q_OBJECT
+signals:
+    void itemSent(const RemoteFeedItem &item);
+    void patchSent(const RemotePatchItem &patch);
+};
+
+class FeedRecordsTest : public QObject
+{
+    Q_OBJECT
+private slots:
+    void emptyItemReadsDefaults()
+    {
+        const RemoteFeedItem empty;
+        QVERIFY(empty.toJson().isEmpty());
+        QCOMPARE(empty.getApplicationType(), QString());
+        QCOMPARE(empty.getPresentableFullName(), QString());
+        QCOMPARE(empty.getBuild(), QString());
+        QCOMPARE(empty.orderValue(), 0);
+        QCOMPARE(empty.qualityOrder(), 0);
+        QCOMPARE(empty.versionOrder(), 0);
+        QVERIFY(!empty.branch());
+        QVERIFY(empty.getPackageType().toJson().isEmpty());
+        QCOMPARE(empty.getDownloadSize(), 0);
+        QCOMPARE(empty.getStripDirectories(), 0);
+        QVERIFY(empty.getChecksumsField().isEmpty());
+        QVERIFY(!empty.getExpirationDate());
+        QVERIFY(empty.getSupersededTypes().isEmpty());
+        QVERIFY(!empty.getLathePlatformData());
+        QVERIFY(!empty.getPlinthData());
+        QVERIFY(empty.getPostInstallSteps().isEmpty());
+        QVERIFY(!empty.isValid());
+        QCOMPARE(empty.getPresentableFullNameAndVersionAndBuild(), QString("  build "));
+    }
+
+    void wrongTypedKeysReadAsDefaults()
+    {
+        // Every key of the wrong JSON type; nothing may crash or leak a value.
+        const RemoteFeedItem odd(
+            json("{ "
+                 "'id': 17, 'name': ['x'], 'description': {}, 'version': true, 'build': 3, "
+                 "'icon_url': null, 'order_value': '5', 'quality': 'release', 'major_version': [1], "
+                 "'branch': {'name': 2019}, 'package': 'tar.gz', 'uninstall': {'feedback': 'no'}, "
+                 "'expires': 1577836800, 'whats_new': 'text', 'supersedes': {'id': 'x'}, "
+                 "'lathe_platform': 'yes', 'plinth': [], 'post_install': {'steps': {'id': 'x'}} "
+                 "}"));
+        QCOMPARE(odd.getApplicationType(), QString());
+        QCOMPARE(odd.getPresentableFullName(), QString());
+        QCOMPARE(odd.getPresentableDescription(), QString());
+        QCOMPARE(odd.getPresentableVersion(), QString());
+        QCOMPARE(odd.getBuild(), QString());
+        QCOMPARE(odd.getIconUrl(), QString());
+        QCOMPARE(odd.orderValue(), 0);
+        QVERIFY(odd.qualityNode().isEmpty());
+        QVERIFY(odd.majorVersionNode().isEmpty());
+        QVERIFY(!odd.branch());
+        QVERIFY(!odd.getPackageType().isValid());
+        QCOMPARE(odd.getDownloadUrl(), QString());
+        QVERIFY(odd.getUninstallFeedback().isEmpty());
+        QVERIFY(!odd.getExpirationDate());
+        QVERIFY(odd.getWhatsNewNode().isEmpty());
+        QVERIFY(odd.getSupersededTypes().isEmpty());
+        QVERIFY(!odd.getLathePlatformData());
+        QVERIFY(!odd.getPlinthData());
+        QVERIFY(odd.getPostInstallSteps().isEmpty());
+        QVERIFY(!odd.isValid());
+
+        const RemoteFeedItem oddPackage(
+            json("{'package': {'type': 1, 'url': 2, 'size': '10', "
+                 "'strip_directories': '1', 'requirements': [], 'checksums': {'alg': 'sha-256'}, "
+                 "'arguments': 'x', 'command': false}}"));
+        QCOMPARE(oddPackage.getPackageType().getPackageType(), QString());
+        QCOMPARE(oddPackage.getPackageType().getCommand(), QString());
+        QVERIFY(oddPackage.getPackageType().getArguments().isEmpty());
+        QCOMPARE(oddPackage.getDownloadUrl(), QString());
+        QCOMPARE(oddPackage.getDownloadSize(), 0);
+        QCOMPARE(oddPackage.getStripDirectories(), 0);
+        QVERIFY(oddPackage.getRequirementsNode().isEmpty());
+        QVERIFY(oddPackage.getChecksumsField().isEmpty());
+    }
+
+    void namesAndBuildsFallBack()
+    {
+        const RemoteFeedItem noName(json("{'id': 'tool', 'version': '2018.3'}"));
+        QCOMPARE(noName.getPresentableFullName(), QString("tool"));
+        QCOMPARE(noName.getPresentableDescription(), QString("tool")); // the id, not the name
+        QCOMPARE(noName.getBuild(), QString("2018.3"));
+        QCOMPARE(noName.getPresentableFullNameAndVersion(), QString("tool 2018.3"));
+        QCOMPARE(noName.getPresentableFullNameAndVersionAndBuild(), QString("tool 2018.3 build 2018.3"));
+
+        const RemoteFeedItem named(json("{'id': 'tool', 'name': 'Tool', 'version': '2018.3', 'build': ''}"));
+        QCOMPARE(named.getPresentableFullName(), QString("Tool"));
+        QCOMPARE(named.getPresentableDescription(), QString("tool"));
+        QCOMPARE(named.getBuild(), QString("2018.3"));
+
+        const RemoteFeedItem both(
+            json("{'id': 't', 'version': '2018.3', 'build': '183.1', 'description': 'D'}"));
+        QCOMPARE(both.getBuild(), QString("183.1"));
+        QCOMPARE(both.getPresentableDescription(), QString("D"));
+    }
+
+    void sizeIsASigned32BitInteger_data()
+    {
+        QTest::addColumn<QJsonValue>("size");
+        QTest::addColumn<int>("expected");
+        QTest::newRow("zero") << QJsonValue(0) << 0;
+        QTest::newRow("ordinary") << QJsonValue(734003200) << 734003200;
+        QTest::newRow("largest") << QJsonValue(2147483647.0) << 2147483647;
+        QTest::newRow("one past largest") << QJsonValue(2147483648.0) << 0;
+        QTest::newRow("three thousand million") << QJsonValue(3e9) << 0;
+        QTest::newRow("smallest") << QJsonValue(-2147483648.0) << int(-2147483648LL);
+        QTest::newRow("one below smallest") << QJsonValue(-2147483649.0) << 0;
+        QTest::newRow("fraction") << QJsonValue(1.5) << 0;
+        QTest::newRow("huge") << QJsonValue(1e300) << 0;
+        QTest::newRow("string") << QJsonValue("100") << 0;
+        QTest::newRow("boolean") << QJsonValue(true) << 0;
+        QTest::newRow("null") << QJsonValue() << 0;
+    }
+
+    void sizeIsASigned32BitInteger()
+    {
+        QFETCH(QJsonValue, size);
+        QFETCH(int, expected);
+        const RemoteFeedItem entry(QJsonObject { { "package", QJsonObject { { "size", size } } } });
+        QCOMPARE(entry.getDownloadSize(), expected);
+        const RemotePatchItem patch(QJsonObject { { "size", size } });
+        QCOMPARE(patch.getDownloadSize(), expected);
+        // Order values use the same rule.
+        const RemoteFeedItem ordered(
+            QJsonObject { { "order_value", size }, { "quality", QJsonObject { { "order_value", size } } } });
+        QCOMPARE(ordered.orderValue(), expected);
+        QCOMPARE(ordered.qualityOrder(), expected);
+    }
+
+    void readsOptionalValues()
+    {
+        QCOMPARE(RemoteFeedItem(json("{'branch': {'name': 'stable'}}")).branch(), Option<QString>("stable"));
+        QCOMPARE(RemoteFeedItem(json("{'branch': {'name': ''}}")).branch(), Option<QString>(""));
+        QVERIFY(!RemoteFeedItem(json("{'branch': {'name': 2}}")).branch());
+        QVERIFY(!RemoteFeedItem(json("{'branch': 'stable'}")).branch());
+
+        const auto expires = [](const char *text) {
+            return RemoteFeedItem(QJsonObject { { "expires", text } }).getExpirationDate();
+        };
+        QCOMPARE(
+            expires("2020-01-02T03:04:05Z").value(), QDateTime(QDate(2020, 1, 2), QTime(3, 4, 5), Qt::UTC));
+        QCOMPARE(expires("2020-01-02T03:04:05.250Z").value(),
+            QDateTime(QDate(2020, 1, 2), QTime(3, 4, 5, 250), Qt::UTC));
+        QVERIFY(!expires(""));
+        QVERIFY(!expires("next tuesday"));
+        QVERIFY(!expires("2020-13-45T99:00:00Z"));
+
+        const RemoteFeedItem listed(
+            json("{'supersedes': [{'id': 'old'}, {'id': ''}, {}, 5, {'id': 3}, {'id': 'older'}], "
+                 "'package': {'checksums': [{'alg': 'sha-256', 'value': 'ab'}, {'value': 'cd'}, 'x']}}"));
+        QCOMPARE(listed.getSupersededTypes(), QStringList({ "old", "older" }));
+        const FeedChecksums checksums = listed.getChecksumsField();
+        QCOMPARE(checksums.size(), 3);
+        QCOMPARE(checksums.at(0), FeedChecksum("sha-256", "ab"));
+        QCOMPARE(checksums.at(1), FeedChecksum("", "cd"));
+        QCOMPARE(checksums.at(2), FeedChecksum("", ""));
+    }
+
+    void validity()
+    {
+        QVERIFY(item("tool", "1.0").isValid());
+        QVERIFY(RemoteFeedItem(json("{'id': 't', 'version': '1', 'package': {'type': 'zip'}}")).isValid());
+        QVERIFY(!RemoteFeedItem(json("{'id': '', 'version': '1', 'package': {'type': 'zip'}}")).isValid());
+        QVERIFY(!RemoteFeedItem(json("{'id': 't', 'build': '1', 'package': {'type': 'zip'}}")).isValid());
+        QVERIFY(!RemoteFeedItem(json("{'id': 't', 'version': '1', 'package': {'type': ''}}")).isValid());
+        QVERIFY(!RemoteFeedItem(json("{'id': 't', 'version': '1'}")).isValid());
+
+        QVERIFY(
+            RemotePatchItem(json("{'application_id': 't', 'from_build': '1', 'to_build': '2'}")).isValid());
+        QVERIFY(
+            !RemotePatchItem(json("{'application_id': 't', 'from_build': '1', 'to_build': 2}")).isValid());
+        QVERIFY(!RemotePatchItem(json("{'application_id': 't', 'to_build': '2'}")).isValid());
+        QVERIFY(!RemotePatchItem(json("{'from_build': '1', 'to_build': '2'}")).isValid());
+
+        QVERIFY(ApplicationQuality(json("{'order_value': 1}")).isValid());
+        QVERIFY(!ApplicationQuality(json("{'order_value': 0, 'name': 'x'}")).isValid());
+        QVERIFY(!ApplicationQuality(json("{'order_value': -1}")).isValid());
+        QVERIFY(!ApplicationQuality(json("{'name': 'release'}")).isValid());
+        QVERIFY(!ApplicationQuality().isValid());
+        QVERIFY(ApplicationMajorVersion(json("{'order_value': 3}")).isValid());
+        QVERIFY(!ApplicationMajorVersion(json("{'order_value': 0.5}")).isValid());
+        QVERIFY(!ApplicationMajorVersion().isValid());
+    }
+
+    void identityAndHashing()
+    {
+        const QJsonObject base = item("tool", "183.1").toJson();
+        QJsonObject withUnknown = base;
+        withUnknown.insert("future_key", QJsonObject { { "a", 1 } });
+        const RemoteFeedItem a(base), b(withUnknown), c(base);
+        QVERIFY(a != b);
+        QVERIFY(!(a == b));
+        QVERIFY(a.isEqualByID(b));
+        QVERIFY(a.isEqualByID(withUnknown));
+        QVERIFY(a == c);
+        QCOMPARE(qHash(a), qHash(c));
+
+        // The version stands in for a missing build on both sides.
+        const RemoteFeedItem noBuild(json("{'id': 'tool', 'version': '183.1'}"));
+        QVERIFY(noBuild.isEqualByID(a));
+        QVERIFY(!RemoteFeedItem(json("{'id': 'other', 'version': '183.1'}")).isEqualByID(a));
+        QVERIFY(!item("tool", "183.2").isEqualByID(a));
+
+        // Equal items land in one slot of a set, different ones do not.
+        QSet<RemoteFeedItem> set { a, b, c, item("tool", "183.2"), RemoteFeedItem(base) };
+        QCOMPARE(set.size(), 3);
+        QVERIFY(set.contains(RemoteFeedItem(withUnknown)));
+
+        const RemotePatchItem p1(json("{'application_id': 't', 'from_build': '1', 'to_build': '2'}"));
+        const RemotePatchItem p2(json("{'application_id': 't', 'from_build': '1', 'to_build': '2', 'x': 1}"));
+        QVERIFY(p1 != p2);
+        QSet<RemotePatchItem> patches { p1, p2, RemotePatchItem(p1.toJson()) };
+        QCOMPARE(patches.size(), 2);
+
+        // Qualities and major versions are equal by order value alone.
+        QVERIFY(ApplicationQuality(json("{'order_value': 1, 'name': 'a'}"))
+            == ApplicationQuality(json("{'order_value': 1, 'name': 'b'}")));
+        QSet<ApplicationQuality> qualities { ApplicationQuality(json("{'order_value': 1, 'name': 'a'}")),
+            ApplicationQuality(json("{'order_value': 1, 'name': 'b'}")) };
+        QCOMPARE(qualities.size(), 1);
+        QVERIFY(ApplicationMajorVersion(json("{'order_value': 2, 'x': 1}"))
+            == ApplicationMajorVersion(json("{'order_value': 2}")));
+    }
+
+    void sortsByQualityAndVersionPreferredFirst()
+    {
+        QList<RemoteFeedItem> items { item("t", "183.10", 2, 5), item("t", "183.9", 1, 1),
+            item("t", "191.2", 1, 2), item("t", "191.10", 1, 2), item("t", "200.1", 2, 6),
+            item("t", "183.9.1", 1, 1) };
+        std::sort(items.begin(), items.end(), RemoteFeedItem::compareByQualityAndVersion);
+        QStringList builds;
+        for (const RemoteFeedItem &i : items)
+            builds << i.getBuild();
+        // Quality 1 before 2; within a quality the higher major version, then the newer build.
+        QCOMPARE(builds, QStringList({ "191.10", "191.2", "183.9.1", "183.9", "200.1", "183.10" }));
+
+        QVERIFY(!RemoteFeedItem::compareByVersion(item("t", "1.0"), item("t", "1_0")));
+        QVERIFY(!RemoteFeedItem::compareByVersion(item("t", "1_0"), item("t", "1.0")));
+        QVERIFY(RemoteFeedItem::compareByVersion(item("t", "1.0", 1, 2), item("t", "9.0", 1, 1)));
+
+        const ApplicationQuality release(json("{'order_value': 1}")), eap(json("{'order_value': 2}"));
+        QVERIFY(release.isBetterThan(eap));
+        QVERIFY(!eap.isBetterThan(release));
+        QVERIFY(!release.isBetterThan(release));
+        const ApplicationMajorVersion v1(json("{'order_value': 1}")), v2(json("{'order_value': 2}"));
+        QVERIFY(ApplicationMajorVersion::compareByVersion(v2, v1));
+        QVERIFY(!ApplicationMajorVersion::compareByVersion(v1, v2));
+        QVERIFY(!ApplicationMajorVersion::compareByVersion(v1, v1));
+    }
+
+    void sortsByNameThenVersion()
+    {
+        QList<RemoteFeedItem> items { item("b", "9", 1, 1, "beta"), item("a", "10", 1, 1, "Alpha"),
+            item("a", "9", 1, 1, "alpha"), item("c", "1", 1, 1), item("b", "10", 1, 1, "Beta") };
+        QList<RemoteFeedItem> versionAware = items;
+        std::sort(versionAware.begin(), versionAware.end(), RemoteFeedItem::compareByNameAndVersion);
+        QStringList order;
+        for (const RemoteFeedItem &i : versionAware)
+            order << i.getPresentableFullName() + " " + i.getBuild();
+        QCOMPARE(order, QStringList({ "Alpha 10", "alpha 9", "Beta 10", "beta 9", "c 1" }));
+
+        // The lexical variant compares "name version" as text: "10" before "9".
+        QList<RemoteFeedItem> lexical { item("x", "9", 1, 1, "X"), item("x", "10", 1, 1, "x") };
+        std::sort(lexical.begin(), lexical.end(), RemoteFeedItem::compareByNameAndVersionLexical);
+        QCOMPARE(lexical.first().getBuild(), QString("10"));
+        std::sort(lexical.begin(), lexical.end(), RemoteFeedItem::compareByNameAndVersion);
+        QCOMPARE(lexical.first().getBuild(), QString("10"));
+        QVERIFY(RemoteFeedItem::compareByNameAndVersionLexical(
+            item("x", "10", 1, 1, "X"), item("x", "9", 1, 1, "x")));
+        QVERIFY(!RemoteFeedItem::compareByNameAndVersionLexical(
+            item("x", "9", 1, 1, "X"), item("x", "10", 1, 1, "x")));
+    }
+
+    void decoratedSortMatchesTheComparator()
+    {
+        // Many builds of few tools, names differing only in case, mixed major
+        // versions and equal builds written differently: the fast sort must
+        // give exactly the order of a stable sort with the plain comparator.
+        QRandomGenerator random(42);
+        const QStringList names { "Alpha", "alpha", "Beta", "gamma", "Gamma", "delta" };
+        QList<RemoteFeedItem> items;
+        for (int i = 0; i < 600; ++i) {
+            const QString build = QString("%1%2%3")
+                                      .arg(random.bounded(180, 184))
+                                      .arg(random.bounded(2) ? "." : "_")
+                                      .arg(random.bounded(50));
+            items << item("id" + QString::number(i % 9), build, random.bounded(1, 3), random.bounded(1, 4),
+                names.at(random.bounded(names.size())));
+        }
+        QList<RemoteFeedItem> expected = items;
+        std::stable_sort(expected.begin(), expected.end(), RemoteFeedItem::compareByNameAndVersion);
+        sortByNameAndVersion(items);
+        QCOMPARE(items, expected);
+        QList<RemoteFeedItem> none;
+        sortByNameAndVersion(none);
+        QVERIFY(none.isEmpty());
+    }
+
+    void patchesSortOldestFirst()
+    {
+        const auto patch = [](const char *from, const char *to) {
+            return RemotePatchItem(
+                QJsonObject { { "application_id", "t" }, { "from_build", from }, { "to_build", to } });
+        };
+        QList<RemotePatchItem> patches { patch("183.10", "183.12"), patch("183.9", "183.12"),
+            patch("183.9", "183.10"), patch("183.10", "183.11") };
+        std::sort(patches.begin(), patches.end(), RemotePatchItem::compareByVersion);
+        QStringList order;
+        for (const RemotePatchItem &p : patches)
+            order << p.getFromBuild() + ">" + p.getToBuild();
+        QCOMPARE(order, QStringList({ "183.9>183.10", "183.9>183.12", "183.10>183.11", "183.10>183.12" }));
+    }
+
+    void iconsAndDebugForms()
+    {
+        const RemoteFeedItem entry(json("{'id': 'tool', 'version': '2018.3', 'build': '183.1', "
+                                        "'icon_url': 'data:image/png;base64,AAAA', 'kept': {'x': [1, 2]}}"));
+        QCOMPARE(entry.toJson(false), entry.toJson());
+        QCOMPARE(entry.toJson(true).value("icon_url").toString(),
+            ApplicationIconHolder::storeIcon("data:image/png;base64,AAAA"));
+        QCOMPARE(entry.toJson(true).value("kept"), entry.toJson().value("kept"));
+        const QJsonObject debugObject = QJsonDocument::fromJson(entry.toDebugString().toUtf8()).object();
+        QCOMPARE(debugObject.value("icon_url").toString(), QString("...removed..."));
+        QCOMPARE(debugObject.value("kept"), entry.toJson().value("kept"));
+        QCOMPARE(entry.getIconUrl(), QString("data:image/png;base64,AAAA")); // the record itself is unchanged
+
+        QCOMPARE(debugText(entry), QString("app tool version 2018.3 build 183.1"));
+        QCOMPARE(
+            debugText(RemotePatchItem(json("{'application_id': 't', 'from_build': '1', 'to_build': '2'}"))),
+            QString("[ patch app t 1 -> 2 ]"));
+        QVERIFY(debugText(ApplicationQuality(json("{'order_value': 1}"))).startsWith("quality "));
+        QVERIFY(debugText(ApplicationMajorVersion(json("{'order_value': 1}"))).startsWith("quality "));
+    }
+
+    void subRecordsReadTheirKeys()
+    {
+        const RemoteFeedItem entry(
+            json("{'lathe_platform': { "
+                 "'shell_script_name': 'tool.sh', 'vmoptions': 'bin/tool64.vmoptions', 'startup_wm_class': "
+                 "'tool-ide', "
+                 "'incompatible_vmoptions': ['-Xverify:none', 5, true, {}], "
+                 "'config': [{'directory': 'Tool2018.3', 'recent_projects_filename': 'recent.xml'}, "
+                 "{'show_single_project': false}, {'show_single_project': 'false'}, 7], "
+                 "'data_location': '~/data'}}"));
+        const LathePlatformData lathe = entry.getLathePlatformData().value();
+        QCOMPARE(lathe.getShellScriptName(), Option<QString>("tool.sh"));
+        QCOMPARE(lathe.getVmOptionsFile(), QString("bin/tool64.vmoptions"));
+        QCOMPARE(lathe.getVmOptionsContent(), QString());
+        QCOMPARE(lathe.getStartupWMClass(), QString("tool-ide"));
+        QCOMPARE(lathe.getDataLocation(), QString("~/data"));
+        QCOMPARE(lathe.getIncompatibleOptions(), QStringList({ "-Xverify:none", "5", "true", "" }));
+        const QList<LatheConfiguration> configs = lathe.getConfigurations();
+        QCOMPARE(configs.size(), 4);
+        QCOMPARE(configs.at(0).getConfigDirectoryPattern(), QString("Tool2018.3"));
+        QCOMPARE(configs.at(0).getRecentProjectsFilename(), QString("recent.xml"));
+        QVERIFY(configs.at(0).getShowSingleProject());
+        QVERIFY(!configs.at(1).getShowSingleProject());
+        QVERIFY(configs.at(2).getShowSingleProject()); // a string is not a boolean
+        QVERIFY(configs.at(3).toJson().isEmpty());
+        QVERIFY(!LathePlatformData(json("{'shell_script_name': 1}")).getShellScriptName());
+
+        const RemoteFeedItem withPackage(json("{'package': {'type': 'run', 'command': 'install.sh', "
+                                              "'arguments': ['--silent', 3, '--prefix']}}"));
+        QCOMPARE(withPackage.getPackageType().getCommand(), QString("install.sh"));
+        QCOMPARE(withPackage.getPackageType().getArguments(), QStringList({ "--silent", "--prefix" }));
+    }
+
+    void postInstallSteps()
+    {
+        const RemoteFeedItem entry(
+            json("{'post_install': {'steps': [ "
+                 "{'id': 'first', 'enabled': false, 'required': false, 'progress': {'visible': true, "
+                 "'message': 'Indexing'}, "
+                 "'commands': [{'executable': 'bin/x', 'arguments': ['a'], 'lathe': "
+                 "{'additional_vmoptions_content': '-Dx'}}], "
+                 "'lathe': {'temporary_copy_directories': [{'name': 'config'}, {'name': ''}, 4], "
+                 "'temporary_new_directories': [{'name': 'system'}], "
+                 "'additional_vmoptions_content': '-Xmx2g'}}, "
+                 "{'lathe': {}}, "
+                 "'not an object', "
+                 "{'enabled': 'no', 'lathe': 'yes', 'progress': {'visible': 'yes'}}]}}"));
+        const QList<PostInstallStep> steps = entry.getPostInstallSteps();
+        QCOMPARE(steps.size(), 4);
+        const PostInstallStep &first = steps.at(0);
+        QCOMPARE(first.getId(), QString("first"));
+        QVERIFY(!first.getEnabled());
+        QVERIFY(!first.isRequired());
+        QVERIFY(first.isProgressVisible());
+        QCOMPARE(first.getProgressMessage(), QString("Indexing"));
+        QCOMPARE(first.getCommands().size(), 1);
+        QCOMPARE(first.getCommands().first().getExecutable(), QString("bin/x"));
+        QCOMPARE(first.getCommands().first().getAdditionalVmoptionsContent(), QString("-Dx"));
+        const PostInstallStep::LatheOptions options = first.getLatheOptions().value();
+        QCOMPARE(options.temporaryCopyDirectories, QStringList({ "config" }));
+        QCOMPARE(options.temporaryNewDirectories, QStringList({ "system" }));
+        QCOMPARE(options.additionalVmoptionsContent, QString("-Xmx2g"));
+
+        QVERIFY(!steps.at(1).getLatheOptions()); // present but empty
+        for (int i = 2; i < 4; ++i) {
+            QVERIFY(steps.at(i).getEnabled());
+            QVERIFY(steps.at(i).isRequired());
+            QVERIFY(!steps.at(i).isProgressVisible());
+            QVERIFY(!steps.at(i).getLatheOptions());
+            QVERIFY(steps.at(i).getCommands().isEmpty());
+        }
+    }
+
+    void commandArgumentsExpandHomeAndTemp()
+    {
+        TempHome home;
+        QVERIFY(home.isValid());
+        const PostInstallStep::Command command(json(
+            "{'arguments': [ "
+            "'$HOME/.tool', '--temp=$TEMP/x', '$TEMP$HOME', '$home and $temp', 12, '$HOMEWARD', 'plain']}"));
+        const QString temp = "/tmp/step-1";
+        QCOMPARE(command.getArguments(temp),
+            QStringList({ home.path() + "/.tool", "--temp=" + temp + "/x", temp + home.path(),
+                "$home and $temp", "", home.path() + "WARD", "plain" }));
+        QVERIFY(PostInstallStep::Command().getArguments(temp).isEmpty());
+    }
+
+    void directoryTemplatesExpand()
+    {
+        TempHome home;
+        QVERIFY(home.isValid());
+        const QByteArray savedAppData = qgetenv("APPDATA");
+        qputenv("APPDATA", "/win/roaming");
+        qunsetenv("LOCALAPPDATA");
+        const LathePlatformData lathe(
+            json("{'default_config_directories': { "
+                 "'quern.system.path': '$XDG_CACHE_HOME/Tool/system', "
+                 "'quern.config.path': '$XDG_CONFIG_HOME/Tool', "
+                 "'quern.plugins.path': '$XDG_DATA_HOME/Tool/plugins|$HOME/p', "
+                 "'quern.log.path': '$APPDATA/a;$LOCALAPPDATA/b;$TEMP;$xdg_config_home'}}"));
+        QCOMPARE(lathe.getDefaultSystemDirectory(), home.cacheHome() + "/Tool/system");
+        QCOMPARE(lathe.getDefaultConfigDirectory(), home.configHome() + "/Tool");
+        QCOMPARE(lathe.getDefaultPluginsDirectory(), home.dataHome() + "/Tool/plugins|" + home.path() + "/p");
+        QCOMPARE(lathe.getDefaultLogsDirectory(), QString("/win/roaming/a;/b;$TEMP;$xdg_config_home"));
+        QCOMPARE(LathePlatformData().getDefaultConfigDirectory(), QString());
+        if (savedAppData.isNull())
+            qunsetenv("APPDATA");
+        else
+            qputenv("APPDATA", savedAppData);
+    }
+
+    void plinthArgumentsFailClearly()
+    {
+        const PlinthData plinth(
+            json("{'first_install_arguments': ['/quiet', 1], "
+                 "'subsequent_install_arguments': [], 'uninstall_arguments': '/uninstall'}"));
+        const Result<QStringList> first = plinth.getFirstInstallArguments();
+        QVERIFY(first.isSuccessful());
+        QCOMPARE(*first, QStringList({ "/quiet", "1" }));
+        const QString compact = QJsonDocument(plinth.toJson()).toJson(QJsonDocument::Compact);
+        QCOMPARE(plinth.getSubsequentInstallArguments().error(),
+            "Property 'subsequent_install_arguments' value in plinth data should not be empty: " + compact);
+        QCOMPARE(plinth.getUninstallArguments().error(),
+            "Expected property 'uninstall_arguments' in plinth data " + compact);
+        QCOMPARE(PlinthData().getFirstInstallArguments().error(),
+            QString("Expected property 'first_install_arguments' in plinth data {}"));
+        QVERIFY(RemoteFeedItem(json("{'plinth': {}}")).getPlinthData().has_value());
+    }
+
+    void recordsTravelThroughQueuedSignals()
+    {
+        registerFeedRecordMetaTypes();
+        Relay relay;
+        QThread thread;
+        QObject receiver;
+        receiver.moveToThread(&thread);
+        QList<RemoteFeedItem> received;
+        QList<RemotePatchItem> receivedPatches;
+        QThread *deliveredOn = nullptr;
+        connect(
+            &relay, &Relay::itemSent, &receiver,
+            [&](const RemoteFeedItem &i) {
+                deliveredOn = QThread::currentThread();
+                received << i;
+            },
+            Qt::QueuedConnection);
+        connect(
+            &relay, &Relay::patchSent, &receiver, [&](const RemotePatchItem &p) { receivedPatches << p; },
+            Qt::BlockingQueuedConnection);
+        thread.start();
+        const RemoteFeedItem sent = item("tool", "183.1");
+        emit relay.itemSent(sent);
+        const RemotePatchItem patch(json("{'application_id': 't', 'from_build': '1', 'to_build': '2'}"));
+        emit relay.patchSent(patch); // blocks until delivered, after the item
+        thread.quit();
+        thread.wait();
+        QCOMPARE(deliveredOn, &thread);
+        QCOMPARE(received, QList<RemoteFeedItem>({ sent }));
+        QCOMPARE(receivedPatches.first(), patch);
+        QCOMPARE(receivedPatches.first().getToBuild(), QString("2"));
+    }
+};
+
+QTEST_GUILESS_MAIN(FeedRecordsTest)
+#include "FeedRecordsTest.moc"
