@@ -180,6 +180,14 @@ private slots:
             QCOMPARE(JsonEditor::saveJsonFile(path, big).error(), "Unable to write file: " + path);
         }
         QCOMPARE(readAll(path), old);
+        // A small document fits the device's buffer: the short write shows only when
+        // the buffer is flushed, and must not pass for success either.
+        {
+            FileSizeLimit limit(8);
+            QCOMPARE(JsonEditor::saveJsonFile(path, parse(R"({"new": "value"})")).error(),
+                "Unable to write file: " + path);
+        }
+        QCOMPARE(readAll(path), old);
         QCOMPARE(QDir(dir.path()).entryList({ "state.json*" }, QDir::Files | QDir::Hidden),
             QStringList { "state.json" });
         QVERIFY(JsonEditor::saveJsonFile(path, big).isSuccessful());

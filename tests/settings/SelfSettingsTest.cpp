@@ -1,8 +1,290 @@
+#include "settings/SelfSettings.h"
+
+#include "support/TempHome.h"
+
+#include <QJsonDocument>
+#include <QNetworkProxy>
+#include <QTemporaryDir>
 #include <QtTest>
+
+namespace {
+
+SelfSettings fromText(const QByteArray &text)
+{
+    return SelfSettings(QJsonDocument::fromJson(text).object());
+}
+
+QJsonObject parse(const QByteArray &text)
+{
+    return QJsonDocument::fromJson(text).object();
+}
+
+} // namespace
 
 class SelfSettingsTest : public QObject
 {
     Q_OBJECT
+private:
+    // Every getter against its documented default.
+    static void verifyDefaults(const SelfSettings &s)
+    {
+        QCOMPARE(s.getRunOnStartUp(), true);
+        QCOMPARE(s.getGlobalHotkey(), QString());
+        QCOMPARE(s.getApplicationInstallDirectorySetting(), QString());
+        QCOMPARE(s.getApplicationInstallDirectory(), SelfSettings::defaultApplicationInstallDirectory());
+        QCOMPARE(s.getChannelRollbackHistoryDepth(), 2);
+        QCOMPARE(s.getAutoUpdateEnabled(), true);
+        QCOMPARE(s.getHangarUpdatesFilter().qualityOrderValue, 10000);
+        QVERIFY(!s.getHangarUpdatesFilter().branchFilter.has_value());
+        QCOMPARE(s.getAllToolsAutoUpdateEnabled(), false);
+        QCOMPARE(s.getNetworkDownloadTimeout(), 300000);
+        QVERIFY(!s.findNetworkDownloadTimeout().has_value());
+        QCOMPARE(s.getAllowAnonymousStatistics(), false);
+        QCOMPARE(s.getShellLinksEnabled(), false);
+        QCOMPARE(s.getShellLinksFolder(), QString());
+        QCOMPARE(s.getProxyEnabled(), false);
+        QCOMPARE(s.getProxyHost(), QString());
+        QCOMPARE(s.getProxyPort(), -1);
+        QCOMPARE(s.getProxyUsername(), QString());
+        QVERIFY(s.getOrdering(false).isEmpty());
+        QVERIFY(s.getOrdering(true).isEmpty());
+        QVERIFY(!s.getOrderingIndex("a", "ch-0").has_value());
+        QVERIFY(s.getHiddenProjects().isEmpty());
+        QVERIFY(s.getSpecialProjects().isEmpty());
+        QVERIFY(!s.getDefaultOpenItem("/p").has_value());
+        QCOMPARE(s.isInternalModeOn(), false);
+        QCOMPARE(s.internalInspectInChromeAutomatically(), false);
+        QCOMPARE(s.internalUiUrl(), QString());
+        QCOMPARE(s.getPrivacyPolicyAcceptedVersion(), QString());
+        QCOMPARE(s.getActiveOrvacc(), QString());
+    }
+
+private slots:
+    void emptySettingsGiveEveryDefault()
+    {
+        TempHome home;
+        verifyDefaults(SelfSettings());
+        verifyDefaults(SelfSettings(SelfSettings::defaultContent()));
+        QCOMPARE(SelfSettings::defaultApplicationInstallDirectory(), home.dataHome() + "/Vantrel");
+        QVERIFY(SelfSettings().findWrongTypedKeys().isEmpty());
+    }
+
+    void wrongTypedKeysReadAsDefaultsAndAreNamed()
+    {
+        TempHome home;
+        const SelfSettings s = fromText(R"({
+            "autostart": "yes", "ui": {"hotkey": 5}, "install_location": ["x"],
+            "channel_rollback_max_history": 2.5, "update": 7, "tools": {"update_all_automatically": "true"},
+            "network": {"download_timeout": "300"}, "statistics": {"allow": 1},
+            "shell_scripts": {"enabled": null, "location": false},
+            "proxy": {"enabled": "no", "host": 1, "port": "3128", "auth": {"username": {}}},
+            "ordering": {"local": {}, "manual": "x"},
+            "projects": {"hidden": [], "special": 3, "default_open_item": "z"},
+            "internal": {"enabled": 0, "auto_inspect_in_chrome": [], "ui": {"url": 2}},
+            "privacy_policy": {"eua_accepted_version": 1}, "vantrel_account": {"active": true}
+        })");
+        verifyDefaults(s);
+        const QStringList problems = s.findWrongTypedKeys();
+        QVERIFY(problems.contains("\"autostart\" is not a boolean"));
+        QVERIFY(problems.contains("\"update\" is not an object"));
+        QVERIFY(problems.contains("\"channel_rollback_max_history\" is not an integer"));
+        QVERIFY(problems.contains("\"proxy -> port\" is not an integer"));
+        QVERIFY(problems.contains("\"ordering -> local\" is not an array"));
+        QCOMPARE(problems.count("\"update\" is not an object"), 1);
+        QCOMPARE(problems.size(), 24);
+
+        // Numbers out of int range and fractions are not integers either.
+        QCOMPARE(fromText(R"({"network": {"download_timeout": 1e12}})").getNetworkDownloadTimeout(), 300000);
+        QCOMPARE(fromText(R"({"network": {"download_timeout": 1500}})").findNetworkDownloadTimeout(),
+            Option<int>(1500));
+    }
+
+    void settersWriteTheDocumentedKeys()
+    {
+        SelfSettings s;
+        s.setRunOnStartUp(false);
+        s.setGlobalHotkey("Ctrl+Alt+H");
+        s.setApplicationInstallDirectory("/opt/tools");
+        s.setChannelRollbackHistoryDepth(5);
+        s.setAutoUpdateEnabled(false);
+        s.setHangarUpdatesFilter({ 30, QJsonObject { { "name", "eap" } } });
+        s.setAllToolsAutoUpdateEnabled(true);
+        s.setNetworkDownloadTimeout(1000);
+        s.setAllowAnonymousStatistics(true);
+        s.setShellLinksEnabled(true);
+        s.setShellLinksFolder("/home/u/bin");
+        s.setInternalMode(true);
+        s.setPrivacyPolicyAccepted(true, "1.2");
+        s.setActiveOrvacc("acc-1");
+        QCOMPARE(s.toJson(), parse(R"({
+            "autostart": false, "ui": {"hotkey": "Ctrl+Alt+H"}, "install_location": "/opt/tools",
+            "channel_rollback_max_history": 5,
+            "update": {"install_automatically": false,
+                       "filter": {"quality_filter": {"order_value": 30}, "branch_filter": {"name": "eap"}}},
+            "tools": {"update_all_automatically": true}, "network": {"download_timeout": 1000},
+            "statistics": {"allow": true}, "shell_scripts": {"enabled": true, "location": "/home/u/bin"},
+            "internal": {"enabled": true}, "privacy_policy": {"eua_accepted_version": "1.2"},
+            "vantrel_account": {"active": "acc-1"}
+        })"));
+        QVERIFY(s.findWrongTypedKeys().isEmpty());
+
+        s.removeNetworkDownloadTimeout();
+        s.setPrivacyPolicyAccepted(false, QString());
+        s.removeActiveOrvacc();
+        s.setGlobalHotkey(QString());
+        s.setHangarUpdatesFilter({ 10000, None });
+        QCOMPARE(s.getNetworkDownloadTimeout(), 300000);
+        QCOMPARE(s.getPrivacyPolicyAcceptedVersion(), QString());
+        QCOMPARE(s.getActiveOrvacc(), QString());
+        QVERIFY(!s.toJson().value("ui").toObject().contains("hotkey"));
+        QVERIFY(!s.getHangarUpdatesFilter().branchFilter.has_value());
+    }
+
+    void orderingListsKeepOnePlacePerItem()
+    {
+        SelfSettings s;
+        s.addItemToOrdering("a", "ch-0", false);
+        s.addItemToOrdering("b", "ch-0", false);
+        s.addItemToOrdering("a", "ch-0", false); // already there
+        s.addItemToOrdering("c", "ch-1", true);
+        QCOMPARE(s.getOrdering(false).size(), 2);
+        QCOMPARE(s.getOrderingIndex("b", "ch-0"), Option<int>(1));
+        QCOMPARE(s.getOrderingIndex("c", "ch-1"), Option<int>(0));
+        QVERIFY(!s.getOrderingIndex("c", "ch-1", false).has_value());
+
+        s.setOrderingIndex("b", "ch-0", 0, false);
+        QCOMPARE(s.getOrdering(false).first(), (SettingsItemKey { "b", "ch-0" }));
+        s.setOrderingIndex("z", "ch-0", 99, false); // clamped to the end
+        QCOMPARE(s.getOrderingIndex("z", "ch-0", false), Option<int>(2));
+        s.setOrderingIndex("y", "ch-0", -4, false); // clamped to the start
+        QCOMPARE(s.getOrderingIndex("y", "ch-0", false), Option<int>(0));
+
+        // The manual list wins the lookup when an item is in both.
+        s.addItemToOrdering("b", "ch-0", true);
+        QCOMPARE(s.getOrderingIndex("b", "ch-0"), Option<int>(1));
+        s.removeItemFromOrdering("b", "ch-0");
+        QVERIFY(!s.getOrderingIndex("b", "ch-0").has_value());
+        QCOMPARE(s.toJson().value("ordering").toObject().value("local").toArray().first().toObject(),
+            parse(R"({"application_id": "y", "channel_id": "ch-0"})"));
+
+        s.removeOrdering(true);
+        QVERIFY(s.getOrdering(true).isEmpty());
+        QCOMPARE(s.getOrdering(false).size(), 3);
+
+        // Damaged entries are skipped, not fatal.
+        const SelfSettings damaged = fromText(R"({"ordering": {"local": [1, {"application_id": "a"},
+            {"application_id": "b", "channel_id": "ch-0"}]}})");
+        QCOMPARE(damaged.getOrdering(false), (QList<SettingsItemKey> { { "b", "ch-0" } }));
+        QCOMPARE(damaged.getOrderingIndex("b", "ch-0"), Option<int>(2));
+    }
+
+    void projectMarksRoundTrip()
+    {
+        SelfSettings s;
+        const QDateTime hidden = QDateTime::fromMSecsSinceEpoch(1700000000123);
+        s.setHiddenProject("/home/u/p1", hidden);
+        s.setSpecialProject("/home/u/p1", "favorite", true);
+        s.setSpecialProject("/home/u/p2", "favorite", true);
+        s.setSpecialProject("/home/u/p2", "favorite", true);
+        s.setDefaultOpenItem("/home/u/p1", "quern", "ch-0");
+        QCOMPARE(s.getHiddenProjects(), (QMap<QString, QDateTime> { { "/home/u/p1", hidden } }));
+        QCOMPARE(s.getSpecialProjects().value("favorite"), (QSet<QString> { "/home/u/p1", "/home/u/p2" }));
+        QCOMPARE(s.toJson()
+                     .value("projects")
+                     .toObject()
+                     .value("special")
+                     .toObject()
+                     .value("favorite")
+                     .toArray()
+                     .size(),
+            2);
+        QCOMPARE(
+            s.getDefaultOpenItem("/home/u/p1"), Option<SettingsItemKey>(SettingsItemKey { "quern", "ch-0" }));
+        QCOMPARE(s.getProjects().keys(), (QStringList { "default_open_item", "hidden", "special" }));
+
+        s.setSpecialProject("/home/u/p2", "favorite", false);
+        s.removeHiddenProject("/home/u/p1");
+        s.removeDefaultOpenItem("/home/u/p1");
+        QCOMPARE(s.getSpecialProjects().value("favorite"), QSet<QString> { "/home/u/p1" });
+        QVERIFY(s.getHiddenProjects().isEmpty());
+        QVERIFY(!s.getDefaultOpenItem("/home/u/p1").has_value());
+    }
+
+    void proxyConfigFollowsTheSystemProxy()
+    {
+        SelfSettings s;
+        QTest::ignoreMessage(QtInfoMsg, "Using proxy 127.0.0.1:3128");
+        s.setProxyConfig(QNetworkProxy(QNetworkProxy::HttpProxy, "127.0.0.1", 3128));
+        QCOMPARE(s.getProxyEnabled(), true);
+        QCOMPARE(s.getProxyHost(), QString("127.0.0.1"));
+        QCOMPARE(s.getProxyPort(), 3128);
+        s.setProxyCredentials("user", "secret");
+        QCOMPARE(s.getProxyUsername(), QString("user"));
+
+        QTest::ignoreMessage(QtInfoMsg, "No proxy set");
+        s.setProxyConfig(QNetworkProxy(QNetworkProxy::NoProxy));
+        QCOMPARE(s.toJson().value("proxy").toObject(),
+            parse(R"({"enabled": false, "auth": {"username": "user", "password": "secret"}})"));
+        QCOMPARE(s.takeProxyPassword(), Option<QString>("secret"));
+        QVERIFY(!s.takeProxyPassword().has_value());
+        QCOMPARE(s.toJson().value("proxy").toObject(),
+            parse(R"({"enabled": false, "auth": {"username": "user"}})"));
+    }
+
+    void resetKeepsProjectsAccountAndDetectedProxy()
+    {
+        SelfSettings s = fromText(R"({
+            "autostart": false, "ui": {"hotkey": "F1"}, "install_location": "/x",
+            "ordering": {"local": [{"application_id": "a", "channel_id": "ch-0"}]},
+            "update": {"install_automatically": false, "filter": {"quality_filter": {"order_value": 5}}},
+            "network": {"download_timeout": 10}, "shell_scripts": {"enabled": true},
+            "proxy": {"enabled": true, "host": "h", "port": 1, "auth": {"username": "u"}},
+            "projects": {"hidden": {"/p": 1}}, "vantrel_account": {"active": "acc"},
+            "privacy_policy": {"eua_accepted_version": "3"}
+        })");
+        s.resetToDefaults();
+        QCOMPARE(s.toJson(), parse(R"({
+            "autostart": true, "update": {"filter": {"quality_filter": {"order_value": 10000}}},
+            "proxy": {"enabled": true, "host": "h", "port": 1},
+            "projects": {"hidden": {"/p": 1}}, "vantrel_account": {"active": "acc"},
+            "privacy_policy": {"eua_accepted_version": "3"}
+        })"));
+    }
+
+    void removeOutdatedDropsVanishedProjectsAndBadTimeouts()
+    {
+        QTemporaryDir dir;
+        const QString alive = dir.path();
+        const QString gone = dir.path() + "/gone";
+        SelfSettings s;
+        s.setHiddenProject(alive, QDateTime::currentDateTime());
+        s.setHiddenProject(gone, QDateTime::currentDateTime());
+        s.setSpecialProject(alive, "favorite", true);
+        s.setSpecialProject(gone, "favorite", true);
+        s.setDefaultOpenItem(alive, "a", "ch-0");
+        s.setDefaultOpenItem(gone, "a", "ch-0");
+        s.setNetworkDownloadTimeout(60000);
+        s.removeOutdated();
+        QCOMPARE(s.getHiddenProjects().keys(), QStringList { alive });
+        QCOMPARE(s.getSpecialProjects().value("favorite"), QSet<QString> { alive });
+        QVERIFY(s.getDefaultOpenItem(alive).has_value());
+        QVERIFY(!s.getDefaultOpenItem(gone).has_value());
+        QCOMPARE(s.findNetworkDownloadTimeout(), Option<int>(60000));
+
+        for (const QByteArray &bad :
+            { QByteArray("0"), QByteArray("-5"), QByteArray("\"x\""), QByteArray("1.5") }) {
+            SelfSettings t = fromText(R"({"network": {"download_timeout": )" + bad + "}}");
+            QTest::ignoreMessage(QtWarningMsg, QRegularExpression("^Removing invalid download timeout"));
+            t.removeOutdated();
+            QVERIFY2(!t.findNetworkDownloadTimeout().has_value(), bad.constData());
+            QCOMPARE(t.toJson(), QJsonObject());
+        }
+        // Nothing to drop: nothing changes.
+        const SelfSettings untouched = fromText(R"({"autostart": false})");
+        SelfSettings copy = untouched;
+        copy.removeOutdated();
+        QCOMPARE(copy, untouched);
+    }
 };
 
 QTEST_GUILESS_MAIN(SelfSettingsTest)

@@ -123,12 +123,19 @@ Result<void> JsonEditor::saveJsonFile(const QString &path, const QJsonObject &ob
     }
 
     QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
+    // Unbuffered, so that a short write (full disk, quota, file-size limit) is seen
+    // here: a buffered device flushes at commit() and reports a partial flush as
+    // success, which would rename a torn file into place.
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
         return Error("Unable to open file for writing: " + path);
     const QByteArray content = QJsonDocument(object).toJson(QJsonDocument::Indented);
-    if (file.write(content) != content.size()) {
-        file.cancelWriting();
-        return Error("Unable to write file: " + path);
+    for (qint64 done = 0; done < content.size();) {
+        const qint64 written = file.write(content.constData() + done, content.size() - done);
+        if (written <= 0) {
+            file.cancelWriting();
+            return Error("Unable to write file: " + path);
+        }
+        done += written;
     }
     // commit() flushes, syncs and renames the temporary file over the old one; on
     // failure the temporary file is removed and the old file is left as it was.

@@ -85,6 +85,23 @@ int indexOf(const QJsonArray &array, const QString &applicationId, const QString
     return -1;
 }
 
+// Removes the leaf and then the parents that the removal left empty, so that setting
+// a value and clearing it again gives back the very same document. A missing or
+// non-object parent means there is nothing to remove.
+void removePruning(JsonEditor &editor, const QStringList &path)
+{
+    if (editor.value(path).isUndefined())
+        return;
+    (void)editor.remove(path);
+    for (int length = path.size() - 1; length > 0; --length) {
+        const QStringList parent = path.mid(0, length);
+        const QJsonValue node = editor.value(parent);
+        if (!node.isObject() || !node.toObject().isEmpty())
+            break;
+        (void)editor.remove(parent);
+    }
+}
+
 } // namespace
 
 QStringList SelfSettings::findWrongTypedKeys() const
@@ -242,7 +259,7 @@ void SelfSettings::removeOutdated()
             const Option<int> milliseconds = toInt(timeout);
             if (!milliseconds || *milliseconds <= 0) {
                 qWarning().noquote() << "Removing invalid download timeout" << timeout.toVariant().toString();
-                (void)editor.remove(kDownloadTimeout);
+                removePruning(editor, kDownloadTimeout);
             }
         }
         return {};
@@ -290,9 +307,8 @@ void SelfSettings::set(const QStringList &path, const QJsonValue &value)
 
 void SelfSettings::unset(const QStringList &path)
 {
-    // A missing or non-object parent means there is nothing to remove.
     edit([&](JsonEditor &editor) {
-        (void)editor.remove(path);
+        removePruning(editor, path);
         return Result<void>();
     });
 }
