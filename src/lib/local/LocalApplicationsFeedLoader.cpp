@@ -42,7 +42,7 @@ Result<QList<LocalFeedItem>> LocalApplicationsFeedLoader::start() const
     if (appsPath.isEmpty()) {
         // Nothing installed yet (or the folder could not be created at start).
         qDebug().noquote() << "Detected applications: " + m_root + "/apps"
-                           << "";
+                           << "(missing)";
         return result;
     }
 

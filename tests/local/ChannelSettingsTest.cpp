@@ -1,0 +1,250 @@
+#include "LocalTestSupport.h"
+#include "local/ChannelSettingsManager.h"
+#include "local/LocalApplicationsFilter.h"
+#include "support/TempHome.h"
+
+#include <QDir>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QSignalSpy>
+#include <QTest>
+#include <atomic>
+#include <thread>
+
+class ChannelSettingsTest : public QObject
+{
+    Q_OBJECT
+
+private:
+    TempHome *m_home = nullptr;
+    LocalChannel m_channel;
+    QString m_file;
+
+    void writeSettings(const QJsonObject &settings)
+    {
+        QDir().mkpath(m_channel.getChannelDirectory());
+        QFile file(m_file);
+        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        file.write(QJsonDocument(settings).toJson());
+    }
+
+private slots:
+    void init()
+    {
+        m_home = new TempHome;
+        m_channel = LocalChannel(false, m_home->path() + "/apps/ide/stable", "ide", "stable");
+        m_file = m_channel.getChannelDirectory() + "/.channel.settings.json";
+    }
+    void cleanup() { delete m_home; }
+
+    void detectedChannelsHaveNoSettingsAndNoFile()
+    {
+        ChannelSettingsManager manager;
+        const QString folder = m_home->path() + "/opt/ide";
+        QDir().mkpath(folder);
+        const LocalChannel detected(true, folder, "ide", "system");
+        QCOMPARE(manager.loadChannelSettings(detected).error(), QString("No settings for detected items!"));
+        QCOMPARE(manager.saveChannelSettings(detected, { { "x", 1 } }).error(),
+            QString("No settings for detected items!"));
+        QVERIFY(!manager.updateSettings(detected, [](QJsonObject &s) { s["x"] = 2; }));
+        const LocalFeedItem item
+            = LocalFeedItem::detectedApplication(feedRecord("ide", "1.0"), folder, "system");
+        QVERIFY(!manager.createChannelSettings(item, None, true));
+        QVERIFY(!manager.getRunAsAdministrator(detected));
+        QVERIFY(QDir(folder).isEmpty());
+    }
+
+    void firstSaveLogsNotExistsThenBeforeAndAfter()
+    {
+        ChannelSettingsManager manager;
+        QSignalSpy updated(&manager, &ChannelSettingsManager::channelSettingsUpdated);
+        LogCapture log;
+        const QJsonObject first { { "filter", QJsonObject { { "application_type", "ide" } } },
+            { "custom_name", "Mine" } };
+        QVERIFY(manager.saveChannelSettings(m_channel, first));
+        const QStringList lines = log.matching("Updated settings in " + m_file);
+        QCOMPARE(lines.size(), 1);
+        QVERIFY(lines.first().contains("\n----- BEFORE -----\n(not exists)"));
+        QVERIFY(lines.first().contains("----- AFTER -----\n{"));
+        QVERIFY(lines.first().endsWith("----- END -----"));
+        QCOMPARE(readJson(m_file), first);
+        QCOMPARE(updated.size(), 1);
+        QCOMPARE(updated.first().first().value<LocalChannel>(), m_channel);
+
+        log.clear();
+        QVERIFY(manager.saveChannelSettings(m_channel, QJsonObject { { "filter", first["filter"] } }));
+        QVERIFY(log.matching("Updated settings in").first().contains("\"custom_name\": \"Mine\""));
+    }
+
+    void longTextsAreShortenedInTheLog()
+    {
+        const QString longText(ChannelSettingsManager::MaxLoggedTextLength + 123, QChar('x'));
+        const QString shortened = ChannelSettingsManager::shortenForLog(longText);
+        QVERIFY(shortened.contains("... (123 more)"));
+        QVERIFY(shortened.size() < longText.size());
+        QCOMPARE(ChannelSettingsManager::shortenForLog("small"), QString("small"));
+
+        ChannelSettingsManager manager;
+        LogCapture log;
+        QVERIFY(manager.saveChannelSettings(m_channel,
+            { { "filter", QJsonObject { { "application_type", "ide" } } }, { "blob", longText } }));
+        QVERIFY(log.matching("Updated settings in").first().contains("more)"));
+        // Only the log is shortened, never the file.
+        QCOMPARE(readJson(m_file)["blob"].toString(), longText);
+    }
+
+    void driftedFilterTypeIsRepairedOnLoad()
+    {
+        writeSettings({ { "filter",
+                            QJsonObject { { "application_type", "ide-old" },
+                                { "skipped_filter", QJsonArray { "1.1" } } } },
+            { "custom_name", "Kept" } });
+        ChannelSettingsManager manager;
+        LogCapture log;
+        const auto loaded = manager.loadChannelSettings(m_channel);
+        QVERIFY2(loaded, qPrintable(loaded.error()));
+        QCOMPARE((*loaded).value("filter")["application_type"].toString(), QString("ide"));
+        QVERIFY(log.critical().contains("Incompatible application types of item ide and filter ide-old"));
+        QVERIFY(log.contains("Updated filter application type"));
+        const QJsonObject onDisk = readJson(m_file);
+        QCOMPARE(onDisk, *loaded);
+        QCOMPARE(onDisk.value("filter")["skipped_filter"].toArray(), QJsonArray { "1.1" });
+        QCOMPARE(onDisk["custom_name"].toString(), QString("Kept"));
+
+        // Second load: nothing to repair, nothing written.
+        log.clear();
+        QVERIFY(manager.loadChannelSettings(m_channel));
+        QVERIFY(!log.contains("Updated settings in"));
+    }
+
+    void badFilesFailWithTheirReasonAndStayUntouched()
+    {
+        ChannelSettingsManager manager;
+        LogCapture log;
+        QVERIFY(!manager.loadChannelSettings(m_channel));
+        QVERIFY(log.critical().filter("Failed to load channel settings").size() == 1);
+        QVERIFY(!QFileInfo::exists(m_file));
+
+        writeSettings({ { "custom_name", "no filter" } });
+        const auto noFilter = manager.loadChannelSettings(m_channel);
+        QCOMPARE(noFilter.error(), QString("No settings were found"));
+        QVERIFY(!log.critical().filter("Failed to load application filter").isEmpty());
+        QVERIFY(!manager.updateSettings(m_channel, [](QJsonObject &s) { s["x"] = 1; }));
+        QCOMPARE(readJson(m_file), QJsonObject({ { "custom_name", "no filter" } }));
+
+        QFile file(m_file);
+        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        file.write("[1, 2]");
+        file.close();
+        QVERIFY(!manager.loadChannelSettings(m_channel));
+        QCOMPARE(readFile(m_file), QByteArray("[1, 2]"));
+    }
+
+    void unknownKeysSurviveEveryEdit()
+    {
+        writeSettings(
+            { { "filter", QJsonObject { { "application_type", "ide" }, { "filter_future", true } } },
+                { "future_key", QJsonObject { { "nested", QJsonArray { 1, 2, 3 } } } },
+                { "lathe_platform", QJsonObject { { "data_location", "/data" } } } });
+        ChannelSettingsManager manager;
+        QVERIFY(manager.updateSettings(m_channel, [](QJsonObject &s) { s["custom_name"] = "Renamed"; }));
+        QVERIFY(manager.updateSettings(m_channel, [](QJsonObject &s) {
+            auto filter = LocalApplicationsFilter::fromSettingsJSON(s);
+            filter->skipUpdate("2.0");
+            s = filter->updateFilterSettingsJSON(s);
+        }));
+        QVERIFY(manager.updateSettings(m_channel, [](QJsonObject &s) { s.remove("custom_name"); }));
+        const QJsonObject onDisk = readJson(m_file);
+        QCOMPARE(onDisk.value("future_key")["nested"].toArray(), QJsonArray({ 1, 2, 3 }));
+        QCOMPARE(onDisk.value("filter")["filter_future"].toBool(), true);
+        QCOMPARE(onDisk.value("filter")["skipped_filter"].toArray(), QJsonArray { "2.0" });
+        QCOMPARE(onDisk.value("lathe_platform")["data_location"].toString(), QString("/data"));
+        QVERIFY(!onDisk.contains("custom_name"));
+    }
+
+    void concurrentEditsLoseNothing()
+    {
+        writeSettings({ { "filter", QJsonObject { { "application_type", "ide" } } } });
+        ChannelSettingsManager manager;
+        LogCapture quiet;
+        const int perThread = 25;
+        std::atomic<int> failures { 0 };
+        auto worker = [&](const QString &prefix) {
+            for (int i = 0; i < perThread; ++i) {
+                const QString key = prefix + QString::number(i);
+                if (!manager.updateSettings(m_channel, [&key](QJsonObject &s) { s[key] = true; }))
+                    ++failures;
+            }
+        };
+        std::thread a(worker, QString("a"));
+        std::thread b(worker, QString("b"));
+        a.join();
+        b.join();
+        QCOMPARE(failures.load(), 0);
+        QCOMPARE(readJson(m_file).size(), 1 + 2 * perThread);
+    }
+
+    void optionReadersReportTheirMessages()
+    {
+        const QJsonObject s { { "flag", "yes" }, { "name", 3 }, { "ok", true }, { "text", "t" } };
+        QCOMPARE(ChannelSettings::getBoolOption(s, "flag").error(),
+            QString("Expected boolean value for option 'flag' from file"));
+        QCOMPARE(ChannelSettings::getStringOption(s, "name").error(),
+            QString("Expected string value for option 'name' from file"));
+        QCOMPARE(ChannelSettings::getBoolOption(s, "missing").error(),
+            QString("Option 'missing' is not found in file"));
+        QCOMPARE(ChannelSettings::getStringOption(s, "missing").error(),
+            QString("Option 'missing' is not found in file"));
+        QCOMPARE(*ChannelSettings::getBoolOption(s, "ok"), true);
+        QCOMPARE(*ChannelSettings::getStringOption(s, "text"), QString("t"));
+        QVERIFY(ChannelSettings::hasOption(s, "flag"));
+        QVERIFY(!ChannelSettings::hasOption(s, "missing"));
+    }
+
+    void runAsAdministratorIsOffUnlessAProperBoolSaysSo()
+    {
+        ChannelSettingsManager manager;
+        LogCapture log;
+        QVERIFY(!manager.getRunAsAdministrator(m_channel));
+        QVERIFY(log.contains("Unable to load channel settings: "));
+
+        writeSettings({ { "filter", QJsonObject { { "application_type", "ide" } } } });
+        QVERIFY(!manager.getRunAsAdministrator(m_channel));
+        writeSettings({ { "filter", QJsonObject { { "application_type", "ide" } } },
+            { "run_as_administrator", "true" } });
+        QVERIFY(!manager.getRunAsAdministrator(m_channel));
+        QVERIFY(log.contains("Unable to load bool option run_as_administrator from channel "));
+        writeSettings({ { "filter", QJsonObject { { "application_type", "ide" } } },
+            { "run_as_administrator", true } });
+        QVERIFY(manager.getRunAsAdministrator(m_channel));
+    }
+
+    void firstInstallCreatesFilterAndAutomaticUpdates()
+    {
+        ChannelSettingsManager manager;
+        const QString build = m_channel.getChannelDirectory() + "/1.0";
+        QDir().mkpath(build);
+        const LocalFeedItem item
+            = LocalFeedItem::localApplication(feedRecord("ide", "1.0", 2, 4), build, build, "stable");
+        QVERIFY(manager.createChannelSettings(
+            item, ApplicationMajorVersion(QJsonObject { { "order_value", 4 } }), false));
+        const auto loaded = manager.loadChannelSettings(item);
+        QVERIFY(loaded);
+        QCOMPARE((*loaded)["install_automatically"].toBool(true), false);
+        const auto filter = LocalApplicationsFilter::fromSettingsJSON(*loaded);
+        QCOMPARE(filter->applicationType(), QString("ide"));
+        QCOMPARE(filter->quality()->orderValue(), 2);
+        QCOMPARE(filter->majorVersion()->orderValue(), 4);
+
+        // Re-created over an old file: what the user set before stays.
+        QVERIFY(manager.updateSettings(m_channel, [](QJsonObject &s) { s["custom_name"] = "Old name"; }));
+        QVERIFY(manager.createChannelSettings(item, None, true));
+        const QJsonObject onDisk = readJson(m_file);
+        QCOMPARE(onDisk["custom_name"].toString(), QString("Old name"));
+        QCOMPARE(onDisk["install_automatically"].toBool(), true);
+        QVERIFY(!onDisk["filter"].toObject().contains("version_filter"));
+    }
+};
+
+QTEST_GUILESS_MAIN(ChannelSettingsTest)
+#include "ChannelSettingsTest.moc"

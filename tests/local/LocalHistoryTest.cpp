@@ -1,0 +1,351 @@
+#include "LocalTestSupport.h"
+#include "local/LocalApplicationsActiveHandler.h"
+#include "local/LocalApplicationsActiveTracker.h"
+#include "local/LocalApplicationsFilter.h"
+#include "local/LocalApplicationsHistory.h"
+#include "local/LocalApplicationsHistoryHolder.h"
+#include "support/TempHome.h"
+
+#include <QDir>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QTest>
+
+namespace {
+
+LocalFeedItem diskItem(const QString &channelDir, const QString &build)
+{
+    return LocalFeedItem::localApplication(
+        feedRecord("ide", build), channelDir + "/" + build, channelDir + "/" + build, "stable");
+}
+
+QStringList buildsOf(const QList<RemoteFeedItem> &items)
+{
+    QStringList result;
+    for (const RemoteFeedItem &item : items)
+        result << item.getBuild();
+    return result;
+}
+
+QStringList buildsOf(const QList<LocalFeedItem> &items)
+{
+    QStringList result;
+    for (const LocalFeedItem &item : items)
+        result << item.getBuild();
+    return result;
+}
+
+QStringList actionsIn(const QString &path)
+{
+    QStringList result;
+    const QJsonArray history = readJson(path).value("history").toArray();
+    for (const QJsonValue &entry : history)
+        result << entry["action"].toString() + ":" + entry["item"].toObject()["build"].toString();
+    return result;
+}
+
+const QDateTime T0 = QDateTime(QDate(2026, 3, 1), QTime(10, 20, 30, 456));
+
+} // namespace
+
+class LocalHistoryTest : public QObject
+{
+    Q_OBJECT
+
+private:
+    TempHome *m_home = nullptr;
+    QString m_channelDir;
+    QString m_path;
+
+private slots:
+    void init()
+    {
+        m_home = new TempHome;
+        m_channelDir = m_home->path() + "/apps/ide/stable";
+        QDir().mkpath(m_channelDir);
+        m_path = m_channelDir + "/.history.json";
+    }
+    void cleanup() { delete m_home; }
+
+    void installUpdateRollbackLeavesOneItemAndThreeEntries()
+    {
+        auto history = LocalApplicationsHistory::fromFile(m_path);
+        QCOMPARE(readJson(m_path), QJsonObject());
+        history.addHistoryEntry(diskItem(m_channelDir, "1.0"), "install", T0);
+        history.addHistoryEntry(diskItem(m_channelDir, "2.0"), "update", T0.addSecs(60));
+        QCOMPARE(buildsOf(history.getItems()), QStringList({ "2.0", "1.0" }));
+        history.addHistoryEntry(diskItem(m_channelDir, "1.0"), "rollback", T0.addSecs(120));
+        QCOMPARE(buildsOf(history.getItems()), QStringList({ "1.0" }));
+        QCOMPARE(actionsIn(m_path), QStringList({ "install:1.0", "update:2.0", "rollback:1.0" }));
+
+        // The file holds bare feed records and millisecond timestamps, and reads back equal.
+        const QJsonObject entry = readJson(m_path)["history"].toArray().first().toObject();
+        QCOMPARE(entry["timestamp"].toString(), T0.toString(Qt::ISODateWithMs));
+        QVERIFY(entry["timestamp"].toString().endsWith(".456"));
+        QVERIFY(!entry["item"].toObject().contains("system-install-path"));
+        const auto reloaded = LocalApplicationsHistory::fromFile(m_path);
+        QCOMPARE(reloaded.getHistory(), history.getHistory());
+        QCOMPARE(buildsOf(reloaded.getItems()), QStringList({ "1.0" }));
+    }
+
+    void rollbackBelowTheFirstBuildResetsToAnEmptyObject()
+    {
+        LogCapture log;
+        auto history = LocalApplicationsHistory::fromFile(m_path);
+        history.addHistoryEntry(diskItem(m_channelDir, "1.0"), "install", T0);
+        history.addHistoryEntry(diskItem(m_channelDir, "1.0"), "rollback", T0.addSecs(1));
+        QVERIFY(log.contains("Inconsistent history. Reset history in " + m_path));
+        QVERIFY(history.getItems().isEmpty());
+        QVERIFY(history.getHistory().isEmpty());
+        QCOMPARE(readJson(m_path), QJsonObject());
+        QCOMPARE(QJsonDocument::fromJson(readFile(m_path)).isObject(), true);
+
+        // An unknown action resets the same way, without failing the caller.
+        history.addHistoryEntry(diskItem(m_channelDir, "1.0"), "install", T0);
+        history.addHistoryEntry(diskItem(m_channelDir, "2.0"), "sidegrade", T0);
+        QVERIFY(log.contains("Unknown action sidegrade"));
+        QCOMPARE(readJson(m_path), QJsonObject());
+    }
+
+    void rollbackToAnUnexpectedBuildIsOnlyLogged()
+    {
+        LogCapture log;
+        auto history = LocalApplicationsHistory::fromFile(m_path);
+        history.addHistoryEntry(diskItem(m_channelDir, "1.0"), "install", T0);
+        history.addHistoryEntry(diskItem(m_channelDir, "2.0"), "update", T0);
+        history.addHistoryEntry(diskItem(m_channelDir, "3.0"), "downgrade", T0);
+        QCOMPARE(buildsOf(history.getItems()), QStringList({ "1.0" }));
+        QCOMPARE(actionsIn(m_path), QStringList({ "install:1.0", "update:2.0", "downgrade:3.0" }));
+        QVERIFY(log.contains("rolled back to something strange: should get ide 1.0 but got ide 3.0"));
+    }
+
+    void installStartsANewHistory()
+    {
+        auto history = LocalApplicationsHistory::fromFile(m_path);
+        history.addHistoryEntry(diskItem(m_channelDir, "1.0"), "install", T0);
+        history.addHistoryEntry(diskItem(m_channelDir, "2.0"), "update", T0);
+        history.addHistoryEntry(diskItem(m_channelDir, "5.0"), "install", T0);
+        QCOMPARE(actionsIn(m_path), QStringList({ "install:5.0" }));
+        QCOMPARE(buildsOf(history.getItems()), QStringList({ "5.0" }));
+    }
+
+    void buildsAllGoneFromDiskMakeTheFirstDiskBuildActive()
+    {
+        auto history = LocalApplicationsHistory::fromFile(m_path);
+        history.addHistoryEntry(diskItem(m_channelDir, "1.0"), "install", T0);
+        history.addHistoryEntry(diskItem(m_channelDir, "2.0"), "update", T0);
+
+        LogCapture log;
+        const QList<LocalFeedItem> disk { diskItem(m_channelDir, "7.0"), diskItem(m_channelDir, "8.0") };
+        const auto active = history.getActiveItem(disk);
+        QVERIFY(active);
+        QCOMPARE(active->getBuild(), QString("7.0"));
+        QVERIFY(log.contains("no one items in history matches on one item on the disk by build number"));
+        QCOMPARE(actionsIn(m_path), QStringList({ "install:7.0" }));
+        QCOMPARE(buildsOf(history.getItems()), QStringList({ "7.0" }));
+
+        // With a matching history nothing is written; the most recent match wins.
+        history.addHistoryEntry(diskItem(m_channelDir, "8.0"), "update", T0);
+        const QByteArray file = readFile(m_path);
+        QCOMPARE(history.getActiveItem(disk)->getBuild(), QString("8.0"));
+        QCOMPARE(readFile(m_path), file);
+        QVERIFY(!history.getActiveItem({}));
+    }
+
+    void emptyHistoryTakesTheFirstDiskBuildSilently()
+    {
+        LogCapture log;
+        auto history = LocalApplicationsHistory::fromFile(m_path);
+        const auto active
+            = history.getActiveItem({ diskItem(m_channelDir, "3.0"), diskItem(m_channelDir, "4.0") });
+        QCOMPARE(active->getBuild(), QString("3.0"));
+        QVERIFY(!log.contains("no one items"));
+        QCOMPARE(actionsIn(m_path), QStringList({ "install:3.0" }));
+    }
+
+    void loadingSkipsInvalidItemsAndResetsOnInconsistency()
+    {
+        const QJsonObject a { { "item", feedRecord("ide", "1.0") }, { "action", "install" },
+            { "timestamp", T0.toString(Qt::ISODateWithMs) } };
+        const QJsonObject broken { { "item", QJsonObject { { "id", "ide" } } }, { "action", "update" },
+            { "timestamp", T0.toString(Qt::ISODateWithMs) } };
+        const QJsonObject b { { "item", feedRecord("ide", "2.0") }, { "action", "update" },
+            { "timestamp", T0.toString(Qt::ISODateWithMs) } };
+        LogCapture log;
+        const LocalApplicationsHistory history(m_path, { { "history", QJsonArray { a, broken, b } } });
+        QVERIFY(log.contains("history entry has invalid item"));
+        QCOMPARE(history.getHistory().size(), 2);
+        QCOMPARE(buildsOf(history.getItems()), QStringList({ "2.0", "1.0" }));
+        QCOMPARE(history.getHistory().first().getTimestamp(), T0);
+
+        // A rollback with nothing to return to: everything is dropped in memory,
+        // the file itself is left for the next recorded action to rewrite.
+        const QJsonObject rollback { { "item", feedRecord("ide", "1.0") }, { "action", "rollback" },
+            { "timestamp", T0.toString(Qt::ISODateWithMs) } };
+        const QJsonObject inconsistent { { "history", QJsonArray { a, rollback, b } } };
+        QFile file(m_path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(QJsonDocument(inconsistent).toJson());
+        file.close();
+        const auto loaded = LocalApplicationsHistory::fromFile(m_path);
+        QVERIFY(loaded.getItems().isEmpty());
+        QVERIFY(loaded.getHistory().isEmpty());
+        QCOMPARE(loaded.getHistoryJson(), QJsonObject());
+        QCOMPARE(readJson(m_path), inconsistent);
+    }
+
+    void unreadableHistoryFileBecomesAnEmptyObject()
+    {
+        QFile file(m_path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write("{\"history\": [");
+        file.close();
+        const auto history = LocalApplicationsHistory::fromFile(m_path);
+        QVERIFY(history.getHistory().isEmpty());
+        QCOMPARE(readFile(m_path).trimmed(), QByteArray("{\n}"));
+    }
+
+    void diskBuildsSortInHistoryOrderUnnamedOnesLastNewestFirst()
+    {
+        auto history = LocalApplicationsHistory::fromFile(m_path);
+        history.addHistoryEntry(diskItem(m_channelDir, "1.0"), "install", T0);
+        history.addHistoryEntry(diskItem(m_channelDir, "2.0"), "update", T0);
+        history.addHistoryEntry(diskItem(m_channelDir, "3.0"), "update", T0);
+        LogCapture log;
+        const QList<LocalFeedItem> disk { diskItem(m_channelDir, "0.5"), diskItem(m_channelDir, "1.0"),
+            diskItem(m_channelDir, "0.9"), diskItem(m_channelDir, "3.0") };
+        QCOMPARE(buildsOf(history.sortDiskItems(disk)), QStringList({ "3.0", "1.0", "0.9", "0.5" }));
+        QVERIFY(log.contains("Item from history 2.0 is not found on the disk"));
+
+        // One step back skips the build that is gone and lands on 1.0.
+        QCOMPARE(history.getInstantRollbackItem(disk)->getBuild(), QString("1.0"));
+        QVERIFY(!history.getInstantRollbackItem({ diskItem(m_channelDir, "3.0") }));
+        QVERIFY(!history.getInstantRollbackItem({}));
+        QCOMPARE(history.getRollbackItem("2.0")->getBuild(), QString("2.0"));
+        QVERIFY(!history.getRollbackItem("9.9"));
+    }
+
+    void holderCachesPerChannelAndRemovalDeletesTheFile()
+    {
+        LocalApplicationsHistoryHolder holder;
+        const LocalChannel channel(false, m_channelDir, "ide", "stable");
+        LocalApplicationsActiveHandler handler(nullptr, &holder);
+        handler.onAppInstalled(diskItem(m_channelDir, "1.0"));
+        handler.onAppUpdate(diskItem(m_channelDir, "2.0"));
+        handler.onAppRollback(diskItem(m_channelDir, "2.0"), diskItem(m_channelDir, "1.0"), false);
+        QCOMPARE(actionsIn(m_path), QStringList({ "install:1.0", "update:2.0", "downgrade:1.0" }));
+        QCOMPARE(holder.getHistory(channel).data(), holder.getHistory(channel).data());
+
+        handler.onAppRemoved(diskItem(m_channelDir, "1.0"));
+        QVERIFY(!QFileInfo::exists(m_path));
+        // A history asked for again starts empty (and writes an empty object).
+        QVERIFY(holder.getHistory(channel)->getHistory().isEmpty());
+
+        // Detected tools' folders are not ours: nothing is written there.
+        const QString foreign = m_home->path() + "/opt/ide";
+        QDir().mkpath(foreign);
+        handler.onAppInstalled(
+            LocalFeedItem::detectedApplication(feedRecord("ide", "1.0"), foreign, "system"));
+        QVERIFY(QDir(foreign).isEmpty());
+    }
+
+    void trackerOrdersByItsBuildList()
+    {
+        LocalApplicationsActiveTracker tracker
+            = LocalApplicationsActiveTracker::fromSettings({ { "active-application",
+                QJsonObject { { "builds", QJsonArray { "2.0", "1.0" } }, { "extra", 1 } } } });
+        tracker.markActive("1.0");
+        QCOMPARE(tracker.builds(), QStringList({ "1.0", "2.0" }));
+        QList<LocalFeedItem> items { diskItem(m_channelDir, "0.1"), diskItem(m_channelDir, "2.0"),
+            diskItem(m_channelDir, "0.3"), diskItem(m_channelDir, "1.0") };
+        std::sort(items.begin(), items.end(), tracker.getInstallHistoryComparator());
+        QCOMPARE(buildsOf(items), QStringList({ "1.0", "2.0", "0.3", "0.1" }));
+        const QJsonObject settings = tracker.updateSettings({ { "custom_name", "x" } });
+        QCOMPARE(settings["custom_name"].toString(), QString("x"));
+        QCOMPARE(settings.value("active-application")["extra"].toInt(), 1);
+    }
+
+    void filterJsonFormAndErrors()
+    {
+        QCOMPARE(LocalApplicationsFilter::fromSettingsJSON({}).error(), QString("No settings were found"));
+        QCOMPARE(LocalApplicationsFilter::fromSettingsJSON({ { "filter", "x" } }).error(),
+            QString("No settings were found"));
+        QCOMPARE(LocalApplicationsFilter::fromSettingsJSON(
+                     { { "filter", QJsonObject { { "quality_filter", 1 } } } })
+                     .error(),
+            QString("Cannot read application type from data"));
+
+        LocalApplicationsFilter filter
+            = LocalApplicationsFilter::fromFeedItem(RemoteFeedItem(feedRecord("ide", "1.0", 2)));
+        QJsonObject json = filter.toJSON();
+        QCOMPARE(json["application_type"].toString(), QString("ide"));
+        QCOMPARE(json.value("quality_filter")["order_value"].toInt(), 2);
+        QVERIFY(json["skipped_filter"].isArray());
+        QVERIFY(!json.contains("version_filter"));
+        QVERIFY(!json.contains("branch_filter"));
+
+        const ApplicationMajorVersion major(QJsonObject { { "order_value", 3 } });
+        filter.toggleVersionFilter(major);
+        QCOMPARE(filter.majorVersion()->orderValue(), 3);
+        filter.toggleVersionFilter(major);
+        QVERIFY(!filter.majorVersion());
+        filter.skipUpdate("1.5");
+        filter.skipUpdate("1.5");
+        QCOMPARE(filter.skippedUpdates(), QStringList({ "1.5" }));
+        filter.updateBranch(QString("next"));
+        filter.markAsPerpetaulFallback(T0);
+        QCOMPARE(*filter.perpetualFallbackDate(), T0);
+        const QString debug = filter.toDebugString();
+        for (const char *part : { "filter:", "quality:", "major:", "skipped:" })
+            QVERIFY2(debug.contains(part), qPrintable(debug));
+
+        // Keys of a newer version survive a round trip through the settings.
+        json = filter.toJSON();
+        json.insert("future_key", "kept");
+        const auto reread = LocalApplicationsFilter::fromSettingsJSON({ { "filter", json } });
+        QVERIFY(reread);
+        QCOMPARE(reread->toJSON()["future_key"].toString(), QString("kept"));
+        QCOMPARE(*reread->branch(), QString("next"));
+        QCOMPARE(reread->updateFilterSettingsJSON({ { "custom_name", "n" } })["custom_name"].toString(),
+            QString("n"));
+    }
+
+    void filterAcceptsWhatTheChannelFollows()
+    {
+        LocalApplicationsFilter filter("ide");
+        filter.updateQuality(ApplicationQuality(QJsonObject { { "name", "eap" }, { "order_value", 2 } }));
+        auto item = [](const QString &build, int quality, int major) {
+            return RemoteFeedItem(feedRecord("ide", build, quality, major));
+        };
+        QVERIFY(filter.accept(item("1.0", 1, 1))); // more stable than asked
+        QVERIFY(filter.accept(item("1.0", 2, 1))); // exactly as stable
+        QVERIFY(!filter.accept(item("1.0", 3, 1))); // less stable
+        QJsonObject noQuality = feedRecord("ide", "1.0");
+        noQuality.remove("quality");
+        QVERIFY(filter.accept(RemoteFeedItem(noQuality)));
+
+        QVERIFY(!filter.accept(RemoteFeedItem(feedRecord("lint", "1.0"))));
+        QJsonObject successor = feedRecord("ide-ultimate", "1.0");
+        successor.insert("supersedes", QJsonArray { QJsonObject { { "id", "ide" } } });
+        QVERIFY(filter.accept(RemoteFeedItem(successor)));
+
+        filter.toggleVersionFilter(ApplicationMajorVersion(QJsonObject { { "order_value", 1 } }));
+        QVERIFY(filter.accept(item("1.0", 1, 1)));
+        QVERIFY(!filter.accept(item("2.0", 1, 2)));
+
+        QJsonObject branched = feedRecord("ide", "1.1");
+        branched.insert("branch", QJsonObject { { "name", "next" } });
+        QVERIFY(!filter.accept(RemoteFeedItem(branched)));
+        filter.updateBranch(QString("next"));
+        QVERIFY(filter.accept(RemoteFeedItem(branched)));
+        QVERIFY(!filter.accept(item("1.0", 1, 1)));
+        filter.updateBranch(None);
+
+        filter.skipUpdate("1.0");
+        QVERIFY(!filter.accept(item("1.0", 1, 1)));
+        QVERIFY(filter.accept(item("1.2", 1, 1)));
+    }
+};
+
+QTEST_GUILESS_MAIN(LocalHistoryTest)
+#include "LocalHistoryTest.moc"

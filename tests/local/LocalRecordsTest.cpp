@@ -1,0 +1,147 @@
+#include "LocalTestSupport.h"
+#include "local/LocalChannel.h"
+#include "local/LocalFeedItem.h"
+#include "support/TempHome.h"
+
+#include <QDir>
+#include <QHash>
+#include <QMap>
+#include <QSet>
+#include <QTest>
+
+class LocalRecordsTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void channelsAreOneChannelWhateverTheirFolders()
+    {
+        const LocalChannel a(false, "/one/apps/ide/ch-0", "ide", "ch-0");
+        const LocalChannel b(true, "/elsewhere/ide", "ide", "ch-0");
+        const LocalChannel otherId(false, "/one/apps/ide/ch-1", "ide", "ch-1");
+        const LocalChannel otherType(false, "/one/apps/lint/ch-0", "lint", "ch-0");
+        QCOMPARE(a, b);
+        QCOMPARE(qHash(a), qHash(b));
+        QVERIFY(a != otherId);
+        QVERIFY(a != otherType);
+
+        // Usable as a key of both kinds of map: the second insert replaces the first.
+        QHash<LocalChannel, int> hash { { a, 1 }, { b, 2 }, { otherId, 3 } };
+        QCOMPARE(hash.size(), 2);
+        QCOMPARE(hash.value(a), 2);
+        QMap<LocalChannel, int> map { { a, 1 }, { b, 2 }, { otherType, 3 }, { otherId, 4 } };
+        QCOMPARE(map.size(), 3);
+        // Ordered by type, then channel id in plain string order.
+        QCOMPARE(map.firstKey().getChannelId(), QString("ch-0"));
+        QCOMPARE(map.keys().at(1).getChannelId(), QString("ch-1"));
+        QCOMPARE(map.lastKey().getApplicationType(), QString("lint"));
+        QVERIFY(LocalChannel(false, "", "B", "a") < LocalChannel(false, "", "a", "A"));
+    }
+
+    void channelHashWrapsIn32Bits()
+    {
+        // Long strings give hashes near 2^32; the product must wrap, not widen.
+        const QString type = QString(1000, QChar('z'));
+        const QString id = QString(777, QChar('q'));
+        const quint32 expected = quint32(quint32(qHash(type, 0)) * 2017u + quint32(qHash(id, 0)));
+        QCOMPARE(quint32(qHash(LocalChannel(false, "", type, id))), expected);
+        QCOMPARE(quint32(qHash(LocalChannel(false, "", type, id), 12345)), expected);
+        QCOMPARE(quint32(qHash(LocalChannel())), 0u);
+    }
+
+    void wrapAddsBookkeepingWithCanonicalPathsOnlyForExistingFolders()
+    {
+        TempHome home;
+        const QString real = home.path() + "/real/build-1";
+        QDir().mkpath(real);
+        QVERIFY(QFile::link(home.path() + "/real", home.path() + "/alias"));
+        const QString viaLink = home.path() + "/alias/./build-1";
+
+        const LocalFeedItem item
+            = LocalFeedItem::localApplication(feedRecord("ide", "1.1"), viaLink, viaLink, "stable");
+        QCOMPARE(item.getInstallDir(), QFileInfo(real).canonicalFilePath());
+        QCOMPARE(item.getApplicationDir(), item.getInstallDir());
+        QCOMPARE(item.getChannelId(), QString("stable"));
+        QVERIFY(item.isInstalled());
+        QVERIFY(item.canBeUninstalled());
+        QVERIFY(!item.getRunAsAdministrator());
+        QVERIFY(!item.toJson().contains(LocalFeedItem::UninstallerFileKey));
+        QVERIFY(!item.toJson().contains(LocalFeedItem::RunAsAdministratorKey));
+        QVERIFY(item.isValid());
+
+        // A folder that does not exist is kept as given, with forward slashes.
+        const QString missing = home.path() + "/gone/../gone/build-2";
+        const LocalFeedItem ghost
+            = LocalFeedItem::localApplication(feedRecord("ide", "1.2"), missing, missing, "s");
+        QCOMPARE(ghost.getInstallDir(), missing);
+        QCOMPARE(ghost.getChannel().getChannelDirectory(), home.path() + "/gone");
+        QCOMPARE(ghost.getFeedItemFile(), missing + "/.feed");
+        QCOMPARE(LocalFeedItem::getFeedItemFile(QString()), QString());
+    }
+
+    void detectedBuildsAreTheirOwnChannelAndCannotBeUninstalled()
+    {
+        LogCapture log;
+        const LocalFeedItem item = LocalFeedItem::detectedApplication(
+            feedRecord("ide", "3.0"), "/opt/ide-3", "system", QString("/opt/ide-3/uninstall"));
+        QVERIFY(log.contains("Detected alias: LocalItem{ch: system"));
+        QVERIFY(item.isDetected());
+        QVERIFY(!item.canBeUninstalled());
+        QCOMPARE(item.getWindowsUninstallerFile(), QString("/opt/ide-3/uninstall"));
+        const LocalChannel channel = item.getChannel();
+        QVERIFY(channel.isDetected());
+        QCOMPARE(channel.getChannelDirectory(), QString("/opt/ide-3"));
+
+        // An empty channel id makes the record invalid, however good the feed record.
+        QVERIFY(!LocalFeedItem::detectedApplication(feedRecord("ide", "3.0"), "/opt/ide-3", "").isValid());
+        QVERIFY(!LocalFeedItem::localApplication(feedRecord("ide", "3.0"), "", "", "c").isValid());
+        QJsonObject noPackage = feedRecord("ide", "3.0");
+        noPackage.remove("package");
+        QVERIFY(!LocalFeedItem::localApplication(noPackage, "/x", "/x", "c").isValid());
+    }
+
+    void derivedCopiesLeaveTheSourceUnchanged()
+    {
+        const LocalFeedItem item
+            = LocalFeedItem::localApplication(feedRecord("ide", "1.1"), "/a/b", "/a/b", "c");
+        const LocalFeedItem elevated = item.withRunAsAdministrator(true);
+        QVERIFY(elevated.getRunAsAdministrator());
+        QVERIFY(!item.getRunAsAdministrator());
+        QVERIFY(item != elevated);
+        QVERIFY(!elevated.withRunAsAdministrator(false).getRunAsAdministrator());
+
+        // A null value counts as never set.
+        const Option<LocalFeedItem> nulled = item.weave([](QJsonObject json) -> Option<QJsonObject> {
+            json.insert(LocalFeedItem::RunAsAdministratorKey, QJsonValue::Null);
+            return json;
+        });
+        QVERIFY(nulled);
+        QVERIFY(!nulled->getRunAsAdministrator());
+        QVERIFY(!item.weave([](QJsonObject) -> Option<QJsonObject> { return None; }));
+
+        // The feed record handed out is the one installed from: no bookkeeping keys.
+        const RemoteFeedItem feed = elevated.getFeedItem();
+        QCOMPARE(feed, RemoteFeedItem(feedRecord("ide", "1.1")));
+        for (const QString &key : feed.toJson().keys())
+            QVERIFY2(!key.startsWith("system-"), qPrintable(key));
+        QVERIFY(item.isEqualByInstallDir(elevated));
+        QVERIFY(item.isEqualByInstallDir(elevated.toJson()));
+        QCOMPARE(getInstallDir(RemoteFeedItem(item.toJson())), QString("/a/b"));
+        QCOMPARE(getPluginsPath(item), QString("/a/b.plugins"));
+        QCOMPARE(getRootPath(item), QString("/a/b"));
+        QVERIFY(item.toDebugString().startsWith("LocalItem{ch: c, "));
+    }
+
+    void newerBuildSortsFirst()
+    {
+        const auto older = LocalFeedItem::localApplication(feedRecord("ide", "9.5"), "/a/9.5", "/a/9.5", "c");
+        const auto newer
+            = LocalFeedItem::localApplication(feedRecord("ide", "10.1"), "/a/10.1", "/a/10.1", "c");
+        QVERIFY(LocalFeedItem::compareByVersion(newer, older));
+        QVERIFY(!LocalFeedItem::compareByVersion(older, newer));
+        QVERIFY(!LocalFeedItem::compareByVersion(newer, newer));
+    }
+};
+
+QTEST_GUILESS_MAIN(LocalRecordsTest)
+#include "LocalRecordsTest.moc"

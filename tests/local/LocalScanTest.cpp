@@ -1,0 +1,345 @@
+#include "LocalTestSupport.h"
+#include "local/LocalApplicationsFeed.h"
+#include "local/LocalApplicationsFeedLoader.h"
+#include "support/TempHome.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QJsonDocument>
+#include <QProcess>
+#include <QTest>
+#include <unistd.h>
+
+namespace {
+
+QStringList builds(const QList<LocalFeedItem> &items)
+{
+    QStringList result;
+    for (const LocalFeedItem &item : items)
+        result << item.getApplicationType() + "/" + item.getChannelId() + "/" + item.getBuild();
+    return result;
+}
+
+// Every file below `root` with its content and permissions, links as "-> target".
+QMap<QString, QString> treeListing(const QString &root)
+{
+    QMap<QString, QString> listing;
+    QDirIterator it(root, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+        QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        it.next();
+        const QFileInfo info = it.fileInfo();
+        const QString relative = QDir(root).relativeFilePath(info.filePath());
+        if (info.isSymLink())
+            listing[relative] = "-> " + QDir(root).relativeFilePath(QFile::symLinkTarget(info.filePath()));
+        else if (info.isDir())
+            listing[relative] = "dir " + QString::number(int(info.permissions()), 16);
+        else
+            listing[relative] = QString::number(int(info.permissions()), 16) + " "
+                + QString::fromLatin1(readFile(info.filePath()).toHex().left(64)) + " "
+                + QString::number(info.size());
+    }
+    return listing;
+}
+
+// A tmpfs of the given size mounted for the lifetime of the object, when the
+// system lets this process mount one.
+class TmpfsMount
+{
+public:
+    TmpfsMount(const QString &path, const QString &size)
+        : m_path(path)
+    {
+        QDir().mkpath(path);
+        QProcess mount;
+        mount.start("mount", { "-t", "tmpfs", "-o", "size=" + size, "tmpfs", path });
+        m_mounted = mount.waitForFinished(10000) && mount.exitStatus() == QProcess::NormalExit
+            && mount.exitCode() == 0;
+        m_error = QString::fromLocal8Bit(mount.readAllStandardError()).trimmed();
+        if (!m_mounted && m_error.isEmpty())
+            m_error = mount.errorString();
+    }
+    ~TmpfsMount()
+    {
+        if (m_mounted)
+            QProcess::execute("umount", { "-l", m_path });
+    }
+    bool mounted() const { return m_mounted; }
+    QString error() const { return m_error; }
+
+private:
+    QString m_path;
+    bool m_mounted = false;
+    QString m_error;
+};
+
+// A small tool tree: nested folders, an executable, a relative link, a hidden file.
+void makeTool(const QString &root)
+{
+    writeBuild(root, "ide", "stable", "1.1");
+    const QString build = writeBuild(root, "ide", "stable", "1.2");
+    QDir().mkpath(build + "/bin");
+    QFile exe(build + "/bin/ide.sh");
+    QVERIFY(exe.open(QIODevice::WriteOnly));
+    exe.write("#!/bin/sh\necho ide\n");
+    exe.close();
+    QVERIFY(exe.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner
+        | QFileDevice::ReadGroup | QFileDevice::ExeGroup));
+    QVERIFY(QFile::link("bin/ide.sh", build + "/launcher"));
+    QFile hidden(root + "/apps/ide/stable/.channel.settings.json");
+    QVERIFY(hidden.open(QIODevice::WriteOnly));
+    hidden.write("{\"filter\": {\"application_type\": \"ide\"}}");
+}
+
+} // namespace
+
+class LocalScanTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void scanKeepsNameOrderAndSkipsOnlyLowercaseLatest()
+    {
+        TempHome home;
+        const QString root = home.path() + "/tools";
+        writeBuild(root, "lint", "b", "2.0");
+        writeBuild(root, "ide", "stable", "1.2");
+        writeBuild(root, "ide", "stable", "1.10");
+        writeBuild(root, "ide", "eap", "1.3");
+        // "latest" is reserved; "Latest" is an ordinary build folder.
+        writeBuild(root, "ide", "stable", "latest", QJsonDocument(feedRecord("ide", "latest")).toJson());
+        writeBuild(root, "ide", "stable", "Latest", QJsonDocument(feedRecord("ide", "Latest")).toJson());
+        // Plain files at any level are not folders and are passed over silently.
+        home.writeFile("tools/apps/README", "x");
+        home.writeFile("tools/apps/ide/notes.txt", "x");
+        home.writeFile("tools/apps/ide/stable/2.0", "x");
+
+        LogCapture log;
+        const Result<QList<LocalFeedItem>> scanned = LocalApplicationsFeedLoader(root).start();
+        QVERIFY2(scanned, qPrintable(scanned.error()));
+        QCOMPARE(builds(*scanned),
+            QStringList(
+                { "ide/eap/1.3", "ide/stable/1.10", "ide/stable/1.2", "ide/stable/Latest", "lint/b/2.0" }));
+        QVERIFY(log.contains("Detected applications: "));
+        QCOMPARE(log.matching("Detected channels: ").size(), 2);
+        QVERIFY(!log.matching("Detected builds: ").filter("1.10, 1.2, Latest, latest").isEmpty());
+        QCOMPARE(log.matching("Detected local application: ").size(), 5);
+        QVERIFY(!log.contains("README"));
+
+        const LocalFeedItem &first = scanned->first();
+        QCOMPARE(first.getInstallDir(), QFileInfo(root + "/apps/ide/eap/1.3").canonicalFilePath());
+        QCOMPARE(
+            first.getChannel().getChannelDirectory(), QFileInfo(root + "/apps/ide/eap").canonicalFilePath());
+        QVERIFY(first.isInstalled());
+    }
+
+    void markerOfExactlyFiveMebibytesIsReadOneMoreByteIsNot()
+    {
+        TempHome home;
+        const QString root = home.path();
+        const QByteArray record = QJsonDocument(feedRecord("ide", "1.0")).toJson(QJsonDocument::Compact);
+        const qint64 limit = LocalApplicationsFeedLoader::MaxMarkerFileSize;
+        QCOMPARE(limit, qint64(5242880));
+        // Trailing white space is valid JSON, so the size alone decides.
+        writeBuild(root, "ide", "c", "exact", record + QByteArray(int(limit - record.size()), ' '));
+        const QString over
+            = writeBuild(root, "ide", "c", "over", record + QByteArray(int(limit - record.size() + 1), ' '));
+        QCOMPARE(QFileInfo(over + "/.feed").size(), limit + 1);
+
+        LogCapture log;
+        const auto scanned = LocalApplicationsFeedLoader(root).start();
+        QVERIFY(scanned);
+        QCOMPARE(builds(*scanned), QStringList({ "ide/c/1.0" }));
+        QCOMPARE(scanned->first().getInstallDir(), QFileInfo(root + "/apps/ide/c/exact").canonicalFilePath());
+        QCOMPARE(log.matching("Failed to read .feed marker file. File is too big: ").size(), 1);
+        QVERIFY(log.contains("File is too big: " + over + "/.feed"));
+        // Broken folders are reported, never repaired or removed.
+        QVERIFY(QFileInfo::exists(over + "/.feed"));
+    }
+
+    void brokenBuildFoldersAreLeftOutWithTheirReason()
+    {
+        TempHome home;
+        const QString root = home.path();
+        writeBuild(root, "ide", "c", "good");
+        const QString array = writeBuild(root, "ide", "c", "array", "[{\"id\": \"ide\"}]");
+        const QString garbage = writeBuild(root, "ide", "c", "garbage", "{\"id\": ");
+        const QString invalid
+            = writeBuild(root, "ide", "c", "invalid", "{\"id\": \"ide\", \"version\": \"1\"}");
+        const QString none = root + "/apps/ide/c/none";
+        QDir().mkpath(none);
+        const QString dirMarker = root + "/apps/ide/c/dir-marker";
+        QDir().mkpath(dirMarker + "/.feed");
+
+        LogCapture log;
+        const auto scanned = LocalApplicationsFeedLoader(root).start();
+        QVERIFY(scanned);
+        QCOMPARE(scanned->size(), 1);
+        QCOMPARE(scanned->first().getBuild(), QString("good"));
+        QVERIFY(
+            log.contains("Failed to read .feed marker file. JSON Object was expected: " + array + "/.feed"));
+        QVERIFY(log.contains(
+            "Failed to read .feed marker file. JSON Object was expected: " + garbage + "/.feed"));
+        QVERIFY(log.contains(
+            "Failed to read .feed marker file. RemoteFeedItem is not valid: " + invalid + "/.feed"));
+        QVERIFY(log.contains("No .feed marker file: " + none + "/.feed"));
+        QVERIFY(log.contains("Failed to read .feed marker file. File is too big: " + dirMarker + "/.feed"));
+        QCOMPARE(readFile(array + "/.feed"), QByteArray("[{\"id\": \"ide\"}]"));
+    }
+
+    void unreadableMarkerIsLeftOut()
+    {
+        if (::geteuid() == 0)
+            QSKIP("root reads files whatever their permissions; needs an unprivileged user");
+        TempHome home;
+        const QString build = writeBuild(home.path(), "ide", "c", "1.0");
+        QFile::setPermissions(build + "/.feed", QFileDevice::WriteOwner);
+        LogCapture log;
+        const auto scanned = LocalApplicationsFeedLoader(home.path()).start();
+        QVERIFY(scanned && scanned->isEmpty());
+        QVERIFY(log.contains("Failed to read .feed marker file: " + build + "/.feed"));
+    }
+
+    void missingApplicationsFolderScansAsEmpty()
+    {
+        TempHome home;
+        const auto scanned = LocalApplicationsFeedLoader(home.path() + "/nothing-here").start();
+        QVERIFY(scanned);
+        QVERIFY(scanned->isEmpty());
+    }
+
+    void feedCreatesItsFoldersAndRefreshesOneBuild()
+    {
+        TempHome home;
+        const QString root = home.path() + "/a/../tools//";
+        LogCapture log;
+        LocalApplicationsFeed feed(root);
+        const QString clean = home.path() + "/tools";
+        QCOMPARE(feed.getInstallRoot(), clean);
+        QVERIFY(QFileInfo(clean + "/apps").isDir());
+        QVERIFY(log.contains(clean + " doesn't exist, creating"));
+        QVERIFY(log.contains("Using " + clean + " as applications install directory"));
+        QCOMPARE(feed.getChannelDir("ide", "stable"), clean + "/apps/ide/stable");
+        QCOMPARE(feed.getChannelLatestDir("ide", "stable"), clean + "/apps/ide/stable/latest");
+        const RemoteFeedItem remote(feedRecord("ide", "1.5"));
+        QCOMPARE(feed.getInstallDir("stable", remote), clean + "/apps/ide/stable/1.5");
+
+        const LocalChannel channel(false, clean + "/apps/ide/stable", "ide", "stable");
+        const auto missing = feed.refreshItem(channel, feed.getInstallDir("stable", remote), remote);
+        QVERIFY(!missing);
+        QVERIFY(missing.error().startsWith("No item at path"));
+
+        const QString folder = writeBuild(clean, "ide", "stable", "1.5", "[]");
+        const auto broken = feed.refreshItem(channel, folder, remote);
+        QVERIFY(!broken);
+        QVERIFY(broken.error().startsWith("Failed to detect installed item"));
+
+        writeBuild(clean, "ide", "stable", "1.5");
+        const auto refreshed = feed.refreshItem(channel, folder, remote);
+        QVERIFY2(refreshed, qPrintable(refreshed.error()));
+        QCOMPARE(refreshed->getBuild(), QString("1.5"));
+        QCOMPARE(refreshed->getChannel(), channel);
+
+        // A detected build is refreshed from the record given, without touching disk.
+        const LocalChannel detected(true, "/opt/ide", "ide", "system");
+        const auto alias = feed.refreshItem(detected, "/opt/ide", remote);
+        QVERIFY(alias && alias->isDetected());
+        QVERIFY(!feed.refreshItem(detected, "/opt/ide", RemoteFeedItem()));
+        QVERIFY(log.contains("Failed to refresh detected application"));
+    }
+
+    void moveOntoAnExistingFolderFailsAndTouchesNothing()
+    {
+        TempHome home;
+        const QString from = home.path() + "/old/apps";
+        makeTool(home.path() + "/old");
+        const QString to = home.path() + "/new/apps";
+        QDir().mkpath(to);
+        home.writeFile("new/apps/mine.txt", "user data");
+        // An empty target folder is as much "existing" as a full one.
+        QDir().mkpath(home.path() + "/empty/apps");
+        const auto before = treeListing(from);
+        const auto targetBefore = treeListing(to);
+
+        LogCapture log;
+        const auto moved = LocalApplicationsFeed::moveLocalItems(from, to);
+        QVERIFY(!moved);
+        QVERIFY(moved.error().contains("Target directory exists"));
+        QVERIFY(log.critical().contains("Target directory exists"));
+        QVERIFY(!LocalApplicationsFeed::moveLocalItems(from, home.path() + "/empty/apps"));
+        QCOMPARE(treeListing(from), before);
+        QCOMPARE(treeListing(to), targetBefore);
+        QVERIFY(QDir(home.path() + "/empty/apps").isEmpty());
+        QVERIFY(!LocalApplicationsFeed::moveLocalItems(home.path() + "/absent", home.path() + "/x"));
+        QVERIFY(!QFileInfo::exists(home.path() + "/x"));
+    }
+
+    void moveOnOneFileSystemRenames()
+    {
+        TempHome home;
+        makeTool(home.path() + "/old");
+        const auto before = treeListing(home.path() + "/old/apps");
+        LogCapture log;
+        const auto moved
+            = LocalApplicationsFeed::moveLocalItems(home.path() + "/old/apps", home.path() + "/deep/er/apps");
+        QVERIFY2(moved, qPrintable(moved.error()));
+        QVERIFY(log.contains("Moved all tools to " + home.path() + "/deep/er/apps"));
+        QVERIFY(!log.contains("Reverting to copy & delete"));
+        QCOMPARE(treeListing(home.path() + "/deep/er/apps"), before);
+        QVERIFY(!QFileInfo::exists(home.path() + "/old/apps"));
+    }
+
+    void moveAcrossFileSystemsCopiesThenDeletes()
+    {
+        TempHome home;
+        TmpfsMount mount(home.path() + "/mnt", "8m");
+        if (!mount.mounted())
+            QSKIP(qPrintable("cannot mount a tmpfs here: " + mount.error()));
+        makeTool(home.path() + "/old");
+        const QString from = home.path() + "/old/apps";
+        const QString to = home.path() + "/mnt/tools/apps";
+        const auto before = treeListing(from);
+
+        LogCapture log;
+        const auto moved = LocalApplicationsFeed::moveLocalItems(from, to);
+        QVERIFY2(moved, qPrintable(moved.error()));
+        QVERIFY(log.contains("Reverting to copy & delete"));
+        QVERIFY(log.contains("Moved all files to " + to));
+        QVERIFY(log.contains("Removing " + from));
+        // Same files, same bytes, same permissions, links still relative.
+        QCOMPARE(treeListing(to), before);
+        QCOMPARE(QFileInfo(to + "/ide/stable/1.2/launcher").symLinkTarget(),
+            QFileInfo(to + "/ide/stable/1.2/bin/ide.sh").absoluteFilePath());
+        QVERIFY(!QFileInfo::exists(from));
+
+        const auto scanned = LocalApplicationsFeedLoader(home.path() + "/mnt/tools").start();
+        QVERIFY(scanned);
+        QCOMPARE(builds(*scanned), QStringList({ "ide/stable/1.1", "ide/stable/1.2" }));
+    }
+
+    void moveThatRunsOutOfSpaceLeavesTheOldTreeComplete()
+    {
+        TempHome home;
+        TmpfsMount mount(home.path() + "/mnt", "256k");
+        if (!mount.mounted())
+            QSKIP(qPrintable("cannot mount a tmpfs here: " + mount.error()));
+        makeTool(home.path() + "/old");
+        // Larger than the whole target file system: the copy must fail part-way.
+        home.writeFile("old/apps/ide/stable/1.2/lib/big.bin", QByteArray(1024 * 1024, 'b'));
+        const QString from = home.path() + "/old/apps";
+        const QString to = home.path() + "/mnt/apps";
+        const auto before = treeListing(from);
+
+        LogCapture log;
+        const auto moved = LocalApplicationsFeed::moveLocalItems(from, to);
+        QVERIFY(!moved);
+        QVERIFY(moved.error().startsWith("Failed to copy " + from + " to " + to));
+        QVERIFY(log.contains("Failed to copy " + from + " to " + to));
+        QCOMPARE(treeListing(from), before);
+        QVERIFY(!QFileInfo::exists(to));
+    }
+};
+
+QTEST_GUILESS_MAIN(LocalScanTest)
+#include "LocalScanTest.moc"

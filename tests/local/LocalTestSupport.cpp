@@ -1,0 +1,100 @@
+#include "LocalTestSupport.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonDocument>
+
+namespace {
+QMutex g_mutex;
+QStringList g_messages;
+QStringList g_critical;
+} // namespace
+
+LogCapture::LogCapture()
+{
+    clear();
+    m_previous = qInstallMessageHandler(&LogCapture::handler);
+}
+
+LogCapture::~LogCapture()
+{
+    qInstallMessageHandler(m_previous);
+}
+
+void LogCapture::handler(QtMsgType type, const QMessageLogContext &, const QString &message)
+{
+    QMutexLocker locker(&g_mutex);
+    g_messages.append(message);
+    if (type == QtCriticalMsg)
+        g_critical.append(message);
+}
+
+QStringList LogCapture::messages() const
+{
+    QMutexLocker locker(&g_mutex);
+    return g_messages;
+}
+
+QStringList LogCapture::matching(const QString &text) const
+{
+    QMutexLocker locker(&g_mutex);
+    return g_messages.filter(text);
+}
+
+QStringList LogCapture::critical() const
+{
+    QMutexLocker locker(&g_mutex);
+    return g_critical;
+}
+
+void LogCapture::clear()
+{
+    QMutexLocker locker(&g_mutex);
+    g_messages.clear();
+    g_critical.clear();
+}
+
+QJsonObject feedRecord(const QString &type, const QString &build, int qualityOrder, int majorOrder)
+{
+    return QJsonObject {
+        { "id", type },
+        { "name", type.toUpper() },
+        { "version", "2026." + build.section('.', 0, 0) },
+        { "build", build },
+        { "quality",
+            QJsonObject {
+                { "name", qualityOrder == 1 ? "release" : "eap" }, { "order_value", qualityOrder } } },
+        { "major_version", QJsonObject { { "name", "2026" }, { "order_value", majorOrder } } },
+        { "package",
+            QJsonObject { { "os", "linux" }, { "type", "tar.gz" }, { "url", "http://127.0.0.1/x.tar.gz" } } },
+    };
+}
+
+QString writeBuild(const QString &root, const QString &type, const QString &channel, const QString &build,
+    const QByteArray &content)
+{
+    const QString folder = root + "/apps/" + type + "/" + channel + "/" + build;
+    QDir().mkpath(folder);
+    QFile file(folder + "/.feed");
+    if (file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        file.write(content);
+    return folder;
+}
+
+QString writeBuild(const QString &root, const QString &type, const QString &channel, const QString &build)
+{
+    return writeBuild(root, type, channel, build, QJsonDocument(feedRecord(type, build)).toJson());
+}
+
+QByteArray readFile(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    return file.readAll();
+}
+
+QJsonObject readJson(const QString &path)
+{
+    return QJsonDocument::fromJson(readFile(path)).object();
+}
