@@ -30,10 +30,17 @@ using CmsPtr = std::unique_ptr<CMS_ContentInfo, Deleter<CMS_ContentInfo, CMS_Con
 QString takeOpenSslErrors()
 {
     QStringList parts;
-    while (unsigned long code = ERR_get_error()) {
+    const char *data = nullptr;
+    int flags = 0;
+    while (unsigned long code = ERR_get_error_all(nullptr, nullptr, nullptr, &data, &flags)) {
         char buffer[256];
         ERR_error_string_n(code, buffer, sizeof buffer);
-        parts << QString::fromLatin1(buffer);
+        QString part = QString::fromLatin1(buffer);
+        // The certificate check puts its reason ("unable to get local issuer
+        // certificate") into the error's data, not its text.
+        if (data && *data && (flags & ERR_TXT_STRING))
+            part += QStringLiteral(" (") + QString::fromUtf8(data) + QLatin1Char(')');
+        parts << part;
     }
     return parts.join(QStringLiteral("; "));
 }
