@@ -8,6 +8,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <sys/statvfs.h>
 
 namespace {
 
@@ -80,6 +81,13 @@ Result<void> ApplicationPackageExtractor::runArchiver(const QString &program, co
     const ProcessResult run = Processes::executeProcessAndWait(
         program, arguments, m_targetDir, {},
         [&name](const QString &line) { qWarning().noquote() << name + ":" << line; }, m_timeoutMs);
+    if (run.isSuccessful())
+        return {};
+    // tar reports a full disk only as a short write; say what the user can act on.
+    struct statvfs fs;
+    if (::statvfs(QFile::encodeName(m_targetDir).constData(), &fs) == 0
+        && quint64(fs.f_bavail) * fs.f_bsize < 64 * 1024)
+        return Error(run.reason + " (No space left on device)");
     return run.toResult();
 }
 

@@ -1,0 +1,139 @@
+#pragma once
+
+// Helpers shared by the installation pipeline's tests: real archives made with the
+// system's tar/zip (or, for hostile members those cannot produce, Python's tarfile and
+// zipfile), feed entries describing them, and digests computed independently of the
+// code under test (Qt's own hash).
+
+#include <QByteArray>
+#include <QCryptographicHash>
+#include <QDebug>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QMap>
+#include <QProcess>
+#include <QString>
+#include <QStringList>
+#include <functional>
+
+namespace kit {
+
+inline bool run(
+    const QString &program, const QStringList &arguments, const QString &cwd = {}, QString *output = nullptr)
+{
+    QProcess p;
+    p.setProgram(program);
+    p.setArguments(arguments);
+    if (!cwd.isEmpty())
+        p.setWorkingDirectory(cwd);
+    p.setProcessChannelMode(QProcess::MergedChannels);
+    p.start();
+    p.closeWriteChannel();
+    if (!p.waitForFinished(120000))
+        return false;
+    if (output)
+        *output = QString::fromUtf8(p.readAll());
+    else
+        p.readAll();
+    return p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0;
+}
+
+inline bool python(const QString &script, const QString &cwd)
+{
+    QString out;
+    const bool ok = run("python3", { "-c", script }, cwd, &out);
+    if (!ok)
+        qWarning().noquote() << "python3 failed:" << out;
+    return ok;
+}
+
+inline void writeFile(const QString &path, const QByteArray &content, QFile::Permissions perms = {})
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile f(path);
+    f.open(QIODevice::WriteOnly | QIODevice::Truncate);
+    f.write(content);
+    f.close();
+    if (perms)
+        f.setPermissions(perms);
+}
+
+inline QByteArray readFile(const QString &path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+// Files given relative to `root`.
+inline void makeTree(const QString &root, const QMap<QString, QByteArray> &files)
+{
+    for (auto it = files.cbegin(); it != files.cend(); ++it)
+        writeFile(root + '/' + it.key(), it.value());
+}
+
+inline QString digestHex(
+    const QString &path, QCryptographicHash::Algorithm algorithm = QCryptographicHash::Sha256)
+{
+    QFile f(path);
+    if (!f.open(QIODevice::ReadOnly))
+        return {};
+    QCryptographicHash hash(algorithm);
+    hash.addData(&f);
+    return QString::fromLatin1(hash.result().toHex());
+}
+
+inline QJsonArray checksumsFor(const QString &path)
+{
+    return QJsonArray { QJsonObject { { "alg", "sha-256" }, { "value", digestHex(path) } } };
+}
+
+// A feed entry for `id` build `build` whose package is the file at `packagePath`.
+inline QJsonObject feedEntry(const QString &id, const QString &build, const QString &type, const QString &url,
+    const QString &packagePath, int strip = 0)
+{
+    QJsonObject package { { "os", "linux" }, { "type", type }, { "url", url },
+        { "size", double(QFileInfo(packagePath).size()) }, { "checksums", checksumsFor(packagePath) } };
+    if (strip > 0)
+        package["strip_directories"] = strip;
+    return QJsonObject { { "id", id }, { "name", "Tool " + id }, { "version", build }, { "build", build },
+        { "package", package } };
+}
+
+// tar.gz of the folder `source`, members under the name `top` (e.g. "tool-1.0").
+inline bool tarGz(const QString &source, const QString &top, const QString &archive)
+{
+    return run("tar", { "-czf", archive, "--transform", "s,^\\.," + top + ",", "-C", source, "." });
+}
+
+// A content hash of a whole tree (names, link targets, modes and file bytes), to prove
+// that a folder was left untouched.
+inline QByteArray treeFingerprint(const QString &root)
+{
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    QStringList paths;
+    QDir dir(root);
+    std::function<void(const QString &)> walk = [&](const QString &rel) {
+        const QFileInfoList entries
+            = QDir(root + '/' + rel)
+                  .entryInfoList(
+                      QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System, QDir::Name);
+        for (const QFileInfo &e : entries) {
+            const QString r = rel.isEmpty() ? e.fileName() : rel + '/' + e.fileName();
+            hash.addData(r.toUtf8());
+            hash.addData(QByteArray::number(int(e.permissions())));
+            if (e.isSymLink())
+                hash.addData(e.symLinkTarget().toUtf8());
+            else if (e.isDir())
+                walk(r);
+            else
+                hash.addData(readFile(e.absoluteFilePath()));
+        }
+    };
+    walk(QString());
+    return hash.result().toHex();
+}
+
+} // namespace kit
