@@ -143,6 +143,8 @@ bool FeedBuilder::writeFile(const QString &path, const QByteArray &data, qint64 
     QFile file(path);
     if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(data) != data.size())
         return false;
+    // Flush first: a write at close() would stamp the file with the current time.
+    file.flush();
     if (mtimeSecsSinceEpoch > 0)
         file.setFileTime(
             QDateTime::fromSecsSinceEpoch(mtimeSecsSinceEpoch, Qt::UTC), QFileDevice::FileModificationTime);
