@@ -38,13 +38,23 @@ private:
         if (end < 0)
             return;
         const QByteArray head = m_buffer.left(end);
-        m_buffer.remove(0, end + 4);
         const QList<QByteArray> lines = head.split('\n');
+        qint64 bodyLength = 0;
+        for (const QByteArray &line : lines.mid(1)) {
+            const int colon = line.indexOf(':');
+            if (colon > 0 && line.left(colon).trimmed().toLower() == "content-length")
+                bodyLength = line.mid(colon + 1).trimmed().toLongLong();
+        }
+        if (m_buffer.size() < end + 4 + bodyLength)
+            return; // the body is still on its way
+        const QByteArray body = m_buffer.mid(end + 4, int(bodyLength));
+        m_buffer.remove(0, end + 4 + int(bodyLength));
         FaultServer::Request request;
         const QList<QByteArray> first = lines.value(0).trimmed().split(' ');
         request.method = first.value(0);
         request.path = first.value(1);
         request.headers = head;
+        request.body = body;
         for (const QByteArray &line : lines.mid(1)) {
             const int colon = line.indexOf(':');
             if (colon > 0 && line.left(colon).trimmed().toLower() == "range")
@@ -58,15 +68,16 @@ private:
     {
         m_behaviour = m_server->behaviour();
         const int index = m_server->nextResponseIndex();
-        m_cut = m_behaviour.cutAfterBytes >= 0 && (m_behaviour.cutResponses < 0 || index < m_behaviour.cutResponses);
+        m_cut = m_behaviour.cutAfterBytes >= 0
+            && (m_behaviour.cutResponses < 0 || index < m_behaviour.cutResponses);
         m_stall = m_behaviour.stallAfterBytes >= 0
-                  && (m_behaviour.stallResponses < 0 || index < m_behaviour.stallResponses);
+            && (m_behaviour.stallResponses < 0 || index < m_behaviour.stallResponses);
 
         if (m_behaviour.failWithStatus) {
             const QByteArray body = "failure\n";
             m_socket->write("HTTP/1.1 " + QByteArray::number(m_behaviour.failWithStatus)
-                            + " Failure\r\nContent-Length: " + QByteArray::number(body.size())
-                            + "\r\nConnection: close\r\n\r\n" + body);
+                + " Failure\r\nContent-Length: " + QByteArray::number(body.size())
+                + "\r\nConnection: close\r\n\r\n" + body);
             m_socket->disconnectFromHost();
             return;
         }
@@ -84,7 +95,7 @@ private:
             partial = true;
             if (from >= size) {
                 m_socket->write("HTTP/1.1 416 Range Not Satisfiable\r\nContent-Range: bytes */"
-                                + QByteArray::number(size) + "\r\nContent-Length: 0\r\n\r\n");
+                    + QByteArray::number(size) + "\r\nContent-Length: 0\r\n\r\n");
                 return;
             }
         }
@@ -92,13 +103,13 @@ private:
         head += "Content-Type: " + m_behaviour.contentType + "\r\n";
         head += "Content-Length: " + QByteArray::number(size - from) + "\r\n";
         if (partial)
-            head += "Content-Range: bytes " + QByteArray::number(from) + "-" + QByteArray::number(size - 1) + "/"
-                    + QByteArray::number(size) + "\r\n";
+            head += "Content-Range: bytes " + QByteArray::number(from) + "-" + QByteArray::number(size - 1)
+                + "/" + QByteArray::number(size) + "\r\n";
         if (m_behaviour.sendAcceptRanges)
             head += "Accept-Ranges: bytes\r\n";
         if (m_behaviour.sendETag)
             head += "ETag: \"" + (m_behaviour.changeETag ? "v" + QByteArray::number(index) : QByteArray("v0"))
-                    + "\"\r\n";
+                + "\"\r\n";
         if (m_behaviour.sendLastModified)
             head += "Last-Modified: Mon, 02 Mar 2026 10:00:00 GMT\r\n";
         head += "\r\n";
@@ -189,8 +200,8 @@ bool FaultServer::start()
             while (QTcpSocket *socket = m_server->nextPendingConnection())
                 (new FaultConnection(this, socket))->setParent(m_server);
         });
-        QObject::connect(&m_thread, &QThread::finished, anchor, [anchor] { delete anchor; },
-                         Qt::DirectConnection);
+        QObject::connect(
+            &m_thread, &QThread::finished, anchor, [anchor] { delete anchor; }, Qt::DirectConnection);
         ready.release();
     });
     ready.acquire();

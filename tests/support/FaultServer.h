@@ -6,7 +6,6 @@
 #include <QString>
 #include <QThread>
 #include <QUrl>
-
 #include <atomic>
 
 class QTcpServer;
@@ -50,6 +49,7 @@ public:
         QByteArray path;
         QByteArray range; // empty when none
         QByteArray headers;
+        QByteArray body; // as announced by Content-Length
     };
 
     explicit FaultServer(QString filePath, Behaviour behaviour = Behaviour());
@@ -75,7 +75,7 @@ private:
     mutable QMutex m_mutex;
     Behaviour m_behaviour;
     QList<Request> m_requests;
-    std::atomic<int> m_responses{0};
+    std::atomic<int> m_responses { 0 };
     QThread m_thread;
     QTcpServer *m_server = nullptr;
     quint16 m_port = 0;

@@ -50,7 +50,7 @@ bool NginxServer::start()
         return false;
     }
     const QString d = m_dir.path();
-    for (const char *sub : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"})
+    for (const char *sub : { "client_body", "proxy", "fastcgi", "uwsgi", "scgi" })
         QDir(d).mkpath(QString("tmp/") + sub);
 
     // A port found free may be taken by the time nginx binds it: try a few.
@@ -96,7 +96,7 @@ http {
 
         m_process.setProgram("/usr/sbin/nginx");
         // -e keeps nginx from touching the system-wide error log before it reads the configuration.
-        m_process.setArguments({"-p", d, "-c", d + "/nginx.conf", "-e", d + "/error.log"});
+        m_process.setArguments({ "-p", d, "-c", d + "/nginx.conf", "-e", d + "/error.log" });
         m_process.setProcessChannelMode(QProcess::MergedChannels);
         m_process.start();
         if (!m_process.waitForStarted(5000)) {
@@ -112,7 +112,7 @@ http {
             QThread::msleep(20);
         }
         m_error = "nginx is not answering on port " + QString::number(m_port) + ": "
-                  + QString::fromUtf8(m_process.readAll()) + readAll(d + "/error.log");
+            + QString::fromUtf8(m_process.readAll()) + readAll(d + "/error.log");
         stop();
     }
     return false;

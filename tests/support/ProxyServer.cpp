@@ -38,14 +38,15 @@ bool ProxyServer::start()
             m_error = "Unable to write " + conf.fileName();
             return false;
         }
-        conf.write(QString("Port %1\nListen 127.0.0.1\nTimeout 60\nLogFile \"%2/tinyproxy.log\"\nLogLevel Info\n"
-                           "MaxClients 50\nAllow 127.0.0.1\nBasicAuth %3 %4\nPidFile \"%2/tinyproxy.pid\"\n")
-                       .arg(m_port)
-                       .arg(d, m_user, m_password)
-                       .toUtf8());
+        conf.write(
+            QString("Port %1\nListen 127.0.0.1\nTimeout 60\nLogFile \"%2/tinyproxy.log\"\nLogLevel Info\n"
+                    "MaxClients 50\nAllow 127.0.0.1\nBasicAuth %3 %4\nPidFile \"%2/tinyproxy.pid\"\n")
+                .arg(m_port)
+                .arg(d, m_user, m_password)
+                .toUtf8());
         conf.close();
         m_process.setProgram("/usr/bin/tinyproxy");
-        m_process.setArguments({"-d", "-c", d + "/tinyproxy.conf"});
+        m_process.setArguments({ "-d", "-c", d + "/tinyproxy.conf" });
         m_process.setProcessChannelMode(QProcess::MergedChannels);
         m_process.start();
         if (!m_process.waitForStarted(5000)) {
@@ -87,7 +88,8 @@ int ProxyServer::authenticationFailures() const
 {
     // tinyproxy does not log its 407 answers: every request it logged but did not forward was refused.
     const QString text = log();
-    return text.count(QStringLiteral("]: Request (")) - text.count(QStringLiteral("opensock: opening connection to"));
+    return text.count(QStringLiteral("]: Request ("))
+        - text.count(QStringLiteral("opensock: opening connection to"));
 }
 
 int ProxyServer::forwardedRequests() const

@@ -4,7 +4,6 @@
 #include <QDeadlineTimer>
 #include <QMutex>
 #include <QWaitCondition>
-
 #include <atomic>
 
 namespace {
@@ -28,7 +27,8 @@ WorkerThread::~WorkerThread()
 {
     // Jobs already queued run to the end; the worker object is deleted in its own thread.
     QObject *worker = m_worker;
-    QMetaObject::invokeMethod(worker, [worker] { delete worker; }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        worker, [worker] { delete worker; }, Qt::QueuedConnection);
     m_thread->quit();
     m_thread->wait();
     delete m_thread;

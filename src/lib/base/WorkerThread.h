@@ -5,7 +5,6 @@
 #include <QPointer>
 #include <QString>
 #include <QThread>
-
 #include <functional>
 #include <memory>
 #include <type_traits>
@@ -33,8 +32,7 @@ public:
     // Queues `work` on this worker's thread.
     void post(std::function<void()> work);
     // Queues `work` and delivers its result to `done` on `context`'s thread.
-    template <typename T>
-    void post(QObject *context, std::function<T()> work, std::function<void(T)> done)
+    template <typename T> void post(QObject *context, std::function<T()> work, std::function<void(T)> done)
     {
         post(wrap<T>(context, std::move(work), std::move(done)));
     }

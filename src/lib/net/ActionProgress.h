@@ -3,7 +3,6 @@
 #include <QMutex>
 #include <QObject>
 #include <QString>
-
 #include <atomic>
 #include <memory>
 
@@ -38,15 +37,15 @@ public:
 
     struct State
     {
-        QString id;       // "active-progress-" + a suffix unique for the run
+        QString id; // "active-progress-" + a suffix unique for the run
         QString taskName; // what the UI shows
         qint64 startTime = 0; // milliseconds since the epoch
-        std::atomic<int> current{0};
-        std::atomic<qint64> total{1};
-        std::atomic<int> type{SingleAction};
+        std::atomic<int> current { 0 };
+        std::atomic<qint64> total { 1 };
+        std::atomic<int> type { SingleAction };
         bool cancelable = false;
-        std::atomic<bool> cancelled{false};
-        std::atomic<bool> finished{false};
+        std::atomic<bool> cancelled { false };
+        std::atomic<bool> finished { false };
 
         // The last status or error text; guarded by `mutex`.
         mutable QMutex mutex;

@@ -53,26 +53,26 @@ QNetworkAccessManager *DownloadAccessManagerHolder::networkManager()
         if (!manager) {
             manager = new QNetworkAccessManager;
             connect(manager, &QNetworkAccessManager::proxyAuthenticationRequired, manager,
-                    [this](const QNetworkProxy &proxy, QAuthenticator *authenticator) {
-                        onProxyAuthenticationRequired(proxy, authenticator);
-                    });
+                [this](const QNetworkProxy &proxy, QAuthenticator *authenticator) {
+                    onProxyAuthenticationRequired(proxy, authenticator);
+                });
             m_registry->managers.insert(thread, manager);
             std::weak_ptr<Registry> weak = m_registry;
             // `finished` is emitted in the ending thread itself: the right place to delete.
-            m_registry->connections.insert(
-                thread, connect(
-                            thread, &QThread::finished, thread,
-                            [weak, thread] {
-                                auto registry = weak.lock();
-                                if (!registry)
-                                    return;
-                                QMutexLocker lock(&registry->mutex);
-                                if (registry->closed)
-                                    return;
-                                delete registry->managers.take(thread);
-                                QObject::disconnect(registry->connections.take(thread));
-                            },
-                            Qt::DirectConnection));
+            m_registry->connections.insert(thread,
+                connect(
+                    thread, &QThread::finished, thread,
+                    [weak, thread] {
+                        auto registry = weak.lock();
+                        if (!registry)
+                            return;
+                        QMutexLocker lock(&registry->mutex);
+                        if (registry->closed)
+                            return;
+                        delete registry->managers.take(thread);
+                        QObject::disconnect(registry->connections.take(thread));
+                    },
+                    Qt::DirectConnection));
         }
     }
     // The settings may change at any time; the proxy is applied before each use.
@@ -85,8 +85,8 @@ QNetworkProxy DownloadAccessManagerHolder::configuredProxy() const
     if (m_settings) {
         const SelfSettings settings = m_settings->getSettings();
         if (settings.getProxyEnabled() && !settings.getProxyHost().isEmpty() && settings.getProxyPort() > 0)
-            return QNetworkProxy(QNetworkProxy::HttpProxy, settings.getProxyHost(),
-                                 quint16(settings.getProxyPort()));
+            return QNetworkProxy(
+                QNetworkProxy::HttpProxy, settings.getProxyHost(), quint16(settings.getProxyPort()));
     }
     return QNetworkProxy(QNetworkProxy::DefaultProxy);
 }
@@ -97,13 +97,13 @@ int DownloadAccessManagerHolder::proxyAuthenticationAttempts() const
     return m_attempts;
 }
 
-void DownloadAccessManagerHolder::onProxyAuthenticationRequired(const QNetworkProxy &proxy,
-                                                                QAuthenticator *authenticator)
+void DownloadAccessManagerHolder::onProxyAuthenticationRequired(
+    const QNetworkProxy &proxy, QAuthenticator *authenticator)
 {
     auto readPair = [this]() -> std::pair<QString, QString> {
         if (!m_settings)
             return {};
-        return {m_settings->getSettings().getProxyUsername(), m_settings->getProxyPassword()};
+        return { m_settings->getSettings().getProxyUsername(), m_settings->getProxyPassword() };
     };
 
     QMutexLocker lock(&m_authMutex);
@@ -111,8 +111,8 @@ void DownloadAccessManagerHolder::onProxyAuthenticationRequired(const QNetworkPr
     if (!user.isEmpty() && user == m_lastUser && password == m_lastPassword) {
         ++m_attempts;
         if (m_attempts > 3) {
-            qWarning().noquote()
-                << "Exceed proxy authentication attempts limit, looks like username/password pair is incorrect";
+            qWarning().noquote() << "Exceed proxy authentication attempts limit, looks like "
+                                    "username/password pair is incorrect";
             if (m_settings)
                 m_settings->resetProxyPassword();
             m_attempts = 0;

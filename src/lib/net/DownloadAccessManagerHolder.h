@@ -4,7 +4,6 @@
 #include <QMutex>
 #include <QObject>
 #include <QString>
-
 #include <memory>
 
 class QAuthenticator;

@@ -6,6 +6,7 @@
 #include <QDebug>
 #include <QEventLoop>
 #include <QIODevice>
+#include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QSslCertificate>
 #include <QThread>
@@ -39,8 +40,7 @@ bool isRetriableNetworkError(QNetworkReply::NetworkError code)
 } // namespace
 
 DownloadAction::DownloadAction(const QUrl &url, QIODevice *out, qint64 expectedSize, ActionProgress *progress,
-                               QNetworkReply *reply, const Option<int> &expectedStatus,
-                               const Option<QString> &description)
+    QNetworkReply *reply, const Option<int> &expectedStatus, const Option<QString> &description)
     : m_url(url)
     , m_name(description ? *description : url.toDisplayString())
     , m_out(out)
@@ -50,7 +50,7 @@ DownloadAction::DownloadAction(const QUrl &url, QIODevice *out, qint64 expectedS
     , m_expectedStatus(expectedStatus)
 {
     connect(m_reply, &QNetworkReply::errorOccurred, this,
-            [this](QNetworkReply::NetworkError code) { replyError(int(code)); });
+        [this](QNetworkReply::NetworkError code) { replyError(int(code)); });
     connect(m_reply, &QNetworkReply::sslErrors, this, &DownloadAction::replySslErrors);
     connect(m_reply, &QNetworkReply::readyRead, this, &DownloadAction::replyReadyRead);
     connect(m_reply, &QNetworkReply::finished, this, &DownloadAction::replyFinished);
@@ -137,6 +137,18 @@ bool DownloadAction::bodyIsPayload()
         return true; // not HTTP (e.g. file:// in tests)
     const int code = status.toInt();
     return code >= 200 && code < 300;
+}
+
+bool DownloadAction::isTruncated(int status) const
+{
+    if (status < 200 || status >= 300 || status == 204
+        || m_reply->operation() == QNetworkAccessManager::HeadOperation)
+        return false;
+    bool ok = false;
+    const qint64 announced = m_reply->rawHeader("Content-Length").trimmed().toLongLong(&ok);
+    if (!ok || !m_reply->rawHeader("Content-Encoding").isEmpty())
+        return false;
+    return m_result.bytesWritten() < announced;
 }
 
 void DownloadAction::replyReadyRead()
@@ -229,22 +241,30 @@ void DownloadAction::replyFinished()
 
     const int status = m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
     m_result.setHttpStatus(status);
-    for (const char *name : {"Content-Type", "ETag", "Last-Modified", "Accept-Ranges", "Content-Range"})
+    for (const char *name : { "Content-Type", "ETag", "Last-Modified", "Accept-Ranges", "Content-Range" })
         m_result.setHeader(name, m_reply->rawHeader(name));
 
     if (m_result.isSuccessful()) {
         if (m_expectedStatus && status != *m_expectedStatus) {
-            qWarning().noquote() << "Download Response:" << m_name << ", response:"
-                                 << QString::fromUtf8(m_errorBody.left(kErrorBodyLogLimit));
+            qWarning().noquote() << "Download Response:" << m_name
+                                 << ", response:" << QString::fromUtf8(m_errorBody.left(kErrorBodyLogLimit));
             fail(QStringLiteral("Expected status %1 but was %2").arg(*m_expectedStatus).arg(status));
         } else if (m_reply->error() != QNetworkReply::NoError) {
             fail(m_reply->errorString(), isRetriableNetworkError(m_reply->error()));
         } else if (status != 0 && status != 304 && (status < 200 || status >= 300)) {
             fail(QStringLiteral("Unexpected HTTP status %1").arg(status));
+        } else if (isTruncated(status)) {
+            // The network layer reports a connection closed mid-body as a normal end; the
+            // announced length tells the difference, and a resumption can continue from here.
+            fail(QStringLiteral("Connection closed after %1 of %2 bytes from %3")
+                     .arg(m_result.bytesWritten())
+                     .arg(QString::fromLatin1(m_reply->rawHeader("Content-Length")), m_name),
+                true);
         }
     }
     if (m_result.isError() && !m_errorBody.isEmpty())
-        qWarning().noquote() << "Download Response:" << m_name << ", response:" << QString::fromUtf8(m_errorBody);
+        qWarning().noquote() << "Download Response:" << m_name
+                             << ", response:" << QString::fromUtf8(m_errorBody);
     if (m_loop)
         m_loop->quit();
 }

@@ -8,7 +8,6 @@
 #include <QPointer>
 #include <QSslError>
 #include <QUrl>
-
 #include <functional>
 
 class ActionProgress;
@@ -36,8 +35,8 @@ public:
     // `expectedStatus`, when given, is the only HTTP status accepted. `description` names the
     // request in the log in place of the URL (e.g. to keep query secrets out of it).
     DownloadAction(const QUrl &url, QIODevice *out, qint64 expectedSize, ActionProgress *progress,
-                   QNetworkReply *reply, const Option<int> &expectedStatus = None,
-                   const Option<QString> &description = None);
+        QNetworkReply *reply, const Option<int> &expectedStatus = None,
+        const Option<QString> &description = None);
     ~DownloadAction() override;
 
     void setHeaderCheck(HeaderCheck check) { m_headerCheck = std::move(check); }
@@ -61,6 +60,7 @@ private:
     void abortReply();
     bool checkCancelled();
     bool bodyIsPayload();
+    bool isTruncated(int status) const;
 
     QUrl m_url;
     QString m_name;

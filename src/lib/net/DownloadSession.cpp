@@ -26,14 +26,14 @@ QString formEncode(const QMap<QString, QString> &form)
     QUrlQuery query;
     for (auto it = form.begin(); it != form.end(); ++it)
         query.addQueryItem(QString::fromLatin1(QUrl::toPercentEncoding(it.key())),
-                           QString::fromLatin1(QUrl::toPercentEncoding(it.value())));
+            QString::fromLatin1(QUrl::toPercentEncoding(it.value())));
     return query.query(QUrl::FullyEncoded);
 }
 } // namespace
 
 QVector<int> DownloadSession::defaultBackoffSchedule()
 {
-    return {500, 2000, 7000, 22000, 22000, 82000};
+    return { 500, 2000, 7000, 22000, 22000, 82000 };
 }
 
 DownloadSession::DownloadSession(SettingsManager *settings, QObject *parent)
@@ -45,22 +45,23 @@ DownloadSession::DownloadSession(SettingsManager *settings, QObject *parent)
     // Without a proxy in the settings, requests follow the desktop's proxy configuration.
     QNetworkProxyFactory::setUseSystemConfiguration(true);
     connect(m_holder, &DownloadAccessManagerHolder::proxyCredentialsRequired, this,
-            &DownloadSession::proxyCredentialsRequired);
+        &DownloadSession::proxyCredentialsRequired);
     if (m_settings)
         m_timeoutMs = m_settings->getSettings().findNetworkDownloadTimeout();
     qInfo().noquote() << "Download timeout is set to"
                       << (m_timeoutMs ? QString::number(*m_timeoutMs) + " ms" : QStringLiteral("none"));
     if (m_settings) {
         connect(m_settings, &SettingsManager::settingsChanged, this,
-                [this](const SelfSettings &, const SelfSettings &now) {
-                    const Option<int> timeout = now.findNetworkDownloadTimeout();
-                    QMutexLocker lock(&m_pauseMutex);
-                    if (timeout != m_timeoutMs) {
-                        m_timeoutMs = timeout;
-                        qInfo().noquote() << "Download timeout is set to"
-                                          << (timeout ? QString::number(*timeout) + " ms" : QStringLiteral("none"));
-                    }
-                });
+            [this](const SelfSettings &, const SelfSettings &now) {
+                const Option<int> timeout = now.findNetworkDownloadTimeout();
+                QMutexLocker lock(&m_pauseMutex);
+                if (timeout != m_timeoutMs) {
+                    m_timeoutMs = timeout;
+                    qInfo().noquote()
+                        << "Download timeout is set to"
+                        << (timeout ? QString::number(*timeout) + " ms" : QStringLiteral("none"));
+                }
+            });
     }
 }
 
@@ -89,7 +90,7 @@ QNetworkRequest DownloadSession::makeRequest(const QUrl &url, const Option<QStri
 {
     QNetworkRequest request(url);
     request.setHeader(QNetworkRequest::UserAgentHeader,
-                      QStringLiteral("Hangar/%1").arg(QStringLiteral(HANGAR_BUILD_VERSION)));
+        QStringLiteral("Hangar/%1").arg(QStringLiteral(HANGAR_BUILD_VERSION)));
     if (contentType)
         request.setRawHeader("Accept", contentType->toUtf8());
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::NoLessSafeRedirectPolicy);
@@ -105,9 +106,9 @@ QNetworkRequest DownloadSession::makeRequest(const QUrl &url, const Option<QStri
     return request;
 }
 
-DownloadResult DownloadSession::run(const QUrl &url, QIODevice *out, qint64 expectedSize, ActionProgress *progress,
-                                    QNetworkReply *reply, const ChunkObserver &onWritten,
-                                    const std::function<QString(QNetworkReply *)> &headerCheck)
+DownloadResult DownloadSession::run(const QUrl &url, QIODevice *out, qint64 expectedSize,
+    ActionProgress *progress, QNetworkReply *reply, const ChunkObserver &onWritten,
+    const std::function<QString(QNetworkReply *)> &headerCheck)
 {
     reply->setReadBufferSize(kReadBufferSize);
     DownloadAction action(url, out, expectedSize, progress, reply);
@@ -116,9 +117,9 @@ DownloadResult DownloadSession::run(const QUrl &url, QIODevice *out, qint64 expe
     return action.exec();
 }
 
-DownloadResult DownloadSession::getInternal(const QUrl &url, const Option<QString> &contentType, QIODevice *out,
-                                            qint64 expectedSize, ActionProgress *progress,
-                                            const Option<QString> &ifModifiedSince, const ChunkObserver &onWritten)
+DownloadResult DownloadSession::getInternal(const QUrl &url, const Option<QString> &contentType,
+    QIODevice *out, qint64 expectedSize, ActionProgress *progress, const Option<QString> &ifModifiedSince,
+    const ChunkObserver &onWritten)
 {
     if (progress && progress->isCancelled())
         return DownloadResult::cancelled();
@@ -130,14 +131,13 @@ DownloadResult DownloadSession::getInternal(const QUrl &url, const Option<QStrin
 }
 
 DownloadResult DownloadSession::get(const QUrl &url, const Option<QString> &contentType, QIODevice *out,
-                                    qint64 expectedSize, ActionProgress *progress,
-                                    const Option<QString> &ifModifiedSince)
+    qint64 expectedSize, ActionProgress *progress, const Option<QString> &ifModifiedSince)
 {
     return getInternal(url, contentType, out, expectedSize, progress, ifModifiedSince, {});
 }
 
 DownloadResult DownloadSession::post(const QUrl &url, const Option<QString> &contentType, QIODevice *out,
-                                     qint64 expectedSize, ActionProgress *progress, const QJsonObject &body)
+    qint64 expectedSize, ActionProgress *progress, const QJsonObject &body)
 {
     if (progress && progress->isCancelled())
         return DownloadResult::cancelled();
@@ -149,19 +149,26 @@ DownloadResult DownloadSession::post(const QUrl &url, const Option<QString> &con
 }
 
 DownloadResult DownloadSession::post(const QUrl &url, const Option<QString> &contentType, QIODevice *out,
-                                     qint64 expectedSize, ActionProgress *progress,
-                                     const QMap<QString, QString> &form)
+    qint64 expectedSize, ActionProgress *progress, const QMap<QString, QString> &form)
 {
     if (progress && progress->isCancelled())
         return DownloadResult::cancelled();
     QNetworkRequest request = makeRequest(url, contentType);
-    request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/x-www-form-urlencoded"));
+    request.setHeader(
+        QNetworkRequest::ContentTypeHeader, QStringLiteral("application/x-www-form-urlencoded"));
     QNetworkReply *reply = m_holder->networkManager()->post(request, formEncode(form).toUtf8());
     return run(url, out, expectedSize, progress, reply, {});
 }
 
-DownloadResult DownloadSession::getFromOffset(const QUrl &url, qint64 offset, QIODevice *out, qint64 remainingSize,
-                                              ActionProgress *progress, const ChunkObserver &onWritten)
+DownloadResult DownloadSession::getFromOffset(const QUrl &url, qint64 offset, QIODevice *out,
+    qint64 remainingSize, ActionProgress *progress, const ChunkObserver &onWritten)
+{
+    return getFromOffsetChecked(url, offset, out, remainingSize, progress, onWritten, {});
+}
+
+DownloadResult DownloadSession::getFromOffsetChecked(const QUrl &url, qint64 offset, QIODevice *out,
+    qint64 remainingSize, ActionProgress *progress, const ChunkObserver &onWritten,
+    const std::function<QString(QNetworkReply *)> &extraCheck)
 {
     if (progress && progress->isCancelled())
         return DownloadResult::cancelled();
@@ -172,13 +179,18 @@ DownloadResult DownloadSession::getFromOffset(const QUrl &url, qint64 offset, QI
     const QByteArray expectedPrefix = "bytes " + QByteArray::number(offset) + "-";
     // Checked before the first byte is written, so a server that ignores the range (and sends the
     // whole file from its start) cannot corrupt what is already on disk.
-    auto check = [expectedPrefix](QNetworkReply *r) -> QString {
+    auto check = [expectedPrefix, extraCheck](QNetworkReply *r) -> QString {
+        if (extraCheck) {
+            const QString problem = extraCheck(r);
+            if (!problem.isEmpty())
+                return problem;
+        }
         const QByteArray range = r->rawHeader("Content-Range").trimmed();
         if (range.isEmpty())
             return QStringLiteral("Content-Range was not returned");
         if (!range.startsWith(expectedPrefix))
             return "Content-Range is " + QString::fromLatin1(range) + ", expected to start with "
-                   + QString::fromLatin1(expectedPrefix);
+                + QString::fromLatin1(expectedPrefix);
         // "bytes <first>-<last>/<length or *>"
         const QByteArray rest = range.mid(6);
         const int dash = rest.indexOf('-');
@@ -226,11 +238,12 @@ bool DownloadSession::sleepPolling(int pauseMs, ActionProgress *progress)
 }
 
 Result<void> DownloadSession::getFile(const QUrl &url, const QString &path, qint64 expectedSize,
-                                      ActionProgress *progress, ChunkObserver onWritten)
+    ActionProgress *progress, ChunkObserver onWritten)
 {
     QFile file(path);
     const bool opened = file.open(QIODevice::WriteOnly | QIODevice::Truncate);
-    qInfo().noquote() << "Temporary file at" << path << "open:" << file.isOpen() << "writable:" << file.isWritable();
+    qInfo().noquote() << "Temporary file at" << path << "open:" << file.isOpen()
+                      << "writable:" << file.isWritable();
     if (!opened)
         return Error("Could not open temporary file: " + file.errorString());
 
@@ -259,9 +272,10 @@ Result<void> DownloadSession::getFile(const QUrl &url, const QString &path, qint
             return known == now ? QString() : QString::fromLatin1(refusal);
         };
         for (const QString &refusal :
-             {compare(contentType, result.contentType(), "Content-Type changed. Download cannot be resumed"),
-              compare(eTag, result.eTag(), "ETag changed. Download cannot be resumed"),
-              compare(lastModified, result.lastModified(), "Last-Modified changed. Download cannot be resumed")}) {
+            { compare(contentType, result.contentType(), "Content-Type changed. Download cannot be resumed"),
+                compare(eTag, result.eTag(), "ETag changed. Download cannot be resumed"),
+                compare(lastModified, result.lastModified(),
+                    "Last-Modified changed. Download cannot be resumed") }) {
             if (!refusal.isEmpty()) {
                 qWarning().noquote() << "DownloadSession:" << refusal << url.toDisplayString();
                 return Error(refusal);
@@ -284,8 +298,8 @@ Result<void> DownloadSession::getFile(const QUrl &url, const QString &path, qint
             return result.toResult();
 
         const qint64 position = file.pos();
-        const bool anyResponse = !contentType.isEmpty() || !eTag.isEmpty() || !lastModified.isEmpty()
-                                 || !acceptRanges.isEmpty();
+        const bool anyResponse
+            = !contentType.isEmpty() || !eTag.isEmpty() || !lastModified.isEmpty() || !acceptRanges.isEmpty();
         if (position > 0 || anyResponse) {
             if (!acceptRanges.contains(QLatin1String("bytes"), Qt::CaseInsensitive)) {
                 qWarning().noquote() << "Cannot resume download. SupportRanges: " + acceptRanges;
@@ -309,15 +323,29 @@ Result<void> DownloadSession::getFile(const QUrl &url, const QString &path, qint
             qInfo().noquote() << "Downloader: download cancelled for" << url.toDisplayString();
             return Error(DownloadResult::CANCELLED_MESSAGE);
         }
-        qInfo().noquote() << "DownloadSession: resuming download of" << url.toDisplayString() + ", pos="
-                                 + QString::number(position) + ", Content-Type:" << contentType + ", ETag: " + eTag
-                                 + ", Last-Modified:" << lastModified;
+        qInfo().noquote() << "DownloadSession: resuming download of"
+                          << url.toDisplayString() + ", pos=" + QString::number(position) + ", Content-Type:"
+                          << contentType + ", ETag: " + eTag + ", Last-Modified:" << lastModified;
         const qint64 remaining = expectedSize < 0 ? -1 : expectedSize - position;
-        result = getFromOffset(url, position, &file, remaining, progress, onWritten);
+        // The validators are compared before the first byte is appended: a changed file on the
+        // server must not be spliced onto the start of the old one.
+        auto sameFile = [contentType, eTag, lastModified](QNetworkReply *r) -> QString {
+            auto differs = [](const QString &known, const QByteArray &now) {
+                return !known.isEmpty() && !now.isEmpty() && known != QString::fromLatin1(now);
+            };
+            if (differs(contentType, r->rawHeader("Content-Type")))
+                return QStringLiteral("Content-Type changed. Download cannot be resumed");
+            if (differs(eTag, r->rawHeader("ETag")))
+                return QStringLiteral("ETag changed. Download cannot be resumed");
+            if (differs(lastModified, r->rawHeader("Last-Modified")))
+                return QStringLiteral("Last-Modified changed. Download cannot be resumed");
+            return QString();
+        };
+        result = getFromOffsetChecked(url, position, &file, remaining, progress, onWritten, sameFile);
         ++attempts;
         if (attempts >= kMaxAttemptsWithoutProgress && result.isError() && file.pos() == position) {
-            qWarning().noquote() << "DownloadSession: giving up on" << url.toDisplayString() << "after" << attempts
-                                 << "attempts without progress:" << result.error();
+            qWarning().noquote() << "DownloadSession: giving up on" << url.toDisplayString() << "after"
+                                 << attempts << "attempts without progress:" << result.error();
             return result.toResult();
         }
     }

@@ -11,7 +11,6 @@
 #include <QString>
 #include <QUrl>
 #include <QVector>
-
 #include <functional>
 
 class ActionProgress;
@@ -56,24 +55,24 @@ public:
     // `contentType`, when given, is sent as "Accept". With `ifModifiedSince` (an HTTP date) the
     // request is conditional: a 304 answer is a successful result with isNotModified() and nothing
     // written.
-    DownloadResult get(const QUrl &url, const Option<QString> &contentType, QIODevice *out, qint64 expectedSize,
-                       ActionProgress *progress, const Option<QString> &ifModifiedSince = None);
+    DownloadResult get(const QUrl &url, const Option<QString> &contentType, QIODevice *out,
+        qint64 expectedSize, ActionProgress *progress, const Option<QString> &ifModifiedSince = None);
     // Sends `body` as "application/json".
     DownloadResult post(const QUrl &url, const Option<QString> &contentType, QIODevice *out,
-                        qint64 expectedSize, ActionProgress *progress, const QJsonObject &body);
+        qint64 expectedSize, ActionProgress *progress, const QJsonObject &body);
     // Sends `form` as "application/x-www-form-urlencoded".
     DownloadResult post(const QUrl &url, const Option<QString> &contentType, QIODevice *out,
-                        qint64 expectedSize, ActionProgress *progress, const QMap<QString, QString> &form);
+        qint64 expectedSize, ActionProgress *progress, const QMap<QString, QString> &form);
     // Requests the bytes from `offset` on and appends them to `out`. The response must carry a
     // "Content-Range" starting with "bytes <offset>-"; otherwise nothing is written.
     DownloadResult getFromOffset(const QUrl &url, qint64 offset, QIODevice *out, qint64 remainingSize,
-                                 ActionProgress *progress, const ChunkObserver &onWritten = {});
+        ActionProgress *progress, const ChunkObserver &onWritten = {});
 
     // Downloads `url` into the file at `path` (created or truncated), resuming with range requests
     // after broken or stalled connections. `onWritten` sees every chunk right after it is written,
     // in file order. On failure the partial file stays where it is.
     Result<void> getFile(const QUrl &url, const QString &path, qint64 expectedSize, ActionProgress *progress,
-                         ChunkObserver onWritten = {});
+        ChunkObserver onWritten = {});
 
     Option<int> downloadTimeoutMs() const { return m_timeoutMs; }
 
@@ -85,11 +84,14 @@ signals:
 private:
     QNetworkRequest makeRequest(const QUrl &url, const Option<QString> &contentType) const;
     DownloadResult run(const QUrl &url, QIODevice *out, qint64 expectedSize, ActionProgress *progress,
-                       QNetworkReply *reply, const ChunkObserver &onWritten,
-                       const std::function<QString(QNetworkReply *)> &headerCheck = {});
+        QNetworkReply *reply, const ChunkObserver &onWritten,
+        const std::function<QString(QNetworkReply *)> &headerCheck = {});
     DownloadResult getInternal(const QUrl &url, const Option<QString> &contentType, QIODevice *out,
-                               qint64 expectedSize, ActionProgress *progress, const Option<QString> &ifModifiedSince,
-                               const ChunkObserver &onWritten);
+        qint64 expectedSize, ActionProgress *progress, const Option<QString> &ifModifiedSince,
+        const ChunkObserver &onWritten);
+    DownloadResult getFromOffsetChecked(const QUrl &url, qint64 offset, QIODevice *out, qint64 remainingSize,
+        ActionProgress *progress, const ChunkObserver &onWritten,
+        const std::function<QString(QNetworkReply *)> &extraCheck);
     bool sleepPolling(int pauseMs, ActionProgress *progress);
 
     SettingsManager *m_settings;

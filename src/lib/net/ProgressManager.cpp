@@ -26,8 +26,8 @@ QJsonObject ProgressManager::ProgressData::toJson() const
 bool ProgressManager::ProgressData::operator==(const ProgressData &o) const
 {
     return id == o.id && name == o.name && tooltip == o.tooltip && current == o.current && all == o.all
-           && time == o.time && type == o.type && inferiorProgressActive == o.inferiorProgressActive
-           && error == o.error && cancelable == o.cancelable && subprogress == o.subprogress;
+        && time == o.time && type == o.type && inferiorProgressActive == o.inferiorProgressActive
+        && error == o.error && cancelable == o.cancelable && subprogress == o.subprogress;
 }
 
 ProgressManager::ProgressData ProgressManager::ProgressData::idle()
@@ -59,8 +59,8 @@ qint64 ProgressManager::now() const
     return m_clock ? m_clock() : QDateTime::currentMSecsSinceEpoch();
 }
 
-ActionProgress *ProgressManager::createProgress(const QString &name, ActionProgress::ProgressType type,
-                                                bool cancelable)
+ActionProgress *ProgressManager::createProgress(
+    const QString &name, ActionProgress::ProgressType type, bool cancelable)
 {
     auto state = std::make_shared<ActionProgress::State>();
     ActionProgress *progress;

@@ -9,7 +9,6 @@
 #include <QObject>
 #include <QTimer>
 #include <QVector>
-
 #include <functional>
 #include <memory>
 
