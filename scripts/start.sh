@@ -9,4 +9,11 @@ build=${BUILD_DIR:-$here/build}
 if [ -z "${DISPLAY:-}" ] && [ -z "${WAYLAND_DISPLAY:-}" ]; then
   export QT_QPA_PLATFORM=${QT_QPA_PLATFORM:-offscreen}
 fi
+# The demo feed: small demo tools signed with this build's development CA, served by nginx on
+# 127.0.0.1 (demo/make-demo-feed.py --build "$build" --stop ends it). A feed list of your own in
+# VANTREL_HANGAR_FEED_URLS takes precedence.
+if [ -z "${VANTREL_HANGAR_FEED_URLS:-}" ]; then
+  VANTREL_HANGAR_FEED_URLS=$(python3 "$here/demo/make-demo-feed.py" --build "$build")
+  export VANTREL_HANGAR_FEED_URLS
+fi
 exec "$build/src/main/hangar" --debug "$@"
