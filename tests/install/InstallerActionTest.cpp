@@ -1,0 +1,355 @@
+// The installer action end to end: packages and patches served by nginx on loopback,
+// unpacked by the real archive programs, patched by real commands.
+
+#include "InstallTestKit.h"
+#include "feed/records/RemoteFeedItem.h"
+#include "feed/records/RemotePatchItem.h"
+#include "install/ApplicationInstallerAction.h"
+#include "local/LocalFeedItem.h"
+#include "net/ActionProgress.h"
+#include "net/DownloadSession.h"
+#include "net/ProgressManager.h"
+#include "support/NginxServer.h"
+
+#include <QJsonDocument>
+#include <QTemporaryDir>
+#include <QThread>
+#include <QtTest>
+#include <memory>
+
+namespace {
+
+const QJsonArray OVERLAY_COMMAND { "/bin/sh", "-c", "tar -xzf \"$1\" -C \"$2\"", "sh", "%PATCH_FILE%",
+    "%INSTALL_DIRECTORY%" };
+
+QJsonObject withPackage(QJsonObject entry, const QString &key, const QJsonValue &value)
+{
+    QJsonObject package = entry["package"].toObject();
+    package[key] = value;
+    entry["package"] = package;
+    return entry;
+}
+
+} // namespace
+
+class InstallerActionTest : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_tmp;
+    std::unique_ptr<NginxServer> m_nginx;
+    std::unique_ptr<DownloadSession> m_session;
+    std::unique_ptr<ProgressManager> m_progressManager;
+    LocalFeedItem m_previous; // build 1.0, installed by the first test, never to change
+    QByteArray m_previousFingerprint;
+
+    QString www(const QString &name) const { return m_tmp.filePath("www/" + name); }
+    QString versionDir(const QString &build) const { return m_tmp.filePath("apps/tool/release/" + build); }
+
+    // A tar.gz package of `files` under "tool-<build>/", published on the server.
+    QJsonObject publish(const QString &build, const QMap<QString, QByteArray> &files)
+    {
+        const QString src = m_tmp.filePath("src/" + build);
+        QDir(src).removeRecursively();
+        kit::makeTree(src, files);
+        const QString name = "tool-" + build + ".tar.gz";
+        kit::tarGz(src, "tool-" + build, www(name));
+        return kit::feedEntry("tool", build, "tar.gz", m_nginx->url("/" + name).toString(), www(name), 1);
+    }
+
+    QJsonObject publishPatch(const QString &from, const QString &to, const QMap<QString, QByteArray> &files,
+        const QJsonArray &command = OVERLAY_COMMAND)
+    {
+        const QString src = m_tmp.filePath("patch-src/" + from + "-" + to);
+        QDir(src).removeRecursively();
+        kit::makeTree(src, files);
+        const QString name = "tool-" + from + "-" + to + ".patch";
+        kit::run("tar", { "-czf", www(name), "-C", src, "." });
+        return QJsonObject { { "application_id", "tool" }, { "from_build", from }, { "to_build", to },
+            { "os", "linux" }, { "type", "lathe_patch" }, { "url", m_nginx->url("/" + name).toString() },
+            { "size", double(QFileInfo(www(name)).size()) }, { "checksums", kit::checksumsFor(www(name)) },
+            { "command", command } };
+    }
+
+    InstallResult install(const QJsonObject &entry, Option<InstallPatchSequence> patches = None,
+        ActionProgress *progress = nullptr, int timeoutMs = 20000)
+    {
+        const RemoteFeedItem item(entry);
+        const QString dir = versionDir(item.getBuild());
+        InstallerOptions options;
+        options.processTimeoutMs = timeoutMs;
+        ApplicationInstallerAction action(item, patches, dir, LocalFeedItem::getFeedItemFile(dir),
+            m_session.get(), progress,
+            m_previous.isValid() ? QList<LocalFeedItem> { m_previous } : QList<LocalFeedItem> {}, options);
+        // Installs run on workers; downloads refuse nothing on the main thread, but log loudly.
+        InstallResult result = InstallResult::failure("not run");
+        QThread *worker = QThread::create([&] { result = action.start(); });
+        worker->start();
+        worker->wait();
+        delete worker;
+        return result;
+    }
+
+    int requestsFor(const QString &name) const
+    {
+        int count = 0;
+        for (const QString &line : m_nginx->accessLogLines())
+            count += line.contains("/" + name + " ") ? 1 : 0;
+        return count;
+    }
+
+    void verifyNoMarker(const QString &build) const
+    {
+        QVERIFY2(!QFileInfo::exists(versionDir(build) + "/.feed"), qPrintable(build));
+    }
+
+    void verifyPreviousUntouched() const
+    {
+        QCOMPARE(kit::treeFingerprint(m_previous.getInstallDir()), m_previousFingerprint);
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY(m_tmp.isValid());
+        QDir().mkpath(www(""));
+        m_nginx = std::make_unique<NginxServer>(www(""));
+        QVERIFY2(m_nginx->start(), qPrintable(m_nginx->errorString()));
+        m_session = std::make_unique<DownloadSession>(nullptr);
+        m_session->setBackoffSchedule({ 5, 5, 5 }, 5);
+        m_progressManager = std::make_unique<ProgressManager>(1000);
+    }
+
+    void fullInstallUnpacksAndWritesTheMarkerLast()
+    {
+        const QJsonObject entry = publish("1.0", { { "bin/tool", "one" }, { "lib/core", "core-1" } });
+        const InstallResult r = install(entry);
+        QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
+        const QString dir = versionDir("1.0");
+        QCOMPARE(kit::readFile(dir + "/bin/tool"), QByteArray("one"));
+        QVERIFY(!QFileInfo::exists(dir + "/download.temp"));
+        QCOMPARE(QJsonDocument::fromJson(kit::readFile(dir + "/.feed")).object(), entry);
+
+        m_previous = LocalFeedItem::localApplication(entry, dir, dir, "release");
+        m_previousFingerprint = kit::treeFingerprint(dir);
+    }
+
+    void sameBuildAlreadyInstalledDownloadsNothing()
+    {
+        const int before = requestsFor("tool-1.0.tar.gz");
+        QJsonObject entry = QJsonDocument::fromJson(kit::readFile(versionDir("1.0") + "/.feed")).object();
+        entry["name"] = "Tool renamed in the feed";
+        QVERIFY(install(entry).isSuccessful());
+        // Same build, other package: still nothing downloaded, the marker follows the feed.
+        entry = withPackage(
+            entry, "checksums", QJsonArray { QJsonObject { { "alg", "sha-256" }, { "value", "00" } } });
+        QVERIFY(install(entry).isSuccessful());
+        QCOMPARE(requestsFor("tool-1.0.tar.gz"), before);
+        QCOMPARE(QJsonDocument::fromJson(kit::readFile(versionDir("1.0") + "/.feed")).object(), entry);
+        QCOMPARE(kit::readFile(versionDir("1.0") + "/bin/tool"), QByteArray("one"));
+        // Put the marker back as the previous install wrote it.
+        kit::writeFile(
+            versionDir("1.0") + "/.feed", QJsonDocument(m_previous.getFeedItem().toJson()).toJson());
+        m_previousFingerprint = kit::treeFingerprint(m_previous.getInstallDir());
+    }
+
+    void invalidMarkerIsReplacedByAFreshInstall()
+    {
+        const QJsonObject entry = publish("1.5", { { "bin/tool", "one-five" } });
+        kit::writeFile(versionDir("1.5") + "/.feed", "[not an object");
+        kit::writeFile(versionDir("1.5") + "/stale", "old junk");
+        const InstallResult r = install(entry);
+        QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
+        QVERIFY(!QFileInfo::exists(versionDir("1.5") + "/stale"));
+        QCOMPARE(QJsonDocument::fromJson(kit::readFile(versionDir("1.5") + "/.feed")).object(), entry);
+    }
+
+    void badPackagesFailWithoutMarkerAndLeaveThePreviousBuild_data()
+    {
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("one byte short") << "short"
+                                        << "Verification error: Downloaded file size mismatch. Expected: ";
+        QTest::newRow("wrong digest") << "digest"
+                                      << "Verification error: Checksum mismatch";
+        QTest::newRow("unknown algorithm only")
+            << "algorithm"
+            << "Verification error: No supported checksums provided for the package";
+        QTest::newRow("truncated archive") << "truncated"
+                                           << "Failed to extract package. tar exited with code 2";
+        QTest::newRow("symlink out")
+            << "hostile"
+            << "Failed to extract package. Unsafe package member etc-link: a symbolic link";
+        QTest::newRow("missing on server") << "404"
+                                           << "Download failed.";
+        QTest::newRow("package carries a marker") << "marker"
+                                                  << "Post-install step s failed";
+    }
+
+    void badPackagesFailWithoutMarkerAndLeaveThePreviousBuild()
+    {
+        QFETCH(QString, kind);
+        QFETCH(QString, message);
+        QJsonObject entry = publish("2.0", { { "bin/tool", "two" }, { "etc/conf", "conf" } });
+        if (kind == "short") {
+            entry = withPackage(entry, "size", entry["package"].toObject()["size"].toInt() + 1);
+        } else if (kind == "digest") {
+            entry = withPackage(entry, "checksums",
+                QJsonArray { QJsonObject { { "alg", "sha-256" }, { "value", QString(64, 'a') } } });
+        } else if (kind == "algorithm") {
+            entry = withPackage(
+                entry, "checksums", QJsonArray { QJsonObject { { "alg", "whirlpool" }, { "value", "00" } } });
+        } else if (kind == "truncated") {
+            const QByteArray whole = kit::readFile(www("tool-2.0.tar.gz"));
+            kit::writeFile(www("tool-2.0-cut.tar.gz"), whole.left(whole.size() / 2));
+            entry = kit::feedEntry("tool", "2.0", "tar.gz", m_nginx->url("/tool-2.0-cut.tar.gz").toString(),
+                www("tool-2.0-cut.tar.gz"), 1);
+        } else if (kind == "hostile") {
+            const QString src = m_tmp.filePath("src/hostile");
+            kit::makeTree(src, { { "bin/tool", "two" } });
+            QVERIFY(QFile::link("/etc", src + "/etc-link"));
+            QVERIFY(kit::run("tar", { "-czf", www("hostile.tar.gz"), "-C", src, "." }));
+            entry = kit::feedEntry(
+                "tool", "2.0", "tar.gz", m_nginx->url("/hostile.tar.gz").toString(), www("hostile.tar.gz"));
+        } else if (kind == "404") {
+            entry = withPackage(entry, "url", m_nginx->url("/nothing-here.tar.gz").toString());
+        } else if (kind == "marker") {
+            // The archive brings its own ".feed"; a failing step must not leave it behind.
+            entry = publish("2.0",
+                { { "bin/tool", "two" },
+                    { ".feed", QJsonDocument(m_previous.getFeedItem().toJson()).toJson() } });
+            entry["post_install"] = QJsonObject { { "steps",
+                QJsonArray { QJsonObject { { "id", "s" },
+                    { "commands", QJsonArray { QJsonObject { { "executable", "/bin/false" } } } } } } } };
+        }
+        const InstallResult r = install(entry);
+        QVERIFY(r.isError());
+        QVERIFY2(r.error().startsWith(message), qPrintable(r.error()));
+        verifyNoMarker("2.0");
+        verifyPreviousUntouched();
+    }
+
+    void archiveProgramThatHangsIsTimedOut()
+    {
+        const QString bin = m_tmp.filePath("fake-bin");
+        kit::writeFile(bin + "/tar", "#!/bin/sh\nexec sleep 60\n", QFile::ReadOwner | QFile::ExeOwner);
+        const QJsonObject entry = publish("2.1", { { "f", "x" } });
+        const QByteArray oldPath = qgetenv("PATH");
+        qputenv("PATH", bin.toUtf8() + ":" + oldPath);
+        const InstallResult r = install(entry, None, nullptr, 300);
+        qputenv("PATH", oldPath);
+        QCOMPARE(r.error(), QString("Failed to extract package. tar timed out after 300 ms"));
+        verifyNoMarker("2.1");
+        verifyPreviousUntouched();
+    }
+
+    void patchChainRebuildsTheTargetWithoutTheFullPackage()
+    {
+        const QJsonObject target = publish("3.0", { { "bin/tool", "three" }, { "lib/core", "core-1" } });
+        const QJsonObject p1 = publishPatch("1.0", "2.5", { { "bin/tool", "two-five" } });
+        const QJsonObject p2 = publishPatch("2.5", "3.0", { { "bin/tool", "three" } });
+        const InstallResult r
+            = install(target, InstallPatchSequence(m_previous, { RemotePatchItem(p1), RemotePatchItem(p2) }));
+        QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
+        QCOMPARE(kit::readFile(versionDir("3.0") + "/bin/tool"), QByteArray("three"));
+        QCOMPARE(kit::readFile(versionDir("3.0") + "/lib/core"), QByteArray("core-1"));
+        QCOMPARE(requestsFor("tool-3.0.tar.gz"), 0);
+        QCOMPARE(requestsFor("tool-1.0-2.5.patch"), 1);
+        QVERIFY(!QFileInfo::exists(versionDir("3.0") + "/download.temp-patch0"));
+        QVERIFY(!QFileInfo::exists(versionDir("3.0") + "/download.temp-patch1"));
+        QCOMPARE(QJsonDocument::fromJson(kit::readFile(versionDir("3.0") + "/.feed")).object(), target);
+        verifyPreviousUntouched();
+    }
+
+    void chainFailingHalfWayFallsBackToAFullInstallInAnEmptiedFolder()
+    {
+        const QJsonObject target = publish("4.0", { { "bin/tool", "four" } });
+        // The first patch works and leaves a file the full package does not have; the
+        // second fails. The full install must not inherit anything from the patch route.
+        const QJsonObject p1
+            = publishPatch("1.0", "3.5", { { "bin/tool", "three-five" }, { "patch-only", "junk" } });
+        const QJsonObject p2 = publishPatch("3.5", "4.0", { { "bin/tool", "four" } },
+            QJsonArray { "/bin/sh", "-c", "echo 'patch does not apply' >&2; exit 1" });
+        const InstallResult r
+            = install(target, InstallPatchSequence(m_previous, { RemotePatchItem(p1), RemotePatchItem(p2) }));
+        QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
+        QCOMPARE(requestsFor("tool-4.0.tar.gz"), 1);
+        QCOMPARE(kit::readFile(versionDir("4.0") + "/bin/tool"), QByteArray("four"));
+        QVERIFY(!QFileInfo::exists(versionDir("4.0") + "/patch-only"));
+        QVERIFY(!QFileInfo::exists(versionDir("4.0") + "/lib/core")); // nothing of the base copy
+        verifyPreviousUntouched();
+    }
+
+    void unsupportedPatchTypeFallsBackToTheFullPackage()
+    {
+        const QJsonObject target = publish("4.5", { { "bin/tool", "four-five" } });
+        QJsonObject p = publishPatch("1.0", "4.5", { { "bin/tool", "x" } });
+        p["type"] = "bsdiff";
+        const InstallResult r = install(target, InstallPatchSequence(m_previous, { RemotePatchItem(p) }));
+        QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
+        QCOMPARE(kit::readFile(versionDir("4.5") + "/bin/tool"), QByteArray("four-five"));
+    }
+
+    void cancelledInstallStopsWithoutMarker()
+    {
+        ActionProgress *progress
+            = m_progressManager->createProgress("install", ActionProgress::SingleAction, true);
+        progress->cancel();
+        const InstallResult r = install(publish("5.0", { { "f", "x" } }), None, progress);
+        delete progress;
+        QCOMPARE(r.error(), QString("Download cancelled"));
+        verifyNoMarker("5.0");
+        QCOMPARE(requestsFor("tool-5.0.tar.gz"), 0);
+    }
+
+    void postInstallStepsRunWithExpandedArgumentsInsideTheVersionFolder()
+    {
+        QJsonObject entry = publish("6.0",
+            { { "bin/tool", "six" },
+                { "bin/setup.sh",
+                    "#!/bin/sh\nprintf '%s\\n' \"$@\" > \"$(dirname \"$0\")/../setup.log\"\nls \"$2\" > "
+                    "/dev/null\n" } });
+        QFile::setPermissions(m_tmp.filePath("src/6.0/bin/setup.sh"), QFile::ReadOwner | QFile::ExeOwner);
+        entry = publish("6.0",
+            { { "bin/tool", "six" },
+                { "bin/setup.sh", kit::readFile(m_tmp.filePath("src/6.0/bin/setup.sh")) } });
+        const QJsonArray steps {
+            QJsonObject { { "id", "disabled" }, { "enabled", false },
+                { "commands", QJsonArray { QJsonObject { { "executable", "/bin/false" } } } } },
+            QJsonObject { { "id", "optional" }, { "required", false },
+                { "commands", QJsonArray { QJsonObject { { "executable", "/bin/false" } } } } },
+            QJsonObject { { "id", "setup" },
+                { "commands",
+                    QJsonArray { QJsonObject { { "executable", "/bin/sh" },
+                        { "arguments", QJsonArray { "bin/setup.sh", "$HOME/x", "$TEMP" } } } } } }
+        };
+        entry["post_install"] = QJsonObject { { "steps", steps } };
+        const InstallResult r = install(entry);
+        QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
+        const QStringList logged = QString::fromUtf8(kit::readFile(versionDir("6.0") + "/setup.log"))
+                                       .split('\n', Qt::SkipEmptyParts);
+        QCOMPARE(logged.size(), 2);
+        QCOMPARE(logged.at(0), QDir::homePath() + "/x");
+        QVERIFY2(
+            logged.at(1).startsWith(versionDir("6.0") + "/"), qPrintable(logged.at(1))); // $TEMP stays inside
+        QVERIFY(!QFileInfo::exists(logged.at(1))); // and is removed
+        QVERIFY(QFileInfo::exists(versionDir("6.0") + "/.feed"));
+    }
+
+    void progressTitleNamesTheBuild()
+    {
+        const ApplicationInstallerAction action(RemoteFeedItem(kit::feedEntry("tool", "7.1", "tar.gz",
+                                                    "http://x", m_tmp.filePath("www/tool-1.0.tar.gz"))),
+            None, versionDir("7.1"), {}, m_session.get(), nullptr, {});
+        QCOMPARE(action.getProgressTitle("downloading…"), QString("downloading… Tool tool 7.1"));
+    }
+
+    void cleanupTestCase()
+    {
+        m_session.reset();
+        m_nginx.reset();
+    }
+};
+
+QTEST_GUILESS_MAIN(InstallerActionTest)
+#include "InstallerActionTest.moc"
