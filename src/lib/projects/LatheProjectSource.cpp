@@ -77,7 +77,8 @@ QHash<QString, QDateTime> readOpenTimestamps(const QDomDocument &document)
                                      << entry.attribute(QStringLiteral("key"));
                 break;
             }
-            timestamps.insert(entry.attribute(QStringLiteral("key")), QDateTime::fromMSecsSinceEpoch(msecs));
+            timestamps.insert(
+                entry.attribute(QStringLiteral("key")), QDateTime::fromMSecsSinceEpoch(msecs, Qt::UTC));
             break;
         }
     }
@@ -116,7 +117,7 @@ Option<Project> readProject(const QString &canonicalPath, const Option<QDateTime
     } else {
         const QFileInfo workspace(quern.filePath(QStringLiteral("workspace.xml")));
         if (hasQuern && workspace.exists())
-            project.setLastModified(workspace.lastModified());
+            project.setLastModified(workspace.lastModified().toUTC());
         else
             qInfo().noquote() << "Cannot detect last modified time for" << canonicalPath;
     }

@@ -45,9 +45,10 @@ Project::Project(const QString &fullPath)
 {
 }
 
-qint64 Project::lastModifiedMsecs() const
+void Project::setLastModified(const Option<QDateTime> &time)
 {
-    return m_lastModified && m_lastModified->isValid() ? m_lastModified->toMSecsSinceEpoch() : 0;
+    m_lastModified = time;
+    m_lastModifiedMsecs = time && time->isValid() ? time->toMSecsSinceEpoch() : 0;
 }
 
 void Project::addOpenItem(const ProjectOpenItem &item)
@@ -68,7 +69,7 @@ QJsonObject Project::toJson() const
     json.insert(QStringLiteral("path"), m_fullPath);
     json.insert(QStringLiteral("name"), m_name);
     if (m_lastModified && m_lastModified->isValid())
-        json.insert(QStringLiteral("last_modified"), m_lastModified->toMSecsSinceEpoch());
+        json.insert(QStringLiteral("last_modified"), m_lastModifiedMsecs);
     json.insert(QStringLiteral("icon"), m_icon);
     json.insert(QStringLiteral("icon_dark"), m_darkIcon);
     json.insert(QStringLiteral("favorite"), m_favorite);

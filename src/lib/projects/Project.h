@@ -61,9 +61,9 @@ public:
     void setName(const QString &name) { m_name = name; }
 
     Option<QDateTime> getLastModified() const { return m_lastModified; }
-    void setLastModified(const Option<QDateTime> &time) { m_lastModified = time; }
+    void setLastModified(const Option<QDateTime> &time);
     // Milliseconds since the epoch, 0 when the time is unknown (used for sorting and hiding).
-    qint64 lastModifiedMsecs() const;
+    qint64 lastModifiedMsecs() const { return m_lastModifiedMsecs; }
 
     // Data URLs ("data:image/png;base64,...") or empty.
     QString getIcon() const { return m_icon; }
@@ -98,6 +98,8 @@ private:
     QString m_projectDirectory;
     QString m_name;
     Option<QDateTime> m_lastModified;
+    // Converting a local date-time to the epoch is costly; sorting and comparing need it often.
+    qint64 m_lastModifiedMsecs = 0;
     QString m_icon;
     QString m_darkIcon;
     bool m_favorite = false;

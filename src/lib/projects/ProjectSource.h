@@ -19,6 +19,7 @@ enum class ProjectsUpdateReason
     SettingsChanged, // hidden, favourite or default-open-item settings changed
     Forced, // the user asked for a refresh
 };
+Q_DECLARE_METATYPE(ProjectsUpdateReason)
 
 // A source of recent projects: reads what the installed tools remember.
 //

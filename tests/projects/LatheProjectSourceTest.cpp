@@ -1,0 +1,303 @@
+#include "projects/LatheProjectSource.h"
+
+#include "ProjectsFixtures.h"
+#include "projects/ProjectCache.h"
+#include "support/TempHome.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QSignalSpy>
+#include <QtTest>
+
+namespace {
+
+const QString kRecentFile = "recentProjects.xml";
+
+LatheProjectSource::Tool tool(
+    const QString &applicationId, const QString &pattern, const QString &build = "1")
+{
+    LatheProjectSource::Tool t;
+    t.openItem = ProjectOpenItem(applicationId, "ch-" + applicationId);
+    t.build = build;
+    t.configurations << LatheProjectSource::ConfigSpec { pattern, kRecentFile };
+    return t;
+}
+
+// The recent-projects file of a tool whose configuration folder is "<XDG config>/Vantrel/<folder>".
+QString xdgRecentFile(const TempHome &home, const QString &folder)
+{
+    return home.configHome() + "/Vantrel/" + folder + "/options/" + kRecentFile;
+}
+
+
+QStringList paths(const QList<Project> &projects)
+{
+    QStringList result;
+    for (const Project &p : projects)
+        result << p.getFullPath();
+    return result;
+}
+
+} // namespace
+
+class LatheProjectSourceTest : public QObject
+{
+    Q_OBJECT
+private slots:
+    void findsConfigFoldersUnderHomeAndVendorConfig()
+    {
+        TempHome home;
+        const QString canonicalHome = QFileInfo(home.path()).canonicalFilePath();
+        QDir().mkpath(home.path() + "/.Forge2023.1/config/options");
+        QDir().mkpath(home.path() + "/.Forge2023.2"); // no options yet: the path is still named
+        QDir().mkpath(home.path() + "/.forge2023.3"); // other case: not the tool's
+        QDir().mkpath(home.path() + "/.Other2023.1/config/options");
+        QDir().mkpath(home.configHome() + "/Vantrel/Forge2024.1/options");
+        QDir().mkpath(home.configHome() + "/Vantrel/Other2024.1/options");
+        home.writeFile("Forge2025.1", "a file, not a folder");
+
+        const QStringList found = LatheProjectSource::getConfigPaths({ "Forge20*", kRecentFile });
+        const QStringList expected { home.path() + "/.Forge2023.1/config/options/" + kRecentFile,
+            home.path() + "/.Forge2023.2/config/options/" + kRecentFile,
+            home.configHome() + "/Vantrel/Forge2024.1/options/" + kRecentFile };
+        QCOMPARE(found, expected);
+        Q_UNUSED(canonicalHome)
+
+        QVERIFY(LatheProjectSource::getConfigPaths({ "", kRecentFile }).isEmpty());
+        QVERIFY(LatheProjectSource::getConfigPaths({ "Forge20*", "" }).isEmpty());
+
+        // Without XDG_CONFIG_HOME the vendor folder is looked for in "~/.config".
+        const QByteArray saved = qgetenv("XDG_CONFIG_HOME");
+        qunsetenv("XDG_CONFIG_HOME");
+        const QStringList withoutXdg = LatheProjectSource::getConfigPaths({ "Forge2024*", kRecentFile });
+        qputenv("XDG_CONFIG_HOME", saved);
+        QCOMPARE(
+            withoutXdg, QStringList { home.path() + "/.config/Vantrel/Forge2024.1/options/" + kRecentFile });
+    }
+
+    void readsRecentProjectsAsTheToolsWriteThem()
+    {
+        TempHome home;
+        LogCapture log;
+        const QString base = QFileInfo(home.path()).canonicalFilePath();
+        makeProject(base + "/p1", "Named Project\n");
+        makeProject(base + "/p2");
+        makeProject(base + "/p3", "");
+        home.writeFile("p2/.quern/workspace.xml", "<project/>");
+        const QDateTime workspaceTime = QDateTime::fromSecsSinceEpoch(1600000000);
+        {
+            QFile workspace(base + "/p2/.quern/workspace.xml");
+            QVERIFY(workspace.open(QIODevice::ReadWrite));
+            QVERIFY(workspace.setFileTime(workspaceTime, QFileDevice::FileModificationTime));
+        }
+        QDir().mkpath(base + "/empty");
+        home.writeFile("plain/readme.txt", "a folder without .quern is still a project");
+        home.writeFile("p1/.quern/icon.png", QByteArray("\x89PNG-light", 10));
+        home.writeFile("p1/.quern/icon_dark.png", QByteArray("\x89PNG-dark", 9));
+
+        const QString file = xdgRecentFile(home, "Forge2024.1");
+        home.writeFile(QString(file).remove(0, home.path().size() + 1),
+            recentProjectsXml({
+                { "$USER_HOME$/p1", QString("1700000000000") },
+                { "$USER_HOME$/p2", None },
+                { "$USER_HOME$/p3", QString("not-a-number") },
+                { "$USER_HOME$/gone", QString("1700000000001") },
+                { "$USER_HOME$/empty", None },
+                { "$USER_HOME$/plain", None },
+                { "$USER_HOME$/p1/../p1/", None }, // the same project written another way
+                { "$APPLICATION_CONFIG_DIR$/light-edit/notes.txt", QString("1690000000000") },
+            }));
+        home.writeFile(".config/Vantrel/Forge2024.1/light-edit/notes.txt", "scratch");
+
+        const QList<Project> projects = LatheProjectSource::detectProjectsFrom(file);
+        QVERIFY(log.contains("Reading recent projects from " + file));
+        const QString configDir = QFileInfo(home.configHome() + "/Vantrel/Forge2024.1").canonicalFilePath();
+        QCOMPARE(paths(projects),
+            (QStringList { base + "/p1", base + "/p2", base + "/p3", base + "/plain",
+                configDir + "/light-edit/notes.txt" }));
+
+        const Project &p1 = projects.at(0);
+        QCOMPARE(p1.getName(), QString("Named Project"));
+        QCOMPARE(p1.getLastModified(), Option<QDateTime>(QDateTime::fromMSecsSinceEpoch(1700000000000)));
+        QCOMPARE(
+            p1.getIcon(), QString("data:image/png;base64," + QByteArray("\x89PNG-light", 10).toBase64()));
+        QCOMPARE(
+            p1.getDarkIcon(), QString("data:image/png;base64," + QByteArray("\x89PNG-dark", 9).toBase64()));
+        QVERIFY(log.contains("Default icon found at " + base + "/p1/.quern/icon.png"));
+        QVERIFY(log.contains("Dark icon found at " + base + "/p1/.quern/icon_dark.png"));
+        QVERIFY(p1.getOpenItems().isEmpty());
+
+        const Project &p2 = projects.at(1);
+        QCOMPARE(p2.getName(), QString("p2"));
+        QCOMPARE(p2.getLastModified(), Option<QDateTime>(workspaceTime));
+        QVERIFY(p2.getIcon().isEmpty());
+
+        const Project &p3 = projects.at(2);
+        QCOMPARE(p3.getName(), QString("p3")); // an empty ".name" falls back to the folder name
+        QVERIFY(!p3.getLastModified());
+        QVERIFY(log.contains("Failed to parse project open timestamp not-a-number"));
+        QVERIFY(log.contains("Cannot detect last modified time for " + base + "/p3"));
+
+        QVERIFY(log.contains(base + "/empty is empty"));
+        QVERIFY(log.contains(home.path() + "/gone does not exist"));
+
+        const Project &notes = projects.at(4);
+        QCOMPARE(notes.getProjectDirectory(), configDir + "/light-edit");
+        QCOMPARE(notes.getName(), QString("light-edit"));
+        QCOMPARE(notes.getLastModified(), Option<QDateTime>(QDateTime::fromMSecsSinceEpoch(1690000000000)));
+    }
+
+    void brokenFilesGiveNoProjectsAndAreLogged()
+    {
+        TempHome home;
+        LogCapture log;
+        const QString missing = home.path() + "/nowhere/" + kRecentFile;
+        QVERIFY(LatheProjectSource::detectProjectsFrom(missing).isEmpty());
+        QVERIFY(log.contains("Cannot open " + missing));
+
+        const QString truncated = home.writeFile(
+            "truncated.xml", "<application>\n<component name=\"RecentProjectsManager\">\n<option");
+        QVERIFY(LatheProjectSource::detectProjectsFrom(truncated).isEmpty());
+        QVERIFY(log.contains("Failed to parse " + truncated + " Error at (line"));
+
+        // Well-formed but without the list: nothing, quietly.
+        const QString other
+            = home.writeFile("other.xml", "<application><component name=\"Other\"/></application>");
+        QVERIFY(LatheProjectSource::detectProjectsFrom(other).isEmpty());
+        QCOMPARE(QFileInfo(truncated).size() > 0, true); // nothing is rewritten or removed
+    }
+
+    void oneBrokenToolDoesNotHideTheOthers()
+    {
+        TempHome home;
+        LogCapture log;
+        const QString base = QFileInfo(home.path()).canonicalFilePath();
+        makeProject(base + "/good");
+        replaceFile(xdgRecentFile(home, "Broken2024.1"), "<application><component></application>");
+        replaceFile(
+            xdgRecentFile(home, "Fine2024.1"), recentProjectsXml({ { "$USER_HOME$/good", QString("5") } }));
+        LatheProjectSource source(nullptr);
+        source.setTools({ tool("broken", "Broken*"), tool("fine", "Fine*") });
+        const QList<Project> projects = source.findProjects(ProjectsUpdateReason::Startup);
+        QCOMPARE(paths(projects), QStringList { base + "/good" });
+        QCOMPARE(
+            projects.first().getOpenItems(), QList<ProjectOpenItem> { ProjectOpenItem("fine", "ch-fine") });
+        QVERIFY(log.contains("Failed to parse " + xdgRecentFile(home, "Broken2024.1")));
+        QVERIFY(log.contains("Lathe projects search took"));
+    }
+
+    void eachToolReportsAProjectOnceWithItsOpenItem()
+    {
+        TempHome home;
+        const QString base = QFileInfo(home.path()).canonicalFilePath();
+        makeProject(base + "/shared");
+        makeProject(base + "/only-home");
+        // Two configuration folders of one tool both list the shared project.
+        replaceFile(home.path() + "/.Forge2023.1/config/options/" + kRecentFile,
+            recentProjectsXml(
+                { { "$USER_HOME$/shared", QString("10") }, { "$USER_HOME$/only-home", None } }));
+        replaceFile(xdgRecentFile(home, "Forge2024.1"),
+            recentProjectsXml({ { "$USER_HOME$/shared", QString("20") } }));
+        const QList<Project> projects = LatheProjectSource::findToolProjects(tool("forge", "Forge20*"));
+        QCOMPARE(paths(projects), (QStringList { base + "/shared", base + "/only-home" }));
+        for (const Project &p : projects)
+            QCOMPARE(p.getOpenItems(), QList<ProjectOpenItem> { ProjectOpenItem("forge", "ch-forge") });
+    }
+
+    void dataLocationIsSearchedToo()
+    {
+        TempHome home;
+        const QString base = QFileInfo(home.path()).canonicalFilePath();
+        makeProject(base + "/elsewhere");
+        replaceFile(home.path() + "/custom-data/options/" + kRecentFile,
+            recentProjectsXml({ { "$USER_HOME$/elsewhere", None } }));
+        LatheProjectSource::Tool t = tool("forge", "Forge*");
+        t.dataLocation = "$HOME/custom-data";
+        QCOMPARE(paths(LatheProjectSource::findToolProjects(t)), QStringList { base + "/elsewhere" });
+    }
+
+    void cacheIsReusedUntilAFileOrAProjectChanges()
+    {
+        TempHome home;
+        LogCapture log;
+        const QString base = QFileInfo(home.path()).canonicalFilePath();
+        makeProject(base + "/a");
+        makeProject(base + "/b");
+        const QString file = xdgRecentFile(home, "Forge2024.1");
+        replaceFile(file,
+            recentProjectsXml({ { "$USER_HOME$/a", QString("1") }, { "$USER_HOME$/b", QString("2") } }));
+        ProjectCache cache;
+        LatheProjectSource source(&cache);
+        source.setTools({ tool("forge", "Forge*") });
+
+        QCOMPARE(source.findProjects(ProjectsUpdateReason::Startup).size(), 2);
+        QCOMPARE(log.count("Reading recent projects from"), 1);
+        QCOMPARE(source.findProjects(ProjectsUpdateReason::ModelChanged).size(), 2);
+        QCOMPARE(log.count("Reading recent projects from"), 1);
+        QVERIFY(log.contains("no changes in projects"));
+
+        // The project folder went away while the list stayed: read again, the project is gone.
+        QVERIFY(QDir(base + "/b").removeRecursively());
+        QCOMPARE(paths(source.findProjects(ProjectsUpdateReason::ModelChanged)), QStringList { base + "/a" });
+        QCOMPARE(log.count("Reading recent projects from"), 2);
+
+        // A forced search always reads.
+        source.findProjects(ProjectsUpdateReason::Forced);
+        QCOMPARE(log.count("Reading recent projects from"), 3);
+
+        // A tool that is no longer installed leaves the cache.
+        source.setTools({});
+        QVERIFY(source.findProjects(ProjectsUpdateReason::InstalledItemsChanged).isEmpty());
+        QCOMPARE(cache.size(), 0);
+    }
+
+    void watchedFileChangeNotifiesOnlyWhenProjectsChange()
+    {
+        TempHome home;
+        LogCapture log;
+        const QString base = QFileInfo(home.path()).canonicalFilePath();
+        makeProject(base + "/a");
+        makeProject(base + "/b");
+        const QString file = xdgRecentFile(home, "Forge2024.1");
+        const QByteArray first = recentProjectsXml({ { "$USER_HOME$/a", QString("1") } });
+        replaceFile(file, first);
+        ProjectCache cache;
+        LatheProjectSource source(&cache);
+        source.setTools({ tool("forge", "Forge*") });
+        source.watchRecentProjectsFileForChanges();
+        QSignalSpy changed(&source, &LatheProjectSource::projectsChanged);
+        QCOMPARE(source.findProjects(ProjectsUpdateReason::Startup).size(), 1);
+        QTRY_COMPARE(source.watchedFiles(), QStringList { file });
+
+        // The tool saves a new list by renaming a fresh file over the old one.
+        replaceFile(file,
+            recentProjectsXml({ { "$USER_HOME$/b", QString("3") }, { "$USER_HOME$/a", QString("1") } }));
+        QTRY_COMPARE_WITH_TIMEOUT(changed.count(), 1, 10000);
+        QCOMPARE(changed.first().first().value<ProjectsUpdateReason>(),
+            ProjectsUpdateReason::RecentProjectsFileChanged);
+        QTRY_COMPARE(source.watchedFiles(), QStringList { file });
+
+        // Saved again with the same projects: searched, but no notification.
+        log.clear();
+        replaceFile(file,
+            recentProjectsXml({ { "$USER_HOME$/b", QString("3") }, { "$USER_HOME$/a", QString("1") } })
+                + "\n");
+        QTRY_VERIFY_WITH_TIMEOUT(log.contains("no changes in projects"), 10000);
+        QCOMPARE(changed.count(), 1);
+
+        // A forced search with unchanged files notifies nothing either.
+        log.clear();
+        source.forcedSearch();
+        QTRY_VERIFY_WITH_TIMEOUT(log.contains("no changes in projects"), 10000);
+        QCOMPARE(changed.count(), 1);
+    }
+};
+
+int runLatheProjectSourceTests(int argc, char **argv)
+{
+    LatheProjectSourceTest test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "LatheProjectSourceTest.moc"

@@ -1,0 +1,336 @@
+#include "projects/ProjectsManager.h"
+
+#include "ProjectsFixtures.h"
+#include "base/JsonEditor.h"
+#include "local/ChannelSettingsManager.h"
+#include "local/LocalApplications.h"
+#include "local/LocalApplicationsFeed.h"
+#include "projects/LatheProjectSource.h"
+#include "projects/ProjectCache.h"
+#include "settings/SettingsManager.h"
+#include "support/TempHome.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QSignalSpy>
+#include <QThread>
+#include <QtTest>
+#include <memory>
+
+namespace {
+
+const QString kRecentFile = "recentProjects.xml";
+
+LatheProjectSource::Tool tool(const QString &applicationId, const QString &pattern)
+{
+    LatheProjectSource::Tool t;
+    t.openItem = ProjectOpenItem(applicationId, "ch-" + applicationId);
+    t.build = "1";
+    t.configurations << LatheProjectSource::ConfigSpec { pattern, kRecentFile };
+    return t;
+}
+
+Option<Project> byPath(const QList<Project> &projects, const QString &path)
+{
+    for (const Project &p : projects) {
+        if (p.getFullPath() == path)
+            return p;
+    }
+    return None;
+}
+
+QStringList paths(const QList<Project> &projects)
+{
+    QStringList result;
+    for (const Project &p : projects)
+        result << p.getFullPath();
+    return result;
+}
+
+// A temporary home where two tools, "forge" and "spark", have recent-projects files, with the
+// manager's settings, one source and the projects manager wired as start-up wires them.
+struct World
+{
+    TempHome home;
+    QString base = QFileInfo(home.path()).canonicalFilePath();
+    QString forgeFile = home.configHome() + "/Vantrel/Forge2024.1/options/" + kRecentFile;
+    QString sparkFile = home.configHome() + "/Vantrel/Spark2024.1/options/" + kRecentFile;
+    QString settingsPath = home.appDataDir() + "/.settings.json";
+    std::unique_ptr<SettingsManager> settings;
+    ProjectCache cache;
+    std::unique_ptr<LatheProjectSource> source;
+    std::unique_ptr<ProjectsManager> manager;
+
+    World()
+    {
+        SettingsManagerOptions options;
+        options.passwordStore = ProxyPasswordStore::MemoryOnly;
+        settings = std::make_unique<SettingsManager>(settingsPath, nullptr, options);
+        source = std::make_unique<LatheProjectSource>(&cache);
+        source->setTools({ tool("forge", "Forge*"), tool("spark", "Spark*") });
+        manager = std::make_unique<ProjectsManager>(
+            QList<ProjectSource *> { source.get() }, nullptr, nullptr, settings.get());
+    }
+    ~World()
+    {
+        manager.reset(); // before the source it asks
+    }
+    void edit(const std::function<void(SelfSettings &)> &change)
+    {
+        QVERIFY(settings->updateSettings(change).isSuccessful());
+    }
+    QJsonObject settingsOnDisk() const
+    {
+        const Result<QJsonObject> json = JsonEditor::loadJsonFile(settingsPath);
+        return json.isSuccessful() ? *json : QJsonObject();
+    }
+};
+
+} // namespace
+
+class ProjectsManagerTest : public QObject
+{
+    Q_OBJECT
+private slots:
+    void projectKnownToTwoToolsAppearsOnceNewestFirst()
+    {
+        World w;
+        makeProject(w.base + "/a");
+        makeProject(w.base + "/b");
+        makeProject(w.base + "/c");
+        replaceFile(w.forgeFile,
+            recentProjectsXml({ { "$USER_HOME$/a", QString("1000") }, { "$USER_HOME$/b", QString("2000") },
+                { "$USER_HOME$/c", None } }));
+        replaceFile(w.sparkFile, recentProjectsXml({ { "$USER_HOME$/b", QString("3000") } }));
+        QSignalSpy detected(w.manager.get(), &ProjectsManager::projectsDetected);
+
+        LogCapture log;
+        QVERIFY(w.manager->updateProjectsNow(ProjectsUpdateReason::Startup));
+        QVERIFY(log.contains("Update projects: start-up"));
+        QVERIFY(log.contains("3 recent projects detected"));
+        const QList<Project> projects = w.manager->getProjects();
+        // Newest first; a project with no time at all comes last.
+        QCOMPARE(paths(projects), (QStringList { w.base + "/b", w.base + "/a", w.base + "/c" }));
+        const Project b = projects.first();
+        QCOMPARE(
+            b.getOpenItems(), (QList<ProjectOpenItem> { { "forge", "ch-forge" }, { "spark", "ch-spark" } }));
+        QCOMPARE(b.lastModifiedMsecs(), qint64(3000));
+        QCOMPARE(b.getDefaultOpenItemKey(), QString("spark$$ch-spark")); // the tool that opened it last
+        QCOMPARE(projects.at(1).getDefaultOpenItemKey(), QString("forge$$ch-forge"));
+        QCOMPARE(detected.count(), 1);
+
+        // Nothing changed: nothing published.
+        QVERIFY(!w.manager->updateProjectsNow(ProjectsUpdateReason::ModelChanged));
+        QCOMPARE(detected.count(), 1);
+
+        const QJsonObject json = b.toJson();
+        QCOMPARE(json.value("path").toString(), w.base + "/b");
+        QCOMPARE(json.value("open_items").toArray().first().toObject(),
+            (QJsonObject { { "application_id", "forge" }, { "channel_id", "ch-forge" } }));
+        QCOMPARE(json.value("last_modified").toVariant().toLongLong(), qint64(3000));
+        QVERIFY(!projects.at(2).toJson().contains("last_modified"));
+    }
+
+    void hiddenProjectComesBackWhenOpenedAgain()
+    {
+        World w;
+        makeProject(w.base + "/a");
+        makeProject(w.base + "/b");
+        replaceFile(w.forgeFile,
+            recentProjectsXml(
+                { { "$USER_HOME$/a", QString("1000") }, { "$USER_HOME$/b", QString("1000") } }));
+        QVERIFY(w.manager->updateProjectsNow(ProjectsUpdateReason::Startup));
+        QCOMPARE(w.manager->getProjects().size(), 2);
+
+        // Hidden after its last opening: gone, through the settings signal and a worker.
+        QSignalSpy finished(w.manager.get(), &ProjectsManager::updateFinished);
+        w.edit([&](SelfSettings &s) {
+            s.setHiddenProject(w.base + "/a", QDateTime::fromMSecsSinceEpoch(5000));
+        });
+        QTRY_COMPARE_WITH_TIMEOUT(paths(w.manager->getProjects()), QStringList { w.base + "/b" }, 10000);
+        QVERIFY(finished.count() >= 1);
+        QVERIFY(w.settings->getSettings().getHiddenProjects().contains(w.base + "/a"));
+
+        // Opened again later than it was hidden: back, and the hidden mark is dropped from the file.
+        replaceFile(w.forgeFile,
+            recentProjectsXml(
+                { { "$USER_HOME$/a", QString("60000") }, { "$USER_HOME$/b", QString("1000") } }));
+        QVERIFY(w.manager->updateProjectsNow(ProjectsUpdateReason::RecentProjectsFileChanged));
+        QCOMPARE(paths(w.manager->getProjects()), (QStringList { w.base + "/a", w.base + "/b" }));
+        QVERIFY(!w.settings->getSettings().getHiddenProjects().contains(w.base + "/a"));
+        const QJsonObject hidden = w.settingsOnDisk().value("projects").toObject().value("hidden").toObject();
+        QVERIFY2(!hidden.contains(w.base + "/a"), qPrintable(QJsonDocument(w.settingsOnDisk()).toJson()));
+    }
+
+    void hiddenProjectWithoutTimeStaysHidden()
+    {
+        World w;
+        makeProject(w.base + "/untimed");
+        replaceFile(w.forgeFile, recentProjectsXml({ { "$USER_HOME$/untimed", None } }));
+        w.edit([&](SelfSettings &s) {
+            s.setHiddenProject(w.base + "/untimed", QDateTime::fromMSecsSinceEpoch(1));
+        });
+        w.manager->updateProjectsNow(ProjectsUpdateReason::Startup);
+        QVERIFY(w.manager->getProjects().isEmpty());
+        QVERIFY(w.settings->getSettings().getHiddenProjects().contains(w.base + "/untimed"));
+    }
+
+    void favouritesAndChosenToolsComeFromTheSettings()
+    {
+        World w;
+        makeProject(w.base + "/a");
+        makeProject(w.base + "/b");
+        replaceFile(w.forgeFile,
+            recentProjectsXml({ { "$USER_HOME$/a", QString("1") }, { "$USER_HOME$/b", QString("1") } }));
+        replaceFile(w.sparkFile, recentProjectsXml({ { "$USER_HOME$/b", QString("2") } }));
+        w.manager->updateProjectsNow(ProjectsUpdateReason::Startup);
+        QCOMPARE(byPath(w.manager->getProjects(), w.base + "/b")->getDefaultOpenItemKey(),
+            QString("spark$$ch-spark"));
+
+        QSignalSpy detected(w.manager.get(), &ProjectsManager::projectsDetected);
+        w.edit([&](SelfSettings &s) {
+            s.setSpecialProject(w.base + "/b", "favorite", true);
+            s.setDefaultOpenItem(w.base + "/b", "forge", "ch-forge");
+        });
+        QTRY_VERIFY_WITH_TIMEOUT(detected.count() == 1, 10000);
+        const Option<Project> b = byPath(w.manager->getProjects(), w.base + "/b");
+        QVERIFY(b->isFavorite());
+        QCOMPARE(b->getDefaultOpenItemKey(), QString("forge$$ch-forge"));
+        QVERIFY(!byPath(w.manager->getProjects(), w.base + "/a")->isFavorite());
+
+        // A settings change that touches no project mark looks for nothing.
+        QSignalSpy finished(w.manager.get(), &ProjectsManager::updateFinished);
+        w.edit([](SelfSettings &s) { s.setRunOnStartUp(false); });
+        QTest::qWait(300);
+        QCOMPARE(finished.count(), 0);
+    }
+
+    void dominatingToolsCanOpenTheProjectsOfTheToolsTheyReplace()
+    {
+        World w;
+        makeProject(w.base + "/a");
+        makeProject(w.base + "/s");
+        replaceFile(w.forgeFile, recentProjectsXml({ { "$USER_HOME$/a", QString("1") } }));
+        replaceFile(w.sparkFile, recentProjectsXml({ { "$USER_HOME$/s", QString("2") } }));
+        w.manager->updateProjectsNow(ProjectsUpdateReason::Startup);
+
+        QSignalSpy detected(w.manager.get(), &ProjectsManager::projectsDetected);
+        w.manager->setLocalDominatingItems(
+            QList<ProjectsManager::DominatingItem> { { ProjectOpenItem("nova", "ch-nova"), { "forge" } },
+                { ProjectOpenItem("other", "ch-other"), { "unrelated" } } });
+        QTRY_VERIFY_WITH_TIMEOUT(detected.count() == 1, 10000);
+        QCOMPARE(byPath(w.manager->getProjects(), w.base + "/a")->getOpenItems(),
+            (QList<ProjectOpenItem> { { "forge", "ch-forge" }, { "nova", "ch-nova" } }));
+        QCOMPARE(byPath(w.manager->getProjects(), w.base + "/s")->getOpenItems(),
+            (QList<ProjectOpenItem> { { "spark", "ch-spark" } }));
+        // The default stays with the tool that opened the project.
+        QCOMPARE(byPath(w.manager->getProjects(), w.base + "/a")->getDefaultOpenItemKey(),
+            QString("forge$$ch-forge"));
+    }
+
+    void findsTheProjectOfARepositoryLink()
+    {
+        World w;
+        makeProject(w.base + "/repo");
+        makeProject(w.base + "/plain");
+        QCOMPARE(run("git", { "init", "-q", w.base + "/repo" }), 0);
+        QCOMPARE(run("git", { "remote", "add", "origin", "git@github.com:owner/repo" }, w.base + "/repo"), 0);
+        replaceFile(w.forgeFile,
+            recentProjectsXml(
+                { { "$USER_HOME$/repo", QString("1") }, { "$USER_HOME$/plain", QString("2") } }));
+        w.manager->updateProjectsNow(ProjectsUpdateReason::Startup);
+
+        const Option<Project> found
+            = w.manager->getProjectByVcsInfo(VcsInfo(VcsType::Git, "https://github.com/owner/repo.git"));
+        QVERIFY(found);
+        QCOMPARE(found->getFullPath(), w.base + "/repo");
+        QCOMPARE(found->getVcsInfos(), QList<VcsInfo> { VcsInfo(VcsType::Git, "git@github.com:owner/repo") });
+        QVERIFY(!w.manager->getProjectByVcsInfo(VcsInfo(VcsType::Git, "https://github.com/owner/other.git")));
+    }
+
+    void concurrentUpdatesPublishWholeLists()
+    {
+        World w;
+        for (int i = 0; i < 20; ++i) {
+            makeProject(w.base + "/p" + QString::number(i));
+        }
+        QList<RecentEntry> entries;
+        for (int i = 0; i < 20; ++i)
+            entries << RecentEntry { "$USER_HOME$/p" + QString::number(i), QString::number(1000 + i) };
+        replaceFile(w.forgeFile, recentProjectsXml(entries));
+        replaceFile(w.sparkFile, recentProjectsXml(entries.mid(5)));
+
+        QList<QThread *> threads;
+        for (int t = 0; t < 4; ++t) {
+            threads << QThread::create([&w, t] {
+                for (int i = 0; i < 10; ++i)
+                    w.manager->updateProjectsNow(
+                        t % 2 ? ProjectsUpdateReason::Forced : ProjectsUpdateReason::ModelChanged);
+            });
+            threads.last()->start();
+        }
+        for (int i = 0; i < 10; ++i)
+            w.manager->updateProjects(ProjectsUpdateReason::ModelChanged);
+        bool torn = false;
+        while (std::any_of(threads.cbegin(), threads.cend(), [](QThread *t) { return t->isRunning(); })) {
+            const QList<Project> seen = w.manager->getProjects();
+            torn = torn || !(seen.isEmpty() || seen.size() == 20);
+            QCoreApplication::processEvents();
+        }
+        for (QThread *thread : threads) {
+            thread->wait();
+            delete thread;
+        }
+        QVERIFY(!torn);
+        const QList<Project> projects = w.manager->getProjects();
+        QCOMPARE(projects.size(), 20);
+        QCOMPARE(projects.first().getFullPath(), w.base + "/p19");
+        QCOMPARE(projects.first().getOpenItems().size(), 2);
+        QCOMPARE(projects.last().getOpenItems().size(), 1);
+    }
+
+    void installedToolsComeFromTheLocalRegistry()
+    {
+        TempHome home;
+        const QString base = QFileInfo(home.path()).canonicalFilePath();
+        const QString root = home.path() + "/tools";
+        const QJsonObject record { { "id", "forge" }, { "version", "2024.1" }, { "build", "241.1" },
+            { "package", QJsonObject { { "os", "linux" }, { "type", "tar.gz" } } },
+            { "lathe_platform",
+                QJsonObject { { "config",
+                    QJsonArray { QJsonObject { { "directory", "Forge2024*" },
+                        { "recent_projects_filename", kRecentFile } } } } } } };
+        home.writeFile("tools/apps/forge/stable/241.1/.feed", QJsonDocument(record).toJson());
+        makeProject(base + "/mine");
+        replaceFile(home.configHome() + "/Vantrel/Forge2024.1/options/" + kRecentFile,
+            recentProjectsXml({ { "$USER_HOME$/mine", QString("7") } }));
+
+        SettingsManagerOptions options;
+        options.passwordStore = ProxyPasswordStore::MemoryOnly;
+        SettingsManager settings(home.appDataDir() + "/.settings.json", nullptr, options);
+        LocalApplicationsFeed feed(root);
+        ChannelSettingsManager channelSettings;
+        LocalApplications local(&feed, &channelSettings);
+        ProjectCache cache;
+        LatheProjectSource source(&cache);
+        ProjectsManager manager({ &source }, &local, nullptr, &settings);
+
+        QSignalSpy detected(&manager, &ProjectsManager::projectsDetected);
+        QVERIFY(local.rescan().isSuccessful());
+        QTRY_VERIFY_WITH_TIMEOUT(detected.count() == 1, 10000);
+        const QList<Project> projects = manager.getProjects();
+        QCOMPARE(paths(projects), QStringList { base + "/mine" });
+        QCOMPARE(
+            projects.first().getOpenItems(), QList<ProjectOpenItem> { ProjectOpenItem("forge", "stable") });
+    }
+};
+
+int runProjectsManagerTests(int argc, char **argv)
+{
+    ProjectsManagerTest test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "ProjectsManagerTest.moc"
