@@ -1,8 +1,8 @@
-#include "TempHome.h"
 #include "feed/records/ApplicationIconHolder.h"
 #include "feed/records/RecordMetaTypes.h"
 #include "feed/records/RemoteFeedItem.h"
 #include "feed/records/RemotePatchItem.h"
+#include "support/TempHome.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
