@@ -54,30 +54,6 @@ class FeedRecordsTest : public QObject
 {
     Q_OBJECT
 private slots:
-    void emptyItemReadsDefaults()
-    {
-        const RemoteFeedItem empty;
-        QVERIFY(empty.toJson().isEmpty());
-        QCOMPARE(empty.getApplicationType(), QString());
-        QCOMPARE(empty.getPresentableFullName(), QString());
-        QCOMPARE(empty.getBuild(), QString());
-        QCOMPARE(empty.orderValue(), 0);
-        QCOMPARE(empty.qualityOrder(), 0);
-        QCOMPARE(empty.versionOrder(), 0);
-        QVERIFY(!empty.branch());
-        QVERIFY(empty.getPackageType().toJson().isEmpty());
-        QCOMPARE(empty.getDownloadSize(), 0);
-        QCOMPARE(empty.getStripDirectories(), 0);
-        QVERIFY(empty.getChecksumsField().isEmpty());
-        QVERIFY(!empty.getExpirationDate());
-        QVERIFY(empty.getSupersededTypes().isEmpty());
-        QVERIFY(!empty.getLathePlatformData());
-        QVERIFY(!empty.getPlinthData());
-        QVERIFY(empty.getPostInstallSteps().isEmpty());
-        QVERIFY(!empty.isValid());
-        QCOMPARE(empty.getPresentableFullNameAndVersionAndBuild(), QString("  build "));
-    }
-
     void wrongTypedKeysReadAsDefaults()
     {
         // Every key of the wrong JSON type; nothing may crash or leak a value.
@@ -109,6 +85,8 @@ private slots:
         QVERIFY(!odd.getPlinthData());
         QVERIFY(odd.getPostInstallSteps().isEmpty());
         QVERIFY(!odd.isValid());
+        QCOMPARE(RemoteFeedItem().getPresentableFullNameAndVersionAndBuild(), QString("  build "));
+        QCOMPARE(RemoteFeedItem().toJson(true).value("icon_url"), QJsonValue(""));
 
         const RemoteFeedItem oddPackage(
             json("{'package': {'type': 1, 'url': 2, 'size': '10', "

@@ -3,6 +3,7 @@
 #include <QDebug>
 #include <QMetaType>
 #include <QString>
+#include <QStringList>
 #include <QVector>
 
 // A build or version number with the ordering that decides which build is
