@@ -13,7 +13,10 @@ fi
 # 127.0.0.1 (demo/make-demo-feed.py --build "$build" --stop ends it). A feed list of your own in
 # VANTREL_HANGAR_FEED_URLS takes precedence.
 if [ -z "${VANTREL_HANGAR_FEED_URLS:-}" ]; then
-  VANTREL_HANGAR_FEED_URLS=$(python3 "$here/demo/make-demo-feed.py" --build "$build")
-  export VANTREL_HANGAR_FEED_URLS
+  if demo_feed=$(python3 "$here/demo/make-demo-feed.py" --build "$build"); then
+    export VANTREL_HANGAR_FEED_URLS=$demo_feed
+  else
+    echo "The demo feed could not be served; starting with the built-in feeds" >&2
+  fi
 fi
 exec "$build/src/main/hangar" --debug "$@"
