@@ -20,5 +20,8 @@ protected:
     void run() override;
 
 private:
+    static constexpr int MaxFailuresInARow = 50;
+    static constexpr int RetryPauseMs = 200;
+
     QSystemSemaphore *m_semaphore;
 };

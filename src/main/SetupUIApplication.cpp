@@ -1,7 +1,6 @@
 #include "SetupUIApplication.h"
 
 #include "SingleApplicationInstanceController.h"
-
 #include "base/Capabilities.h"
 #include "net/ProgressManager.h"
 #include "settings/CommandLine.h"
@@ -25,8 +24,8 @@ const char *const DownloadServerBaseUrl = "https://download.vantrel.com/";
 
 void storeSystemProxy(SettingsManager *settingsManager)
 {
-    const QList<QNetworkProxy> proxies
-        = QNetworkProxyFactory::systemProxyForQuery(QNetworkProxyQuery(QUrl(QString::fromLatin1(DownloadServerBaseUrl))));
+    const QList<QNetworkProxy> proxies = QNetworkProxyFactory::systemProxyForQuery(
+        QNetworkProxyQuery(QUrl(QString::fromLatin1(DownloadServerBaseUrl))));
     const QNetworkProxy proxy = proxies.isEmpty() ? QNetworkProxy(QNetworkProxy::NoProxy) : proxies.first();
     const Result<void> stored = settingsManager->setProxyConfig(proxy);
     if (stored.isError())
@@ -60,7 +59,7 @@ void logNetworkConfigurations()
     const QList<QNetworkConfiguration> configurations = manager.allConfigurations();
     for (const QNetworkConfiguration &configuration : configurations)
         available << configuration.identifier() + " " + configuration.name() + " bearer "
-                         + configuration.bearerTypeName();
+                + configuration.bearerTypeName();
     qInfo().noquote() << "network configurations available" << available;
     const QNetworkConfiguration fallback = manager.defaultConfiguration();
     qInfo().noquote() << "Default configuration:" << fallback.identifier() << fallback.name() << "bearer"
@@ -71,9 +70,9 @@ QT_WARNING_POP
 } // namespace
 
 void setupUIApplication(QApplication *application, QObject *owner, Capabilities *capabilities,
-                        SingleApplicationInstanceController *instanceController, SettingsManager *settingsManager,
-                        ProgressManager *progressManager, ChannelSettingsManager *channelSettingsManager,
-                        CommandLine *commandLine, const QString &logPath)
+    SingleApplicationInstanceController *instanceController, SettingsManager *settingsManager,
+    ProgressManager *progressManager, ChannelSettingsManager *channelSettingsManager,
+    CommandLine *commandLine, const QString &logPath)
 {
     Q_UNUSED(capabilities)
     Q_UNUSED(progressManager)
@@ -86,7 +85,7 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
     storeSystemProxy(settingsManager);
 
     QObject::connect(instanceController, &SingleApplicationInstanceController::messageAvailable, owner,
-                     [commandLine](const QStringList &messages) { onActivation(messages, commandLine); });
+        [commandLine](const QStringList &messages) { onActivation(messages, commandLine); });
 
     QTimer::singleShot(1, owner, [commandLine]() {
         if (!commandLine->isMinimize())

@@ -16,6 +16,6 @@ class SingleApplicationInstanceController;
 // The objects are children of `owner`, which main() destroys after the event loop
 // and before the core objects they point to.
 void setupUIApplication(QApplication *application, QObject *owner, Capabilities *capabilities,
-                        SingleApplicationInstanceController *instanceController, SettingsManager *settingsManager,
-                        ProgressManager *progressManager, ChannelSettingsManager *channelSettingsManager,
-                        CommandLine *commandLine, const QString &logPath);
+    SingleApplicationInstanceController *instanceController, SettingsManager *settingsManager,
+    ProgressManager *progressManager, ChannelSettingsManager *channelSettingsManager,
+    CommandLine *commandLine, const QString &logPath);

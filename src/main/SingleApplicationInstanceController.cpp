@@ -5,6 +5,7 @@
 
 #include <QCryptographicHash>
 #include <QDebug>
+#include <QTimer>
 
 SingleApplicationInstanceController::SingleApplicationInstanceController(const QString &key, QObject *parent)
     : QObject(parent)
@@ -38,7 +39,8 @@ SingleApplicationInstanceController::SingleApplicationInstanceController(const Q
 
     // Two instances started at the same moment: the other one created the block
     // between our attach and our create. It is the master.
-    if (m_sharedMemory.error() == QSharedMemory::AlreadyExists && m_sharedMemory.attach(QSharedMemory::ReadWrite)) {
+    if (m_sharedMemory.error() == QSharedMemory::AlreadyExists
+        && m_sharedMemory.attach(QSharedMemory::ReadWrite)) {
         m_isMaster = false;
         m_semaphore.setKey(semaphoreKey, 0, QSystemSemaphore::Open);
         return;
@@ -69,8 +71,16 @@ void SingleApplicationInstanceController::becomeMaster()
 {
     m_waitingThread = new SemaphoreWaitingThread(&m_semaphore);
     connect(m_waitingThread, &SemaphoreWaitingThread::semaphoreAcquired, this,
-            &SingleApplicationInstanceController::checkForMessage, Qt::QueuedConnection);
+        &SingleApplicationInstanceController::checkForMessage, Qt::QueuedConnection);
     m_waitingThread->start(QThread::InheritPriority);
+
+    // System V semaphores undo a process's operations when it exits: a second
+    // instance that ends before our thread took its release takes the release
+    // back with it (a busy or stopped master), and its messages would wait for the
+    // next start. Looking at the queue now and then delivers them all the same.
+    auto *poll = new QTimer(this);
+    connect(poll, &QTimer::timeout, this, &SingleApplicationInstanceController::checkForMessage);
+    poll->start(PollIntervalMs);
 }
 
 bool SingleApplicationInstanceController::sendMessageToMasterInstance(const QString &message)
@@ -82,8 +92,8 @@ bool SingleApplicationInstanceController::sendMessageToMasterInstance(const QStr
         return false;
 
     m_sharedMemory.lock();
-    const bool queued
-        = SharedMessageQueue::append(static_cast<char *>(m_sharedMemory.data()), m_sharedMemory.size(), message);
+    const bool queued = SharedMessageQueue::append(
+        static_cast<char *>(m_sharedMemory.data()), m_sharedMemory.size(), message);
     m_sharedMemory.unlock();
     if (!queued)
         return false;

@@ -18,6 +18,8 @@ class SingleApplicationInstanceController : public QObject
     Q_OBJECT
 public:
     static constexpr int SharedMemorySize = 10240;
+    // How often the master looks at the queue without being woken.
+    static constexpr int PollIntervalMs = 1000;
 
     explicit SingleApplicationInstanceController(const QString &key, QObject *parent = nullptr);
     ~SingleApplicationInstanceController() override;

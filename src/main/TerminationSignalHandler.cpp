@@ -3,7 +3,6 @@
 #include <QCoreApplication>
 #include <QDebug>
 #include <QSocketNotifier>
-
 #include <csignal>
 #include <cstring>
 #include <sys/socket.h>
@@ -11,7 +10,7 @@
 
 namespace {
 
-int signalSockets[2] = {-1, -1};
+int signalSockets[2] = { -1, -1 };
 
 } // namespace
 

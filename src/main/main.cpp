@@ -1,12 +1,12 @@
+#include "EarlyLogBuffer.h"
 #include "SetupUIApplication.h"
 #include "SingleApplicationInstanceController.h"
 #include "TerminationSignalHandler.h"
-
 #include "base/AppDataDirectory.h"
 #include "base/Capabilities.h"
 #include "base/Logging.h"
-#include "base/OurCrashHandler.h"
 #include "base/Option.h"
+#include "base/OurCrashHandler.h"
 #include "base/Result.h"
 #include "base/WorkerThread.h"
 #include "net/ProgressManager.h"
@@ -27,7 +27,6 @@
 #include <QThread>
 #include <QTime>
 #include <QTimer>
-
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -68,14 +67,14 @@ QString userAgent()
 {
     return QStringLiteral("Hangar/%1 (%2 %3; %4)")
         .arg(QStringLiteral(HANGAR_BUILD_VERSION), QSysInfo::kernelType(), QSysInfo::kernelVersion(),
-             QSysInfo::currentCpuArchitecture());
+            QSysInfo::currentCpuArchitecture());
 }
 
 void logBanner(const CommandLine &commandLine, const Capabilities &capabilities)
 {
     qInfo().noquote() << QString(45, '=');
-    qInfo().noquote() << "Starting application. Version" << QCoreApplication::applicationVersion() << "built on"
-                      << QStringLiteral(__DATE__ " " __TIME__);
+    qInfo().noquote() << "Starting application. Version" << QCoreApplication::applicationVersion()
+                      << "built on" << QStringLiteral(__DATE__ " " __TIME__);
     qInfo().noquote() << "OS kernel" << QSysInfo::kernelType() << QSysInfo::kernelVersion() << "on"
                       << QSysInfo::currentCpuArchitecture();
     qInfo().noquote() << "glibc version" << cLibraryVersion();
@@ -111,15 +110,16 @@ Result<void> waitForPid(qint64 pid, int timeoutMs)
 
 // Returns the controller when this process is the master; otherwise hands the
 // command line over to the master and returns nothing.
-Option<SingleApplicationInstanceController *> ensureSingleInstance(QApplication *application,
-                                                                   CommandLine *commandLine)
+Option<SingleApplicationInstanceController *> ensureSingleInstance(
+    QApplication *application, CommandLine *commandLine)
 {
     const qint64 pid = commandLine->getWaitForPid();
     if (pid > 0) {
         qInfo().noquote() << "Waiting for pid to exit: " + QString::number(pid);
         const Result<void> waited = waitForPid(pid, WaitForPidTimeoutMs);
         if (waited.isError())
-            qWarning().noquote() << "Error waiting for pid" << ":" << waited.error();
+            qWarning().noquote() << "Error waiting for pid"
+                                 << ":" << waited.error();
     }
 
     const QString key = SingleApplicationInstanceController::uniqueApplicationKey(QDir::homePath());
@@ -153,7 +153,8 @@ void logEnvironmentPath(const char *label, const char *variable)
 {
     const QByteArray value = qgetenv(variable);
     if (value.isNull()) {
-        qInfo().noquote() << label << variable << "=" << "<not_present>";
+        qInfo().noquote() << label << variable << "="
+                          << "<not_present>";
         return;
     }
     const QString path = QString::fromLocal8Bit(value);
@@ -198,6 +199,7 @@ int main(int argc, char *argv[])
     QCoreApplication::setApplicationVersion(QStringLiteral(HANGAR_BUILD_VERSION));
 
     QApplication application(argc, argv);
+    EarlyLogBuffer::start();
     CommandLine commandLine(application.arguments());
     std::srand(unsigned(QTime::currentTime().msecsSinceStartOfDay()));
     OurCrashHandler::installHandler(argv[0]);
@@ -207,6 +209,7 @@ int main(int argc, char *argv[])
         logPath = initialize_logging(commandLine.isDebug(), commandLine.getLogPath());
         QLoggingCategory::setFilterRules(QStringLiteral("*.info=true"));
     }
+    EarlyLogBuffer::replay();
 
     Capabilities capabilities;
     logBanner(commandLine, capabilities);
@@ -240,8 +243,8 @@ int main(int argc, char *argv[])
     QObject uiObjects;
     qInfo().noquote() << "Library load paths: " + QCoreApplication::libraryPaths().join(", ");
     QTimer::singleShot(1, &application, [&]() {
-        setupUIApplication(&application, &uiObjects, &capabilities, *instanceController, &settingsManager, &progressManager,
-                           nullptr, &commandLine, logPath);
+        setupUIApplication(&application, &uiObjects, &capabilities, *instanceController, &settingsManager,
+            &progressManager, nullptr, &commandLine, logPath);
     });
 
     const int exitCode = application.exec();

@@ -17,13 +17,9 @@ QJsonObject json(const char *text)
 // A machine with known values, so that the cases do not depend on where the tests run.
 Capabilities machine()
 {
-    return Capabilities(QVariantMap{{"os", "linux"},
-                                    {"os_kernel", "6.1.0-18-amd64"},
-                                    {"os_version_major", 12},
-                                    {"os_version_minor", 4},
-                                    {"os_version_micro", 0},
-                                    {"cpu_arch", "x86_64"},
-                                    {"glibc", "2.36"}});
+    return Capabilities(QVariantMap { { "os", "linux" }, { "os_kernel", "6.1.0-18-amd64" },
+        { "os_version_major", 12 }, { "os_version_minor", 4 }, { "os_version_micro", 0 },
+        { "cpu_arch", "x86_64" }, { "glibc", "2.36" } });
 }
 
 // A feed record as the model hands it over: only its requirements node matters.
@@ -43,16 +39,15 @@ private slots:
     void runningSystemHasEveryCapability()
     {
         const Capabilities current;
-        const QStringList keys = {"os",        "os_kernel", "os_version_major", "os_version_minor",
-                                  "os_version_micro", "cpu_arch", "glibc"};
+        const QStringList keys = { "os", "os_kernel", "os_version_major", "os_version_minor",
+            "os_version_micro", "cpu_arch", "glibc" };
         for (const QString &key : keys)
             QVERIFY2(current.values().contains(key), qPrintable(key));
         QCOMPARE(current.value("os").toString(), QString("linux"));
         QVERIFY(!current.value("glibc").toString().isEmpty());
         // A build that asks for what this machine is must pass here.
-        const QJsonObject self{{"os", "linux"},
-                               {"cpu_arch", current.value("cpu_arch").toString()},
-                               {"glibc", QJsonObject{{"min", current.value("glibc").toString()}}}};
+        const QJsonObject self { { "os", "linux" }, { "cpu_arch", current.value("cpu_arch").toString() },
+            { "glibc", QJsonObject { { "min", current.value("glibc").toString() } } } };
         QCOMPARE(current.checkCompatibilityIssues(self), QStringList());
     }
 
@@ -67,26 +62,28 @@ private slots:
         QTest::newRow("texts compare case-sensitively")
             << R"({"cpu_arch": "X86_64"})" << QStringList("cpu_arch = X86_64 (found x86_64)");
         QTest::newRow("list membership") << R"({"cpu_arch": ["aarch64", "x86_64"]})" << QStringList();
-        QTest::newRow("not in list")
-            << R"({"cpu_arch": ["aarch64", "riscv64"]})" << QStringList("cpu_arch in [aarch64, riscv64] (found x86_64)");
+        QTest::newRow("not in list") << R"({"cpu_arch": ["aarch64", "riscv64"]})"
+                                     << QStringList("cpu_arch in [aarch64, riscv64] (found x86_64)");
         QTest::newRow("glibc new enough") << R"({"glibc": {"min": "2.28"}})" << QStringList();
         QTest::newRow("glibc exactly enough") << R"({"glibc": {"min": "2.36"}})" << QStringList();
-        QTest::newRow("glibc numbers, not text: 2.36 >= 2.4") << R"({"glibc": {"min": "2.4"}})" << QStringList();
-        QTest::newRow("glibc too old") << R"({"glibc": {"min": "2.38"}})" << QStringList("glibc >= 2.38 (found 2.36)");
+        QTest::newRow("glibc numbers, not text: 2.36 >= 2.4")
+            << R"({"glibc": {"min": "2.4"}})" << QStringList();
+        QTest::newRow("glibc too old")
+            << R"({"glibc": {"min": "2.38"}})" << QStringList("glibc >= 2.38 (found 2.36)");
         QTest::newRow("trailing zero is the same release") << R"({"glibc": "2.36.0"})" << QStringList();
-        QTest::newRow("kernel suffix ignored for order") << R"({"os_kernel": {"min": "5.10", "lt": "6.2"}})"
-                                                          << QStringList();
+        QTest::newRow("kernel suffix ignored for order")
+            << R"({"os_kernel": {"min": "5.10", "lt": "6.2"}})" << QStringList();
         QTest::newRow("kernel too new")
             << R"({"os_kernel": {"max": "5.15"}})" << QStringList("os_kernel <= 5.15 (found 6.1.0-18-amd64)");
         QTest::newRow("numbers against integers") << R"({"os_version_major": {"gt": 11}})" << QStringList();
         QTest::newRow("number too small")
             << R"({"os_version_major": {"min": 13}})" << QStringList("os_version_major >= 13 (found 12)");
         QTest::newRow("not equal") << R"({"cpu_arch": {"ne": "i386"}})" << QStringList();
-        QTest::newRow("not_in hit")
-            << R"({"cpu_arch": {"not_in": ["x86_64"]}})" << QStringList("cpu_arch not in [x86_64] (found x86_64)");
+        QTest::newRow("not_in hit") << R"({"cpu_arch": {"not_in": ["x86_64"]}})"
+                                    << QStringList("cpu_arch not in [x86_64] (found x86_64)");
         QTest::newRow("every unmet clause is listed")
             << R"({"os": "linux", "glibc": {"min": "2.40"}, "cpu_arch": "aarch64"})"
-            << QStringList{"cpu_arch = aarch64 (found x86_64)", "glibc >= 2.40 (found 2.36)"};
+            << QStringList { "cpu_arch = aarch64 (found x86_64)", "glibc >= 2.40 (found 2.36)" };
         QTest::newRow("any: one branch suffices")
             << R"({"any": [{"cpu_arch": "aarch64"}, {"glibc": {"min": "2.17"}}]})" << QStringList();
         QTest::newRow("any: none holds")
@@ -111,7 +108,8 @@ private slots:
     {
         QTest::addColumn<QString>("requirements");
         QTest::newRow("unknown capability") << R"({"gpu": "any"})";
-        QTest::newRow("unknown capability next to a failing one") << R"({"os": "windows", "ram": {"min": 4}})";
+        QTest::newRow("unknown capability next to a failing one")
+            << R"({"os": "windows", "ram": {"min": 4}})";
         QTest::newRow("unknown operator") << R"({"glibc": {"atleast": "2.17"}})";
         QTest::newRow("empty operator object") << R"({"glibc": {}})";
         QTest::newRow("null condition") << R"({"os": null})";
@@ -130,22 +128,22 @@ private slots:
         QFETCH(QString, requirements);
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression("^Cannot evaluate feed requirements: "));
         QCOMPARE(machine().checkCompatibilityIssues(json(qPrintable(requirements))),
-                 QStringList("Unknown requirements"));
+            QStringList("Unknown requirements"));
     }
 
     void feedItemsAreCheckedThroughTheirRequirementsNode()
     {
-        const FakeFeedItem fits{json(R"({"os": "linux"})")};
-        const FakeFeedItem doesNot{json(R"({"cpu_arch": "ppc64"})")};
+        const FakeFeedItem fits { json(R"({"os": "linux"})") };
+        const FakeFeedItem doesNot { json(R"({"cpu_arch": "ppc64"})") };
         QCOMPARE(machine().checkCompatibilityIssues(fits), QStringList());
         QCOMPARE(machine().checkCompatibilityIssues(doesNot), QStringList("cpu_arch = ppc64 (found x86_64)"));
     }
 
     void missingValueIsReportedAsNothingFound()
     {
-        const Capabilities bare(QVariantMap{{"glibc", QString()}});
+        const Capabilities bare(QVariantMap { { "glibc", QString() } });
         QCOMPARE(bare.checkCompatibilityIssues(json(R"({"glibc": {"min": "2.17"}})")),
-                 QStringList("glibc >= 2.17 (found nothing)"));
+            QStringList("glibc >= 2.17 (found nothing)"));
     }
 };
 

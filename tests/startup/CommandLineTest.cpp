@@ -61,11 +61,10 @@ private slots:
 
     void everyOptionIsStored()
     {
-        const CommandLine line(args({"-d", "--no-log", "--minimize", "--update-failed", "--window-mode",
-                                     "--uninstall", "--install", "--integrate-into-system", "--install-target",
-                                     "/opt/target dir", "--dpi", "1.5", "--log-path", "/tmp/logs here",
-                                     "--wait-for-pid", "4242", "--internal-dump-feed", "--internal-headless",
-                                     "--ws-port", "8090", "--update-successful", "--update-channel", "eap"}));
+        const CommandLine line(args({ "-d", "--no-log", "--minimize", "--update-failed", "--window-mode",
+            "--uninstall", "--install", "--integrate-into-system", "--install-target", "/opt/target dir",
+            "--dpi", "1.5", "--log-path", "/tmp/logs here", "--wait-for-pid", "4242", "--internal-dump-feed",
+            "--internal-headless", "--ws-port", "8090", "--update-successful", "--update-channel", "eap" }));
         QVERIFY(line.isDebug());
         QVERIFY(!line.isLoggingEnabled());
         QVERIFY(line.isMinimize());
@@ -85,7 +84,7 @@ private slots:
 
     void longDebugNameAndEqualsFormWork()
     {
-        const CommandLine line(args({"--debug", "--dpi=2", "--ws-port=9000", "--log-path=/x"}));
+        const CommandLine line(args({ "--debug", "--dpi=2", "--ws-port=9000", "--log-path=/x" }));
         QVERIFY(line.isDebug());
         QCOMPARE(line.getDPIOverride(1.0), 2.0);
         QCOMPARE(line.getInternalWebSocketPort(), 9000);
@@ -95,7 +94,7 @@ private slots:
     void unknownOptionsAreWarnedButNotFatal()
     {
         QTest::ignoreMessage(QtWarningMsg, "Unknown command-line options: (bogus, x)");
-        const CommandLine line(args({"--bogus", "--minimize", "-x", "https://example.invalid/link"}));
+        const CommandLine line(args({ "--bogus", "--minimize", "-x", "https://example.invalid/link" }));
         // Everything known around the unknown ones still counts.
         QVERIFY(line.isMinimize());
         QVERIFY(line.isLoggingEnabled());
@@ -103,8 +102,9 @@ private slots:
 
     void missingValueIsWarned()
     {
-        QTest::ignoreMessage(QtWarningMsg, QRegularExpression("^Command-line error: Missing value after '--dpi'"));
-        const CommandLine line(args({"--minimize", "--dpi"}));
+        QTest::ignoreMessage(
+            QtWarningMsg, QRegularExpression("^Command-line error: Missing value after '--dpi'"));
+        const CommandLine line(args({ "--minimize", "--dpi" }));
         QVERIFY(line.isMinimize());
         QCOMPARE(line.getDPIOverride(3.0), 3.0);
     }
@@ -131,11 +131,11 @@ private slots:
         QFETCH(qint64, expected);
         QFETCH(bool, warned);
         WarningCapture capture;
-        const CommandLine line(args({"--wait-for-pid", value}));
+        const CommandLine line(args({ "--wait-for-pid", value }));
         QCOMPARE(line.getWaitForPid(), expected);
-        const QStringList expectedWarnings = warned ? QStringList("Unable to convert --wait-for-pid argument "
-                                                                  + value + " to unsigned integer")
-                                                    : QStringList();
+        const QStringList expectedWarnings = warned
+            ? QStringList("Unable to convert --wait-for-pid argument " + value + " to unsigned integer")
+            : QStringList();
         QCOMPARE(capture.warnings(), expectedWarnings);
     }
 
@@ -155,7 +155,7 @@ private slots:
     {
         QFETCH(QString, value);
         QFETCH(double, expected);
-        const CommandLine line(args({"--dpi", value}));
+        const CommandLine line(args({ "--dpi", value }));
         QCOMPARE(line.getDPIOverride(1.25), expected);
     }
 
@@ -176,7 +176,7 @@ private slots:
     {
         QFETCH(QString, value);
         QFETCH(int, expected);
-        const CommandLine line(args({"--ws-port", value}));
+        const CommandLine line(args({ "--ws-port", value }));
         QCOMPARE(line.getInternalWebSocketPort(), expected);
     }
 

@@ -4,7 +4,6 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QtTest>
-
 #include <cstring>
 
 // The queue layout and the controller, driven in-process. The hand-over between
@@ -21,8 +20,8 @@ private:
     // A key of our own per test, so that no leftover of another run can interfere.
     QString freshKey()
     {
-        return SingleApplicationInstanceController::uniqueApplicationKey(m_tmp.path() + "/home"
-                                                                         + QString::number(++m_keyCounter));
+        return SingleApplicationInstanceController::uniqueApplicationKey(
+            m_tmp.path() + "/home" + QString::number(++m_keyCounter));
     }
 
     static QByteArray emptyBlock()
@@ -43,11 +42,11 @@ private slots:
     void keyIsMd5OfFixedTextAndHome()
     {
         QCOMPARE(SingleApplicationInstanceController::uniqueApplicationKey("/home/alice"),
-                 QString::fromLatin1(QCryptographicHash::hash("3F9A1C27-5B64-4E0D-9A8E-2C71D4B6E053/home/alice",
-                                                              QCryptographicHash::Md5)
-                                         .toHex()));
+            QString::fromLatin1(QCryptographicHash::hash(
+                "3F9A1C27-5B64-4E0D-9A8E-2C71D4B6E053/home/alice", QCryptographicHash::Md5)
+                                    .toHex()));
         QVERIFY(SingleApplicationInstanceController::uniqueApplicationKey("/home/alice")
-                != SingleApplicationInstanceController::uniqueApplicationKey("/home/bob"));
+            != SingleApplicationInstanceController::uniqueApplicationKey("/home/bob"));
         QCOMPARE(SingleApplicationInstanceController::uniqueApplicationKey("/home/ünï").size(), 32);
     }
 
@@ -60,7 +59,7 @@ private slots:
         // The bytes are the documented layout: 16-bit little-endian length, then UTF-8.
         QCOMPARE(block.left(12), QByteArray("\x0a\x00--minimize", 12));
         QCOMPARE(SharedMessageQueue::takeAll(block.data(), Size),
-                 QStringList({"--minimize", "url vantrel://open?x=ü", "activate "}));
+            QStringList({ "--minimize", "url vantrel://open?x=ü", "activate " }));
         QCOMPARE(SharedMessageQueue::takeAll(block.data(), Size), QStringList());
     }
 
@@ -73,7 +72,8 @@ private slots:
         QVERIFY(SharedMessageQueue::append(block.data(), Size, first));
         QVERIFY(SharedMessageQueue::append(block.data(), Size, second));
         QVERIFY(SharedMessageQueue::append(block.data(), Size, "activate "));
-        QCOMPARE(SharedMessageQueue::takeAll(block.data(), Size), QStringList({first, second, "activate "}));
+        QCOMPARE(
+            SharedMessageQueue::takeAll(block.data(), Size), QStringList({ first, second, "activate " }));
     }
 
     void fullQueueRefusesAndKeepsWhatItHas()
@@ -91,7 +91,8 @@ private slots:
 
         // Many small messages: the last ones that do not fit are refused, none is torn.
         int accepted = 0;
-        while (SharedMessageQueue::append(block.data(), Size, QString("message %1").arg(accepted, 4, 10, QChar('0'))))
+        while (SharedMessageQueue::append(
+            block.data(), Size, QString("message %1").arg(accepted, 4, 10, QChar('0'))))
             ++accepted;
         const QStringList read = SharedMessageQueue::takeAll(block.data(), Size);
         QCOMPARE(read.size(), accepted);
@@ -142,7 +143,7 @@ private slots:
                 return all.size() >= 2;
             }(),
             10000);
-        QCOMPARE(all, QStringList({"--minimize", "url https://example.invalid/a b"}));
+        QCOMPARE(all, QStringList({ "--minimize", "url https://example.invalid/a b" }));
     }
 
     void messagesQueuedWhileMasterIsBusyArriveTogetherAndOverflowIsDropped()
@@ -159,7 +160,8 @@ private slots:
         QVERIFY(second.sendMessageToMasterInstance("activate "));
 
         QTRY_VERIFY_WITH_TIMEOUT(!received.isEmpty(), 10000);
-        QCOMPARE(received.takeFirst().at(0).toStringList(), QStringList({"url " + QString(6000, 'a'), "activate "}));
+        QCOMPARE(received.takeFirst().at(0).toStringList(),
+            QStringList({ "url " + QString(6000, 'a'), "activate " }));
         // The later wake-ups find the queue empty and signal nothing.
         QTest::qWait(200);
         QCOMPARE(received.size(), 0);

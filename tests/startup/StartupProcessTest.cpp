@@ -10,7 +10,6 @@
 #include <QSharedMemory>
 #include <QTemporaryDir>
 #include <QtTest>
-
 #include <csignal>
 
 namespace {
@@ -26,8 +25,8 @@ QString keyFor(const QString &home)
 QStringList receivedMessages(const QString &log)
 {
     QStringList messages;
-    static const QRegularExpression line(QStringLiteral("onActivation messages: (.*)$"),
-                                         QRegularExpression::MultilineOption);
+    static const QRegularExpression line(
+        QStringLiteral("onActivation messages: (.*)$"), QRegularExpression::MultilineOption);
     auto it = line.globalMatch(log);
     while (it.hasNext())
         messages << it.next().captured(1).split(QStringLiteral(", "));
@@ -56,7 +55,7 @@ private:
     // instances then log elsewhere) and waits until it idles in its event loop.
     static bool startMaster(HangarProcess &master, const Home &home, const QStringList &extra = {})
     {
-        if (!master.start(QStringList{"--log-path", home.masterLogs()} + extra))
+        if (!master.start(QStringList { "--log-path", home.masterLogs() } + extra))
             return false;
         return master.waitUntilReady();
     }
@@ -64,28 +63,29 @@ private:
 private slots:
     void initTestCase()
     {
-        QVERIFY2(QFileInfo(HangarProcess::executable()).isExecutable(), qPrintable(HangarProcess::executable()));
+        QVERIFY2(
+            QFileInfo(HangarProcess::executable()).isExecutable(), qPrintable(HangarProcess::executable()));
     }
 
     void helpListsVisibleOptionsOnly()
     {
         Home home;
-        const HangarProcess::Finished help = HangarProcess::run(home.path(), {"--help"});
+        const HangarProcess::Finished help = HangarProcess::run(home.path(), { "--help" });
         QVERIFY(help.started && !help.timedOut);
         QCOMPARE(help.exitCode, 0);
         const QString text = QString::fromUtf8(help.standardOutput);
         QVERIFY2(text.contains("Vantrel Desktop Applications Launcher"), qPrintable(text));
-        for (const char *visible : {"--minimize", "--window-mode", "--dpi <dpi>", "--log-path <path>", "--no-log",
-                                    "Minimizes window on start.", "--help", "--version"})
+        for (const char *visible : { "--minimize", "--window-mode", "--dpi <dpi>", "--log-path <path>",
+                 "--no-log", "Minimizes window on start.", "--help", "--version" })
             QVERIFY2(text.contains(visible), visible);
-        for (const char *hidden : {"--install", "--debug", "--integrate-into-system", "--uninstall",
-                                   "--update-failed", "--update-successful", "--update-channel", "--wait-for-pid",
-                                   "--internal-dump-feed", "--internal-headless", "--ws-port", "-d,"})
+        for (const char *hidden : { "--install", "--debug", "--integrate-into-system", "--uninstall",
+                 "--update-failed", "--update-successful", "--update-channel", "--wait-for-pid",
+                 "--internal-dump-feed", "--internal-headless", "--ws-port", "-d," })
             QVERIFY2(!text.contains(hidden), hidden);
         // Printing help starts nothing: no settings, no logs.
         QVERIFY(!QFileInfo::exists(HangarProcess::appDataDirFor(home.path())));
 
-        const HangarProcess::Finished version = HangarProcess::run(home.path(), {"--version"});
+        const HangarProcess::Finished version = HangarProcess::run(home.path(), { "--version" });
         QCOMPARE(version.exitCode, 0);
         QVERIFY2(QString::fromUtf8(version.standardOutput).startsWith("Hangar "), version.standardOutput);
     }
@@ -94,24 +94,25 @@ private slots:
     {
         Home home;
         HangarProcess manager(home.path());
-        QVERIFY(manager.start({"--bogus-option"}));
+        QVERIFY(manager.start({ "--bogus-option" }));
         QVERIFY2(manager.waitUntilReady(), qPrintable(manager.logText()));
 
         const QString log = manager.logText();
-        for (const QString &expected :
-             {QString(45, '='), QString("Starting application. Version"), QString("glibc version"),
-              QString("Unknown command-line options: (bogus-option)"),
-              QString("uniqueApplicationKey = ") + keyFor(home.path()),
-              QString("Configuring SSL library for accepting TLS 1.2 or later only"), QString("Capability cpu_arch ="),
-              QString("Application Dir"), QString("Library load paths: ")})
+        for (const QString &expected : { QString(45, '='), QString("Starting application. Version"),
+                 QString("glibc version"), QString("Unknown command-line options: (bogus-option)"),
+                 QString("uniqueApplicationKey = ") + keyFor(home.path()),
+                 QString("Configuring SSL library for accepting TLS 1.2 or later only"),
+                 QString("Capability cpu_arch ="), QString("Application Dir"),
+                 QString("Library load paths: ") })
             QVERIFY2(log.contains(expected), qPrintable(expected));
 
         const QString settingsPath = HangarProcess::appDataDirFor(home.path()) + "/.settings.json";
         QFile settings(settingsPath);
         QVERIFY2(settings.open(QIODevice::ReadOnly), qPrintable(settingsPath));
         const QJsonObject json = QJsonDocument::fromJson(settings.readAll()).object();
-        QCOMPARE(json.value("update").toObject().value("filter").toObject().value("quality_filter").toObject(),
-                 QJsonObject({{"order_value", 10000}}));
+        QCOMPARE(
+            json.value("update").toObject().value("filter").toObject().value("quality_filter").toObject(),
+            QJsonObject({ { "order_value", 10000 } }));
 
         // Still there, idle in its event loop.
         QTest::qWait(500);
@@ -137,7 +138,7 @@ private slots:
     {
         Home home;
         HangarProcess manager(home.path());
-        QVERIFY(manager.start({"--no-log"}));
+        QVERIFY(manager.start({ "--no-log" }));
         const QString settingsPath = HangarProcess::appDataDirFor(home.path()) + "/.settings.json";
         QTRY_VERIFY_WITH_TIMEOUT(QFileInfo::exists(settingsPath), 30000);
         QVERIFY(manager.isRunning());
@@ -159,7 +160,7 @@ private slots:
         QCOMPARE(second.exitCode, 0);
 
         QVERIFY2(master.waitForLog("Bringing main window forward on request of second instance"),
-                 qPrintable(master.logText()));
+            qPrintable(master.logText()));
         QTest::qWait(300); // a duplicate would arrive now
         QCOMPARE(receivedMessages(master.logText()), QStringList("activate "));
 
@@ -176,12 +177,13 @@ private slots:
         QVERIFY2(startMaster(master, home), qPrintable(master.logText()));
 
         const QString link = "https://example.invalid/open?project=a%20b&x=ü";
-        const HangarProcess::Finished second = HangarProcess::run(home.path(), {"--minimize", link});
+        const HangarProcess::Finished second = HangarProcess::run(home.path(), { "--minimize", link });
         QCOMPARE(second.exitCode, 0);
 
-        QVERIFY2(master.waitForLog("Received link from second instance: " + link), qPrintable(master.logText()));
+        QVERIFY2(
+            master.waitForLog("Received link from second instance: " + link), qPrintable(master.logText()));
         const QString log = master.logText();
-        QCOMPARE(receivedMessages(log), QStringList({"--minimize", "url " + link}));
+        QCOMPARE(receivedMessages(log), QStringList({ "--minimize", "url " + link }));
         const int option = log.indexOf("Received command line option from second instance: --minimize");
         QVERIFY(option >= 0);
         QVERIFY(option < log.indexOf("Received link from second instance: " + link));
@@ -217,11 +219,12 @@ private slots:
         std::vector<std::unique_ptr<HangarProcess>> processes;
         for (int i = 0; i < 4; ++i) {
             processes.push_back(std::make_unique<HangarProcess>(home.path()));
-            QVERIFY(processes.back()->start({"--log-path", home.path() + "/logs" + QString::number(i)}));
+            QVERIFY(processes.back()->start({ "--log-path", home.path() + "/logs" + QString::number(i) }));
         }
         // The ones that lost exit by themselves with 0; exactly one keeps running.
         QTRY_VERIFY_WITH_TIMEOUT(
-            std::count_if(processes.begin(), processes.end(), [](const auto &p) { return p->isRunning(); }) <= 1,
+            std::count_if(processes.begin(), processes.end(), [](const auto &p) { return p->isRunning(); })
+                <= 1,
             30000);
         QTest::qWait(1000);
         int running = 0;
@@ -245,8 +248,8 @@ private slots:
         QCOMPARE(::kill(pid_t(master.pid()), SIGSTOP), 0);
         const QString fits = "https://example.invalid/" + QString(6000, 'a');
         const QString overflows = "https://example.invalid/" + QString(6000, 'b');
-        const HangarProcess::Finished first = HangarProcess::run(home.path(), {fits});
-        const HangarProcess::Finished second = HangarProcess::run(home.path(), {overflows});
+        const HangarProcess::Finished first = HangarProcess::run(home.path(), { fits });
+        const HangarProcess::Finished second = HangarProcess::run(home.path(), { overflows });
         QCOMPARE(::kill(pid_t(master.pid()), SIGCONT), 0);
         QVERIFY(!first.timedOut && !second.timedOut);
         QCOMPARE(first.exitCode, 0);
@@ -256,7 +259,7 @@ private slots:
         QTest::qWait(300);
         QCOMPARE(receivedMessages(master.logText()), QStringList("url " + fits));
         // The block has room again afterwards.
-        QCOMPARE(HangarProcess::run(home.path(), {overflows}).exitCode, 0);
+        QCOMPARE(HangarProcess::run(home.path(), { overflows }).exitCode, 0);
         QVERIFY(master.waitForLog("Received link from second instance: " + overflows));
         QVERIFY(master.stop());
     }
@@ -266,7 +269,7 @@ private slots:
         {
             Home home;
             HangarProcess manager(home.path());
-            QVERIFY(manager.start({"--wait-for-pid", "abc"}));
+            QVERIFY(manager.start({ "--wait-for-pid", "abc" }));
             QVERIFY(manager.waitUntilReady());
             const QString log = manager.logText();
             QVERIFY(log.contains("Unable to convert --wait-for-pid argument abc to unsigned integer"));
@@ -276,7 +279,7 @@ private slots:
         {
             Home home;
             HangarProcess manager(home.path());
-            QVERIFY(manager.start({"--wait-for-pid", "0"}));
+            QVERIFY(manager.start({ "--wait-for-pid", "0" }));
             QVERIFY(manager.waitUntilReady());
             const QString log = manager.logText();
             QVERIFY(!log.contains("Unable to convert"));
@@ -287,10 +290,10 @@ private slots:
             // A real process: start-up goes on only once it has ended.
             Home home;
             QProcess sleeper;
-            sleeper.start("sleep", {"30"});
+            sleeper.start("sleep", { "30" });
             QVERIFY(sleeper.waitForStarted());
             HangarProcess manager(home.path());
-            QVERIFY(manager.start({"--wait-for-pid", QString::number(sleeper.processId())}));
+            QVERIFY(manager.start({ "--wait-for-pid", QString::number(sleeper.processId()) }));
             QVERIFY(manager.waitForLog("Waiting for pid to exit: " + QString::number(sleeper.processId())));
             QTest::qWait(1000);
             QVERIFY(!manager.logText().contains("uniqueApplicationKey"));
@@ -312,11 +315,18 @@ private slots:
         // Same temporary folder as the manager had, so the same native key.
         const QByteArray savedTmp = qgetenv("TMPDIR");
         qputenv("TMPDIR", (home.path() + "/tmp").toUtf8());
-        QSharedMemory probe(keyFor(home.path()));
-        const bool attached = probe.attach();
+        bool attached = false;
+        {
+            // Scoped: the probe's own lock leaves a key file while it lives.
+            QSharedMemory probe(keyFor(home.path()));
+            attached = probe.attach();
+        }
         qputenv("TMPDIR", savedTmp);
         QVERIFY(!attached);
-        QCOMPARE(QDir(home.path() + "/tmp").entryList(QDir::NoDotAndDotDot | QDir::AllEntries), QStringList());
+        // The key files of the block and the semaphore went with them.
+        const QStringList left
+            = QDir(home.path() + "/tmp").entryList(QDir::NoDotAndDotDot | QDir::AllEntries | QDir::Hidden);
+        QVERIFY2(left.isEmpty(), qPrintable(left.join(", ")));
     }
 
     void killedManagerDoesNotBlockTheNextStart()
@@ -347,7 +357,7 @@ private slots:
         QFETCH(QString, how);
         QFETCH(int, signal);
         QProcess helper;
-        helper.start(QStringLiteral(CRASH_HELPER), {how});
+        helper.start(QStringLiteral(CRASH_HELPER), { how });
         QVERIFY(helper.waitForFinished(60000));
         const QString out = QString::fromUtf8(helper.readAllStandardOutput());
         const QString err = QString::fromUtf8(helper.readAllStandardError());

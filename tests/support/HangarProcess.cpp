@@ -4,7 +4,6 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QThread>
-
 #include <csignal>
 
 HangarProcess::HangarProcess(const QString &homePath)
@@ -37,6 +36,9 @@ QProcessEnvironment HangarProcess::environmentFor(const QString &homePath)
     environment.insert("XDG_CACHE_HOME", homePath + "/.cache");
     environment.insert("TMPDIR", homePath + "/tmp");
     QDir().mkpath(homePath + "/tmp");
+    environment.insert("XDG_RUNTIME_DIR", homePath + "/runtime");
+    QDir().mkpath(homePath + "/runtime");
+    QFile::setPermissions(homePath + "/runtime", QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     environment.remove("DBUS_SESSION_BUS_ADDRESS");
     if (!environment.contains("DISPLAY") && !environment.contains("WAYLAND_DISPLAY"))
         environment.insert("QT_QPA_PLATFORM", "offscreen");
@@ -48,8 +50,8 @@ QString HangarProcess::appDataDirFor(const QString &homePath)
     return homePath + "/.local/share/Vantrel/Hangar";
 }
 
-HangarProcess::Finished HangarProcess::run(const QString &homePath, const QStringList &arguments, int timeoutMs,
-                                           const QProcessEnvironment &environment)
+HangarProcess::Finished HangarProcess::run(const QString &homePath, const QStringList &arguments,
+    int timeoutMs, const QProcessEnvironment &environment)
 {
     Finished finished;
     QProcess process;
@@ -73,7 +75,8 @@ HangarProcess::Finished HangarProcess::run(const QString &homePath, const QStrin
 bool HangarProcess::start(const QStringList &arguments)
 {
     const int logPathIndex = arguments.indexOf(QStringLiteral("--log-path"));
-    m_logDir = logPathIndex >= 0 && logPathIndex + 1 < arguments.size() ? arguments.at(logPathIndex + 1) : QString();
+    m_logDir = logPathIndex >= 0 && logPathIndex + 1 < arguments.size() ? arguments.at(logPathIndex + 1)
+                                                                        : QString();
     m_process.setProcessEnvironment(m_environment);
     m_process.start(executable(), arguments);
     return m_process.waitForStarted(10000);

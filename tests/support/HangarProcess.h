@@ -41,7 +41,7 @@ public:
 
     // Runs to the end (or kills after timeoutMs) and returns what happened.
     static Finished run(const QString &homePath, const QStringList &arguments, int timeoutMs = 30000,
-                        const QProcessEnvironment &environment = QProcessEnvironment());
+        const QProcessEnvironment &environment = QProcessEnvironment());
 
     void setEnvironment(const QProcessEnvironment &environment) { m_environment = environment; }
     // Starts in the background; false when the program could not be started.
@@ -49,7 +49,10 @@ public:
     // Polls the log until a line contains `text`; false on time-out or when the process ended first.
     bool waitForLog(const QString &text, int timeoutMs = 30000) const;
     // The manager is up and idle in its event loop (the last start-up line is written).
-    bool waitUntilReady(int timeoutMs = 30000) const { return waitForLog(QStringLiteral("Default configuration:"), timeoutMs); }
+    bool waitUntilReady(int timeoutMs = 30000) const
+    {
+        return waitForLog(QStringLiteral("Default configuration:"), timeoutMs);
+    }
     // Sends SIGTERM and waits; true when the process exited by itself with code 0.
     bool stop(int timeoutMs = 15000);
     void kill();

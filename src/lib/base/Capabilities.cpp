@@ -33,11 +33,11 @@ QVector<int> operatingSystemVersion()
 {
     const QOperatingSystemVersion current = QOperatingSystemVersion::current();
     if (current.majorVersion() >= 0)
-        return {current.majorVersion(), qMax(current.minorVersion(), 0), qMax(current.microVersion(), 0)};
+        return { current.majorVersion(), qMax(current.minorVersion(), 0), qMax(current.microVersion(), 0) };
     const QVersionNumber release = QVersionNumber::fromString(QSysInfo::productVersion());
     if (release.isNull())
-        return {-1, -1, -1};
-    return {release.majorVersion(), qMax(release.minorVersion(), 0), qMax(release.microVersion(), 0)};
+        return { -1, -1, -1 };
+    return { release.majorVersion(), qMax(release.minorVersion(), 0), qMax(release.microVersion(), 0) };
 }
 
 QString cLibraryVersion()

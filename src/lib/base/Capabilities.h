@@ -43,8 +43,7 @@ public:
     QStringList checkCompatibilityIssues(const QJsonObject &requirements) const;
 
     // Any feed record with getRequirementsNode() (RemoteFeedItem, LocalFeedItem).
-    template <typename FeedItem>
-    QStringList checkCompatibilityIssues(const FeedItem &item) const
+    template <typename FeedItem> QStringList checkCompatibilityIssues(const FeedItem &item) const
     {
         return checkCompatibilityIssues(item.getRequirementsNode());
     }

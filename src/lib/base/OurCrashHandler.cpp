@@ -33,7 +33,7 @@ void OurCrashHandler::installHandler(const char *argv0)
 // deadlock inside a corrupted allocator.
 void OurCrashHandler::sigHandler(int sig)
 {
-    char executable[4096] = {0};
+    char executable[4096] = { 0 };
     const ssize_t length = readlink("/proc/self/exe", executable, sizeof(executable) - 1);
     if (length > 0)
         executable[length] = '\0';

@@ -118,7 +118,8 @@ Result<QStringList> Query::evaluateObject(const QJsonObject &expression) const
             if (issues.isError())
                 return issues;
             if (issues->isEmpty())
-                unmet << "not " + QString::fromUtf8(QJsonDocument(value.toObject()).toJson(QJsonDocument::Compact));
+                unmet << "not "
+                        + QString::fromUtf8(QJsonDocument(value.toObject()).toJson(QJsonDocument::Compact));
         } else {
             const Result<QStringList> issues = evaluateFact(key, value);
             if (issues.isError())
