@@ -55,13 +55,24 @@ Result<QList<LocalFeedItem>> LocalApplicationsFeedLoader::start() const
         qDebug().noquote() << "Detected channels: " + typeDir.path() << channels.join(QStringLiteral(", "));
         for (const QString &channel : channels) {
             const QDir channelDir(typeDir.filePath(channel));
-            const QStringList builds = subFolders(channelDir);
-            qDebug().noquote() << "Detected builds: " + channelDir.path()
-                               << builds.join(QStringLiteral(", "));
-            for (const QString &build : builds) {
-                if (build == LatestFolderName)
+            const QFileInfoList builds
+                = channelDir.entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name);
+            QStringList names;
+            names.reserve(builds.size());
+            for (const QFileInfo &build : builds)
+                names.append(build.fileName());
+            qDebug().noquote() << "Detected builds: " + channelDir.path() << names.join(QStringLiteral(", "));
+            // Resolved once per channel: a build folder below it is then canonical
+            // as it stands, unless the build entry itself is a link.
+            const QString resolvedChannel = QFileInfo(channelDir.path()).canonicalFilePath();
+            for (const QFileInfo &build : builds) {
+                const QString name = build.fileName();
+                if (name == LatestFolderName)
                     continue;
-                if (Option<LocalFeedItem> item = loadFeedItem(channel, channelDir.filePath(build)))
+                const bool canonical = !resolvedChannel.isEmpty() && !build.isSymLink();
+                const QString folder
+                    = canonical ? resolvedChannel + QLatin1Char('/') + name : channelDir.filePath(name);
+                if (Option<LocalFeedItem> item = load(channel, folder, canonical))
                     result.append(std::move(*item));
             }
         }
@@ -72,24 +83,35 @@ Result<QList<LocalFeedItem>> LocalApplicationsFeedLoader::start() const
 Option<LocalFeedItem> LocalApplicationsFeedLoader::loadFeedItem(
     const QString &channelId, const QString &buildFolder) const
 {
+    return load(channelId, buildFolder, false);
+}
+
+Option<LocalFeedItem> LocalApplicationsFeedLoader::load(
+    const QString &channelId, const QString &buildFolder, bool canonical) const
+{
     const QString markerPath = LocalFeedItem::getFeedItemFile(buildFolder);
     const QFileInfo marker(markerPath);
     if (!marker.exists()) {
         qWarning().noquote() << "No .feed marker file: " + markerPath;
         return None;
     }
-    if (!marker.isFile() || marker.size() > MaxMarkerFileSize) {
+    const qint64 size = marker.size();
+    if (!marker.isFile() || size > MaxMarkerFileSize) {
         qWarning().noquote() << "Failed to read .feed marker file. File is too big: " + markerPath;
         return None;
     }
 
-    QFile file(marker.canonicalFilePath());
-    if (file.fileName().isEmpty() || !file.open(QIODevice::ReadOnly)) {
+    // Opening the path resolves the same links that the canonical path would name.
+    QFile file(markerPath);
+    if (!file.open(QIODevice::ReadOnly)) {
         qWarning().noquote() << "Failed to read .feed marker file: " + markerPath;
         return None;
     }
-    // Read one byte past the cap: the file may have grown since it was measured.
-    const QByteArray data = file.read(MaxMarkerFileSize + 1);
+    // Ask for what the file measured plus one byte, to notice a file that grew
+    // since; never for the whole cap, which would allocate 5 MiB per marker.
+    QByteArray data = file.read(size + 1);
+    if (data.size() > size)
+        data += file.read(MaxMarkerFileSize + 1 - data.size());
     if (data.size() > MaxMarkerFileSize) {
         qWarning().noquote() << "Failed to read .feed marker file. File is too big: " + markerPath;
         return None;
@@ -99,7 +121,7 @@ Option<LocalFeedItem> LocalApplicationsFeedLoader::loadFeedItem(
         return None;
     }
 
-    const QJsonDocument document = QJsonDocument::fromJson(QString::fromUtf8(data).toUtf8());
+    const QJsonDocument document = QJsonDocument::fromJson(data);
     if (!document.isObject()) {
         qWarning().noquote() << "Failed to read .feed marker file. JSON Object was expected: " + markerPath;
         return None;
@@ -114,7 +136,9 @@ Option<LocalFeedItem> LocalApplicationsFeedLoader::loadFeedItem(
             qWarning().noquote() << "Failed to resolve .app directory for 'dmg' package";
     }
 
-    const LocalFeedItem item = LocalFeedItem::localApplication(object, buildFolder, appFolder, channelId);
+    const LocalFeedItem item = canonical && appFolder == buildFolder
+        ? LocalFeedItem::localApplicationResolved(object, buildFolder, appFolder, channelId)
+        : LocalFeedItem::localApplication(object, buildFolder, appFolder, channelId);
     if (!item.isValid()) {
         qWarning().noquote() << "Failed to read .feed marker file. RemoteFeedItem is not valid: "
                 + markerPath;

@@ -28,5 +28,8 @@ public:
         const LocalChannel &channel, const QString &path, const RemoteFeedItem &item) const;
 
 private:
+    // `canonical`: the build folder is known to be canonical already.
+    Option<LocalFeedItem> load(const QString &channelId, const QString &buildFolder, bool canonical) const;
+
     QString m_root;
 };

@@ -52,6 +52,17 @@ LocalFeedItem LocalFeedItem::localApplication(
     return wrap(json, installPath, appPath, channelId, None, false);
 }
 
+LocalFeedItem LocalFeedItem::localApplicationResolved(
+    const QJsonObject &json, const QString &installPath, const QString &appPath, const QString &channelId)
+{
+    QJsonObject object = json;
+    object.insert(InstallPathKey, installPath);
+    object.insert(AppPathKey, appPath);
+    object.insert(ChannelKey, channelId);
+    object.insert(ProvidedKey, false);
+    return LocalFeedItem(RemoteFeedItem(object));
+}
+
 LocalFeedItem LocalFeedItem::detectedApplication(const QJsonObject &json, const QString &installPath,
     const QString &channelId, const Option<QString> &uninstallerFile)
 {

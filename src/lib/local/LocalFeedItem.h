@@ -34,6 +34,10 @@ public:
     // A build found outside the applications folder (installed by other means).
     static LocalFeedItem detectedApplication(const QJsonObject &json, const QString &installPath,
         const QString &channelId, const Option<QString> &uninstallerFile = None);
+    // As localApplication, for paths that are already canonical with forward
+    // slashes (the scanner resolves each channel folder once, not every build).
+    static LocalFeedItem localApplicationResolved(const QJsonObject &json, const QString &installPath,
+        const QString &appPath, const QString &channelId);
     static LocalFeedItem wrap(const QJsonObject &json, const QString &installPath, const QString &appPath,
         const QString &channelId, const Option<QString> &uninstallerFile, bool provided);
 
