@@ -3,6 +3,7 @@
 #include "LocalTestSupport.h"
 #include "local/ChannelSettingsManager.h"
 #include "local/LocalApplicationsFeed.h"
+#include "settings/SettingsManager.h"
 #include "support/TempHome.h"
 
 #include <QDir>
@@ -81,6 +82,50 @@ private slots:
         QVERIFY(!apps.getActiveItem(LocalChannel(false, "", "ide", "eap")));
         QVERIFY(apps.findByInstallDir(two.getInstallDir()));
         QVERIFY(!apps.findByInstallDir("/nowhere"));
+    }
+
+    void changingTheInstallRootMovesToolsOrWritesTheOldRootBack()
+    {
+        TempHome home;
+        SettingsManagerOptions options;
+        options.passwordStore = ProxyPasswordStore::MemoryOnly;
+        SettingsManager settings(home.path() + "/settings.json", nullptr, options);
+        const QString one = home.path() + "/one";
+        const QString two = home.path() + "/two";
+        const QString three = home.path() + "/three";
+        QVERIFY(settings.updateSettings([&](SelfSettings &s) { s.setApplicationInstallDirectory(one); }));
+        LocalApplicationsFeed feed(&settings);
+        ChannelSettingsManager channelSettings;
+        LocalApplications apps(&feed, &channelSettings);
+        connect(&settings, &SettingsManager::settingsChanged, &feed,
+            [&](const SelfSettings &oldSettings, const SelfSettings &newSettings) {
+                feed.onSettingsChange(oldSettings, newSettings, &apps);
+            });
+        QCOMPARE(feed.getInstallRoot(), one);
+        writeBuild(one, "ide", "stable", "1.0");
+        QVERIFY(apps.rescan());
+        QSignalSpy finished(&feed, &LocalApplicationsFeed::installRootMoveFinished);
+
+        QVERIFY(settings.updateSettings([&](SelfSettings &s) { s.setApplicationInstallDirectory(two); }));
+        QVERIFY(finished.wait(20000));
+        QCOMPARE(finished.last().first().toBool(), true);
+        QCOMPARE(feed.getInstallRoot(), two);
+        QVERIFY(!QFileInfo::exists(one + "/apps"));
+        QCOMPARE(apps.getLocalItems().size(), 1);
+        QCOMPARE(apps.getLocalItems().first().getInstallDir(),
+            QFileInfo(two + "/apps/ide/stable/1.0").canonicalFilePath());
+
+        // The new root already has an applications folder: nothing moves, the
+        // setting goes back to the root that still holds the tools.
+        home.writeFile("three/apps/keep.txt", "theirs");
+        QVERIFY(settings.updateSettings([&](SelfSettings &s) { s.setApplicationInstallDirectory(three); }));
+        QVERIFY(finished.wait(20000));
+        QCOMPARE(finished.last().first().toBool(), false);
+        QCOMPARE(settings.getSettings().getApplicationInstallDirectory(), two);
+        QCOMPARE(feed.getInstallRoot(), two);
+        QVERIFY(QFileInfo::exists(two + "/apps/ide/stable/1.0/.feed"));
+        QCOMPARE(readFile(three + "/apps/keep.txt"), QByteArray("theirs"));
+        QCOMPARE(finished.size(), 2);
     }
 
     void detectedBuildsJoinWithoutHistoryOrSettings()

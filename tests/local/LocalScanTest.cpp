@@ -134,6 +134,29 @@ private slots:
         QVERIFY(first.isInstalled());
     }
 
+    void linkedChannelsAndBuildsGiveCanonicalPaths()
+    {
+        TempHome home;
+        const QString root = home.path();
+        const QString elsewhere = home.path() + "/elsewhere";
+        writeBuild(elsewhere, "ide", "real-channel", "1.0");
+        writeBuild(elsewhere, "ide", "real-channel", "real-build");
+        QDir().mkpath(root + "/apps/ide/linked");
+        QVERIFY(QFile::link(elsewhere + "/apps/ide/real-channel", root + "/apps/ide/stable"));
+        QVERIFY(QFile::link(elsewhere + "/apps/ide/real-channel/real-build", root + "/apps/ide/linked/2.0"));
+
+        const auto scanned = LocalApplicationsFeedLoader(root).start();
+        QVERIFY(scanned);
+        QCOMPARE(builds(*scanned),
+            QStringList({ "ide/linked/real-build", "ide/stable/1.0", "ide/stable/real-build" }));
+        const QString real = QFileInfo(elsewhere).canonicalFilePath() + "/apps/ide/real-channel/";
+        QCOMPARE(scanned->at(0).getInstallDir(), real + "real-build");
+        QCOMPARE(scanned->at(1).getInstallDir(), real + "1.0");
+        QCOMPARE(scanned->at(1).getApplicationDir(), real + "1.0");
+        // The channel id is the name the scan found, not the link's target.
+        QCOMPARE(scanned->at(1).getChannelId(), QString("stable"));
+    }
+
     void markerOfExactlyFiveMebibytesIsReadOneMoreByteIsNot()
     {
         TempHome home;

@@ -241,6 +241,15 @@ Result<void> LocalApplicationsFeed::moveLocalItems(const QString &from, const QS
     return {};
 }
 
+void LocalApplicationsFeed::rescanAfterMove(LocalApplications *localApplications)
+{
+    if (!localApplications)
+        return;
+    const Result<void> scanned = localApplications->rescan();
+    if (!scanned)
+        qWarning().noquote() << "Failed to scan installed tools:" << scanned.error();
+}
+
 void LocalApplicationsFeed::abortMoveLocalItems(SettingsManager *settings, const QString &oldPath)
 {
     if (!settings)
@@ -267,8 +276,8 @@ void LocalApplicationsFeed::onSettingsChange(
     if (!QFileInfo(from).isDir()) {
         // Nothing installed yet: there is nothing to carry over.
         setInstallRoot(newRoot);
-        if (localApplications)
-            localApplications->rescan().isSuccessful();
+        rescanAfterMove(localApplications);
+        emit installRootMoveFinished(true);
         return;
     }
     SettingsManager *settings = m_settings;
@@ -278,13 +287,11 @@ void LocalApplicationsFeed::onSettingsChange(
             if (!moved) {
                 qWarning().noquote() << "Failed to move installed tools:" << moved.error();
                 abortMoveLocalItems(settings, currentRoot);
+                emit installRootMoveFinished(false);
                 return;
             }
             setInstallRoot(newRoot);
-            if (localApplications) {
-                const Result<void> scanned = localApplications->rescan();
-                if (!scanned)
-                    qWarning().noquote() << "Failed to scan installed tools:" << scanned.error();
-            }
+            rescanAfterMove(localApplications);
+            emit installRootMoveFinished(true);
         });
 }

@@ -54,8 +54,12 @@ public:
 
 signals:
     void installRootChanged(const QString &newRoot);
+    // A move started by onSettingsChange ended (false: the old root was written back).
+    void installRootMoveFinished(bool moved);
 
 private:
+    static void rescanAfterMove(LocalApplications *localApplications);
+
     mutable QReadWriteLock m_lock;
     QString m_root;
     SettingsManager *m_settings = nullptr;
