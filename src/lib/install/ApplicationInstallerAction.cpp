@@ -87,6 +87,7 @@ InstallResult ApplicationInstallerAction::start()
 
 Result<void> ApplicationInstallerAction::doFetchAndInstall()
 {
+    m_verificationNs = 0;
     m_markerWasValid = false;
     if (QFileInfo::exists(m_feedFile)) {
         const Result<QJsonObject> loaded = JsonEditor::loadJsonFile(m_feedFile);
@@ -175,7 +176,12 @@ Result<void> ApplicationInstallerAction::downloadVerified(
     PackageDigests digests(m_options.hashWhileDownloading ? algorithmsOf(record) : QStringList());
     DownloadSession::ChunkObserver observer;
     if (m_options.hashWhileDownloading)
-        observer = [&digests](const QByteArray &chunk) { digests.update(chunk); };
+        observer = [this, &digests](const QByteArray &chunk) {
+            QElapsedTimer hashing;
+            hashing.start();
+            digests.update(chunk);
+            m_verificationNs += hashing.nsecsElapsed();
+        };
 
     if (isCancelled())
         return Error(CANCELLED);
@@ -190,7 +196,7 @@ Result<void> ApplicationInstallerAction::downloadVerified(
     timer.start();
     const Result<void> verified = ApplicationPackageVerifier::verify(
         record, path, m_options.hashWhileDownloading ? &digests : nullptr);
-    m_verificationMs += timer.elapsed();
+    m_verificationNs += timer.nsecsElapsed();
     if (!verified) {
         qWarning().noquote() << "Verification error:" << verified.error();
         return Error("Verification error: " + verified.error());
@@ -200,7 +206,6 @@ Result<void> ApplicationInstallerAction::downloadVerified(
 
 Result<void> ApplicationInstallerAction::fullInstall()
 {
-    m_verificationMs = 0;
     const QString url = m_item.getDownloadUrl();
     qInfo().noquote() << "Creating download action for url" << url;
     if (m_progress)

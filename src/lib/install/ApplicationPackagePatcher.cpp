@@ -207,9 +207,13 @@ bool ApplicationPackagePatcher::isValidBaseItem(const LocalFeedItem &item)
 
 bool ApplicationPackagePatcher::isValidPatchItem(const RemotePatchItem &patch)
 {
-    return patch.isValid() && resolvePatch(patch).isSuccessful() && patch.getFromBuild() != patch.getToBuild()
-        && !patch.getDownloadUrl().isEmpty() && patch.getDownloadSize() > 0
-        && !patch.toJson().value(QLatin1String("command")).toArray().isEmpty();
+    // Called for every patch of the feed on each model rebuild: one look at each key.
+    if (!patch.isValid() || patch.getFromBuild() == patch.getToBuild() || patch.getDownloadSize() <= 0)
+        return false;
+    const QJsonObject json = patch.toJson();
+    return json.value(QLatin1String("type")).toString() == QLatin1String("lathe_patch")
+        && !json.value(QLatin1String("url")).toString().isEmpty()
+        && !json.value(QLatin1String("command")).toArray().isEmpty();
 }
 
 Option<QString> ApplicationPackagePatcher::resolveJavaPath(const LocalFeedItem &baseItem)

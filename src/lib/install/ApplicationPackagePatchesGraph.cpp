@@ -4,6 +4,7 @@
 
 #include <QDebug>
 #include <QElapsedTimer>
+#include <QLoggingCategory>
 #include <QSet>
 #include <algorithm>
 #include <limits>
@@ -12,15 +13,25 @@
 
 namespace {
 
-// Fixed relaxation order, so that ties between chains of equal size are decided the same
-// way whatever order the feed lists its patches in.
-bool patchOrder(const RemotePatchItem &a, const RemotePatchItem &b)
+// One usable patch with what the search reads of it, taken out of the JSON once.
+struct Edge
 {
-    if (a.getFromBuild() != b.getFromBuild() || a.getToBuild() != b.getToBuild())
-        return RemotePatchItem::compareByVersion(a, b);
-    if (a.getDownloadSize() != b.getDownloadSize())
-        return a.getDownloadSize() < b.getDownloadSize();
-    return a.getDownloadUrl() < b.getDownloadUrl();
+    QString to;
+    QString url;
+    qint64 size;
+    int index; // into the type's patch list
+};
+
+// Fixed relaxation order among the patches leaving one build (to-build, then size, then
+// URL, as plain strings), so that ties between chains of equal size are decided the same
+// way whatever order the feed lists its patches in.
+bool edgeOrder(const Edge &a, const Edge &b)
+{
+    if (a.to != b.to)
+        return a.to < b.to;
+    if (a.size != b.size)
+        return a.size < b.size;
+    return a.url < b.url;
 }
 
 } // namespace
@@ -40,17 +51,20 @@ ApplicationPackagePatchesGraph::OptimalPatches::OptimalPatches(
     }
 
     // Work list: the usable patches, grouped by the build they start from.
-    QHash<QString, std::vector<RemotePatchItem>> outgoing;
+    QHash<QString, std::vector<Edge>> outgoing;
+    outgoing.reserve(patches.size());
     int usable = 0;
-    for (const RemotePatchItem &patch : patches) {
+    for (int i = 0; i < patches.size(); ++i) {
+        const RemotePatchItem &patch = patches.at(i);
         if (patch.getApplicationType() != m_applicationType
             || !ApplicationPackagePatcher::isValidPatchItem(patch))
             continue;
-        outgoing[patch.getFromBuild()].push_back(patch);
+        outgoing[patch.getFromBuild()].push_back(
+            Edge { patch.getToBuild(), patch.getDownloadUrl(), patch.getDownloadSize(), i });
         ++usable;
     }
     for (auto &list : outgoing)
-        std::sort(list.begin(), list.end(), patchOrder);
+        std::sort(list.begin(), list.end(), edgeOrder);
 
     // Cheapest chains first (sizes are positive, so a settled build never improves):
     // equal costs are settled in build-string order and a later offer replaces an earlier
@@ -71,25 +85,26 @@ ApplicationPackagePatchesGraph::OptimalPatches::OptimalPatches(
         const auto edges = outgoing.constFind(entry.second);
         if (edges == outgoing.cend())
             continue;
-        for (const RemotePatchItem &patch : *edges) {
-            const qint64 offer = entry.first + patch.getDownloadSize();
+        for (const Edge &edge : *edges) {
+            const qint64 offer = entry.first + edge.size;
             // The table holds 32-bit sizes as the packages do; a chain larger than that is
             // never cheaper than a full package, so it is not offered at all.
             if (offer > std::numeric_limits<qint32>::max())
                 continue;
-            const QString to = patch.getToBuild();
+            const QString &to = edge.to;
             const auto known = m_costs.constFind(to);
             if (known != m_costs.cend() && *known <= offer)
                 continue;
             m_costs.insert(to, qint32(offer));
-            m_bestIncoming.insert(to, patch);
+            m_bestIncoming.insert(to, patches.at(edge.index));
             queue.push({ offer, to });
         }
     }
 
-    qDebug().noquote() << "Patches for" << m_applicationType << "local items:" << m_baseBuilds.size()
-                       << "patches" << usable << "from-versions:" << m_costs.keys().join(", ") << "in"
-                       << timer.nsecsElapsed() / 1000 << "us";
+    if (QLoggingCategory::defaultCategory()->isDebugEnabled())
+        qDebug().noquote() << "Patches for" << m_applicationType << "local items:" << m_baseBuilds.size()
+                           << "patches" << usable << "from-versions:" << m_costs.keys().join(", ") << "in"
+                           << timer.nsecsElapsed() / 1000 << "us";
 }
 
 Option<InstallPatchSequence> ApplicationPackagePatchesGraph::OptimalPatches::findPatches(

@@ -15,11 +15,11 @@
 // (chain starts, cost 0) and, for every build reachable through the feed's patches, the
 // cheapest chain by total download size and its last patch.
 //
-// Ties: of two chains with the same total size, the one found first is kept; the patches
-// are relaxed in a fixed order (ascending from-build, then to-build, then URL, by
-// RemotePatchItem ordering), so the choice does not depend on the feed's order. Since
-// every cost starts at the nearest base, this also prefers the chain with fewer patches
-// when sizes tie and the shorter one is found first, which it usually is.
+// The search settles builds cheapest first (equal costs in build-string order) and a
+// later offer replaces a build's chain only when strictly cheaper. So, of two chains with
+// the same total size, the one whose last patch leaves the build settled first is kept;
+// between parallel patches of one build the order is to-build, size, then URL. The choice
+// never depends on the order in which the feed lists its patches.
 class ApplicationPackagePatchesGraph
 {
 public:
