@@ -9,7 +9,15 @@
 #include "base/OurCrashHandler.h"
 #include "base/Result.h"
 #include "base/WorkerThread.h"
+#include "feed/records/RemoteFeedItem.h"
+#include "feed/records/RemotePatchItem.h"
+#include "feed/records/Version.h"
+#include "local/ChannelSettingsManager.h"
+#include "local/LocalChannel.h"
+#include "local/LocalFeedItem.h"
 #include "net/ProgressManager.h"
+#include "projects/Project.h"
+#include "projects/ProjectSource.h"
 #include "settings/CommandLine.h"
 #include "settings/SettingsManager.h"
 
@@ -187,6 +195,22 @@ void configureNetworkSecurity()
     qInfo().noquote() << "OpenSSL default CA directory:" << caDir << "exists?" << existsText(caDir);
 }
 
+// Types that travel through queued signals between the workers and the main thread.
+void registerMetaTypes()
+{
+    qRegisterMetaType<SelfSettings>();
+    qRegisterMetaType<Version>();
+    qRegisterMetaType<RemoteFeedItem>();
+    qRegisterMetaType<RemotePatchItem>();
+    qRegisterMetaType<QList<RemoteFeedItem>>();
+    qRegisterMetaType<QList<RemotePatchItem>>();
+    qRegisterMetaType<LocalChannel>();
+    qRegisterMetaType<LocalFeedItem>();
+    qRegisterMetaType<QList<LocalFeedItem>>();
+    qRegisterMetaType<Project>();
+    qRegisterMetaType<ProjectsUpdateReason>();
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -221,8 +245,10 @@ int main(int argc, char *argv[])
     TerminationSignalHandler terminationSignals;
 
     configureNetworkSecurity();
+    registerMetaTypes();
     qInfo().noquote() << "Application Dir" << QCoreApplication::applicationDirPath();
 
+    ChannelSettingsManager channelSettingsManager;
     ProgressManager progressManager(ProgressIntervalMs);
 
     SettingsManager settingsManager(settingsFilePath());

@@ -1,9 +1,11 @@
+#include "support/FeedBuilder.h"
 #include "support/HangarProcess.h"
 #include "support/TempHome.h"
 
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRegularExpression>
@@ -31,6 +33,30 @@ QStringList receivedMessages(const QString &log)
     while (it.hasNext())
         messages << it.next().captured(1).split(QStringLiteral(", "));
     return messages;
+}
+
+// Signs `json` with the build's development CA (the one compiled into the
+// executable) and puts it where HangarProcess points the manager's root feed.
+bool writeSignedFeed(const QString &home, const QByteArray &json)
+{
+    QString binaryDir = qEnvironmentVariable("HANGAR_BINARY_DIR");
+    if (binaryDir.isEmpty())
+        binaryDir = QStringLiteral(HANGAR_BINARY_DIR);
+    const QString jsonPath = home + "/feeds/root.json";
+    QDir().mkpath(home + "/feeds");
+    QFile file(jsonPath);
+    if (!file.open(QIODevice::WriteOnly) || file.write(json) != json.size())
+        return false;
+    file.close();
+    QProcess sign;
+    sign.start(FeedBuilder::hangarFeedPath(),
+        { "sign", "--cert", binaryDir + "/feed-dev-ca/signer.crt", "--key",
+            binaryDir + "/feed-dev-ca/signer.key", jsonPath, HangarProcess::rootFeedPathFor(home) });
+    if (!sign.waitForFinished(60000) || sign.exitCode() != 0) {
+        qWarning() << "signing failed:" << sign.readAllStandardError();
+        return false;
+    }
+    return true;
 }
 
 } // namespace
@@ -342,6 +368,40 @@ private slots:
         QVERIFY2(next.waitUntilReady(), qPrintable(next.logText()));
         QVERIFY(!next.logText().contains("This is not master instance"));
         QVERIFY(next.stop());
+    }
+
+    // The dump mode prints what the configured feeds publish now; its exit code
+    // says whether there was a feed at all and whether it looked complete.
+    void feedDumpModeExitCodes()
+    {
+        Home home;
+        const HangarProcess::Finished noFeed = HangarProcess::run(home.path(), { "--internal-dump-feed" });
+        QVERIFY(!noFeed.timedOut);
+        QCOMPARE(noFeed.exitCode, 1);
+        QVERIFY(noFeed.standardOutput.isEmpty());
+
+        QJsonArray entries;
+        for (int i = 0; i < 29; ++i)
+            entries.append(FeedBuilder::entry(QString("tool-%1").arg(i, 2, 10, QChar('0')),
+                "1.0." + QString::number(i), QString(), QString("http://127.0.0.1:9/tool-%1.tar.gz").arg(i)));
+        QVERIFY(writeSignedFeed(home.path(), FeedBuilder::feed(entries)));
+        const HangarProcess::Finished tooFew = HangarProcess::run(home.path(), { "--internal-dump-feed" });
+        QCOMPARE(tooFew.exitCode, 2);
+        QVERIFY(tooFew.standardOutput.isEmpty());
+
+        entries.append(
+            FeedBuilder::entry("tool-29", "1.0.29", QString(), "http://127.0.0.1:9/tool-29.tar.gz"));
+        QVERIFY(writeSignedFeed(home.path(), FeedBuilder::feed(entries)));
+        const HangarProcess::Finished enough = HangarProcess::run(home.path(), { "--internal-dump-feed" });
+        QCOMPARE(enough.exitCode, 0);
+        const QStringList lines = QString::fromUtf8(enough.standardOutput).split('\n', Qt::SkipEmptyParts);
+        QCOMPARE(lines.size(), 30);
+        QVERIFY2(
+            lines.filter(QRegularExpression(" 1\\.0\\.7 http://127\\.0\\.0\\.1:9/tool-7\\.tar\\.gz$")).size()
+                == 1,
+            enough.standardOutput);
+        // A one-shot run: it took no single-instance block with it.
+        QVERIFY(!QFileInfo::exists(home.path() + "/tmp/qipc_sharedmemory_" + keyFor(home.path())));
     }
 
     void crashHandlerPrintsBacktrace_data()

@@ -12,6 +12,8 @@
 // settings, logs and single-instance key (derived from HOME) are its own, and
 // the key files of the shared memory and semaphore land in the home's "tmp".
 // No session bus is passed on: the settings keep any proxy password in memory.
+// The root feed is "<home>/feeds/root.feed.xz.signed" (a file URL), so no run
+// reaches beyond the machine; a test that wants a feed writes it there.
 //
 // The destructor stops a process that is still running (SIGTERM, then SIGKILL),
 // so a failing test leaves no manager behind.
@@ -38,6 +40,10 @@ public:
     static QProcessEnvironment environmentFor(const QString &homePath);
     // "<home>/.local/share/Vantrel/Hangar": settings file and default log folder.
     static QString appDataDirFor(const QString &homePath);
+    static QString rootFeedPathFor(const QString &homePath)
+    {
+        return homePath + "/feeds/root.feed.xz.signed";
+    }
 
     // Runs to the end (or kills after timeoutMs) and returns what happened.
     static Finished run(const QString &homePath, const QStringList &arguments, int timeoutMs = 30000,
