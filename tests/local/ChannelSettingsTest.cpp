@@ -58,6 +58,12 @@ private slots:
     {
         ChannelSettingsManager manager;
         QSignalSpy updated(&manager, &ChannelSettingsManager::channelSettingsUpdated);
+        // A receiver may read the settings again right away (no lock held while signalling).
+        QJsonObject seenByReceiver;
+        connect(&manager, &ChannelSettingsManager::channelSettingsUpdated, this,
+            [&](const LocalChannel &channel) {
+                seenByReceiver = manager.loadChannelSettings(channel).valueOr({});
+            });
         LogCapture log;
         const QJsonObject first { { "filter", QJsonObject { { "application_type", "ide" } } },
             { "custom_name", "Mine" } };
@@ -70,6 +76,7 @@ private slots:
         QCOMPARE(readJson(m_file), first);
         QCOMPARE(updated.size(), 1);
         QCOMPARE(updated.first().first().value<LocalChannel>(), m_channel);
+        QCOMPARE(seenByReceiver, first);
 
         log.clear();
         QVERIFY(manager.saveChannelSettings(m_channel, QJsonObject { { "filter", first["filter"] } }));

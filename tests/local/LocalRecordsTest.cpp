@@ -131,16 +131,6 @@ private slots:
         QCOMPARE(getRootPath(item), QString("/a/b"));
         QVERIFY(item.toDebugString().startsWith("LocalItem{ch: c, "));
     }
-
-    void newerBuildSortsFirst()
-    {
-        const auto older = LocalFeedItem::localApplication(feedRecord("ide", "9.5"), "/a/9.5", "/a/9.5", "c");
-        const auto newer
-            = LocalFeedItem::localApplication(feedRecord("ide", "10.1"), "/a/10.1", "/a/10.1", "c");
-        QVERIFY(LocalFeedItem::compareByVersion(newer, older));
-        QVERIFY(!LocalFeedItem::compareByVersion(older, newer));
-        QVERIFY(!LocalFeedItem::compareByVersion(newer, newer));
-    }
 };
 
 QTEST_GUILESS_MAIN(LocalRecordsTest)

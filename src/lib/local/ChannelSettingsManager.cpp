@@ -37,14 +37,20 @@ QString ChannelSettingsManager::shortenForLog(const QString &text)
 Result<QJsonObject> ChannelSettingsManager::loadChannelSettings(const LocalChannel &channel)
 {
     QMutexLocker locker(&m_mutex);
-    return loadLocked(channel);
+    Result<QJsonObject> loaded = loadLocked(channel);
+    locker.unlock();
+    notifyUpdated();
+    return loaded;
 }
 
 Result<void> ChannelSettingsManager::saveChannelSettings(
     const LocalChannel &channel, const QJsonObject &settings)
 {
     QMutexLocker locker(&m_mutex);
-    return saveLocked(channel, settings);
+    const Result<void> saved = saveLocked(channel, settings);
+    locker.unlock();
+    notifyUpdated();
+    return saved;
 }
 
 Result<void> ChannelSettingsManager::updateSettings(
@@ -53,10 +59,14 @@ Result<void> ChannelSettingsManager::updateSettings(
     // Held across load, edit and save so that two edits cannot lose each other's keys.
     QMutexLocker locker(&m_mutex);
     Result<QJsonObject> settings = loadLocked(channel);
-    if (!settings)
-        return settings.toError();
-    edit(*settings);
-    return saveLocked(channel, *settings);
+    Result<void> saved = settings.toError();
+    if (settings) {
+        edit(*settings);
+        saved = saveLocked(channel, *settings);
+    }
+    locker.unlock();
+    notifyUpdated();
+    return saved;
 }
 
 Result<void> ChannelSettingsManager::createChannelSettings(const LocalFeedItem &item,
@@ -77,9 +87,23 @@ Result<void> ChannelSettingsManager::createChannelSettings(const LocalFeedItem &
     settings = filter.updateFilterSettingsJSON(settings);
     settings.insert(InstallAutomaticallyKey, installAutomatically);
     const Result<void> saved = saveLocked(channel, settings);
+    locker.unlock();
+    notifyUpdated();
     if (!saved)
         qWarning().noquote() << "Failed to write channel settings" << saved.error();
     return saved;
+}
+
+void ChannelSettingsManager::notifyUpdated()
+{
+    // Emitted with the lock released: a receiver may well read the settings again.
+    QList<LocalChannel> updated;
+    {
+        QMutexLocker locker(&m_mutex);
+        updated.swap(m_updated);
+    }
+    for (const LocalChannel &channel : updated)
+        emit channelSettingsUpdated(channel);
 }
 
 Result<QJsonObject> ChannelSettingsManager::loadLocked(const LocalChannel &channel)
@@ -133,6 +157,6 @@ Result<void> ChannelSettingsManager::saveLocked(const LocalChannel &channel, con
     qInfo().noquote() << "Updated settings in" << path
                       << "\n----- BEFORE -----\n" + shortenForLog(before) + "----- AFTER -----\n"
             + shortenForLog(after) + "----- END -----";
-    emit channelSettingsUpdated(channel);
+    m_updated.append(channel);
     return {};
 }

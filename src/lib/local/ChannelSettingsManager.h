@@ -37,5 +37,8 @@ private:
     Result<QJsonObject> loadLocked(const LocalChannel &channel);
     Result<void> saveLocked(const LocalChannel &channel, const QJsonObject &settings);
 
+    void notifyUpdated();
+
     QMutex m_mutex;
+    QList<LocalChannel> m_updated; // saved under the lock, announced after it
 };
