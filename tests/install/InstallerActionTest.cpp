@@ -336,6 +336,37 @@ private slots:
         QVERIFY(QFileInfo::exists(versionDir("6.0") + "/.feed"));
     }
 
+    void concurrentInstallsOfDifferentBuildsDoNotMix()
+    {
+        QList<QJsonObject> entries;
+        for (int i = 0; i < 4; ++i)
+            entries << publish(QString("8.%1").arg(i),
+                { { "bin/tool", QByteArray::number(i) }, { "data", QByteArray(100000, char('a' + i)) } });
+        QVector<InstallResult> results(entries.size(), InstallResult::failure("not run"));
+        QList<QThread *> workers;
+        for (int i = 0; i < entries.size(); ++i) {
+            workers << QThread::create([&, i] {
+                const RemoteFeedItem item(entries[i]);
+                const QString dir = versionDir(item.getBuild());
+                ApplicationInstallerAction action(
+                    item, None, dir, LocalFeedItem::getFeedItemFile(dir), m_session.get(), nullptr, {});
+                results[i] = action.start();
+            });
+            workers.last()->start();
+        }
+        for (QThread *worker : workers) {
+            QVERIFY(worker->wait(60000));
+            delete worker;
+        }
+        for (int i = 0; i < entries.size(); ++i) {
+            QVERIFY2(results[i].isSuccessful(), qPrintable(results[i].error()));
+            const QString dir = versionDir(QString("8.%1").arg(i));
+            QCOMPARE(kit::readFile(dir + "/bin/tool"), QByteArray::number(i));
+            QCOMPARE(kit::readFile(dir + "/data"), QByteArray(100000, char('a' + i)));
+            QCOMPARE(QJsonDocument::fromJson(kit::readFile(dir + "/.feed")).object(), entries[i]);
+        }
+    }
+
     void progressTitleNamesTheBuild()
     {
         const ApplicationInstallerAction action(RemoteFeedItem(kit::feedEntry("tool", "7.1", "tar.gz",

@@ -8,6 +8,7 @@
 #include "install/ApplicationPackageVerifier.h"
 #include "install/PackageDigests.h"
 #include "install/PackageTreeGuard.h"
+#include "install/PipelinedDigests.h"
 
 #include <QRandomGenerator>
 #include <QTemporaryDir>
@@ -170,6 +171,23 @@ private slots:
         QVERIFY(ApplicationPackageVerifier::verify(entry, m_package, &partial).isSuccessful());
         partial.reset();
         QCOMPARE(partial.bytesProcessed(), qint64(0));
+    }
+
+    void pipelinedDigestsMatchWhateverTheBacklogBound()
+    {
+        const QByteArray content = kit::readFile(m_package);
+        for (const qint64 backlog : { qint64(1), qint64(5000), qint64(64) << 20 }) {
+            PipelinedDigests pipelined({ "sha-256", "sha-512" }, backlog);
+            for (int at = 0; at < content.size(); at += 7777)
+                pipelined.feed(content.mid(at, 7777));
+            const PackageDigests &digests = pipelined.finish();
+            QCOMPARE(digests.bytesProcessed(), qint64(content.size()));
+            QCOMPARE(*digests.hexDigest("sha-256"), kit::digestHex(m_package));
+            QCOMPARE(*digests.hexDigest("sha-512"), kit::digestHex(m_package, QCryptographicHash::Sha512));
+        }
+        // Abandoned half-way (a failed download): destruction neither hangs nor leaks.
+        PipelinedDigests abandoned({ "sha-256" }, 10);
+        abandoned.feed(content.left(100000));
     }
 
     void samePackageIsTheSameSignature()

@@ -56,9 +56,9 @@ public:
     static constexpr const char *DOWNLOAD_TEMP = "download.temp";
     static constexpr const char *DOWNLOAD_TEMP_PATCH = "download.temp-patch";
 
-    // Time spent on verification by the last install: hashing the chunks as they arrived
-    // plus the final check (or the re-read of the file when not hashing on the way).
-    // Lets the benchmark count verification separately from the install.
+    // Wall time that verification added to the last install: waits of the download for
+    // the hashing thread, then the final check (or the re-read of the file when not
+    // hashing on the way). Lets the benchmark count verification separately.
     qint64 lastVerificationNs() const { return m_verificationNs; }
 
 private:

@@ -139,6 +139,12 @@ InstallItem ApplicationPackagePatchesGraph::OptimalPatches::selectBestUpdate(
     return InstallItem(LocalChannel(), target, None);
 }
 
+InstallItem ApplicationPackagePatchesGraph::OptimalPatches::selectBestUpdate(
+    const RemoteFeedItem &target, const LocalChannel &channel) const
+{
+    return InstallItem(channel, target, selectBestUpdate(target).getPatchSequence());
+}
+
 ApplicationPackagePatchesGraph::ApplicationPackagePatchesGraph(
     const QList<LocalFeedItem> &localItems, const QList<RemotePatchItem> &patches)
 {
@@ -155,6 +161,15 @@ ApplicationPackagePatchesGraph::ApplicationPackagePatchesGraph(
             continue;
         m_byType.insert(it.key(), OptimalPatches(it.key(), *it, *typePatches));
     }
+}
+
+InstallItem ApplicationPackagePatchesGraph::select(
+    const RemoteFeedItem &target, const LocalChannel &channel) const
+{
+    const auto it = m_byType.constFind(target.getApplicationType());
+    if (it == m_byType.cend())
+        return InstallItem(channel, target, None);
+    return it->selectBestUpdate(target, channel);
 }
 
 InstallItem ApplicationPackagePatchesGraph::select(const RemoteFeedItem &target) const

@@ -31,7 +31,10 @@ public:
             const QList<RemotePatchItem> &patches);
 
         Option<InstallPatchSequence> findPatches(const RemoteFeedItem &target) const;
+        // The item's channel is the base build's when a chain is chosen, else empty; the
+        // overload with a channel puts the install into that channel either way.
         InstallItem selectBestUpdate(const RemoteFeedItem &target) const;
+        InstallItem selectBestUpdate(const RemoteFeedItem &target, const LocalChannel &channel) const;
 
         const QString &applicationType() const { return m_applicationType; }
         const QHash<QString, LocalFeedItem> &baseBuilds() const { return m_baseBuilds; }
@@ -50,6 +53,7 @@ public:
         const QList<LocalFeedItem> &localItems, const QList<RemotePatchItem> &patches);
 
     InstallItem select(const RemoteFeedItem &target) const;
+    InstallItem select(const RemoteFeedItem &target, const LocalChannel &channel) const;
     Option<InstallPatchSequence> findPatches(const RemoteFeedItem &target) const;
     const QHash<QString, OptimalPatches> &byType() const { return m_byType; }
 
