@@ -52,6 +52,12 @@ private slots:
         QVERIFY(!manager.createChannelSettings(item, None, true));
         QVERIFY(!manager.getRunAsAdministrator(detected));
         QVERIFY(QDir(folder).isEmpty());
+
+        // A channel key without a folder never becomes a file at the file-system root.
+        const LocalChannel key(false, QString(), "ide", "stable");
+        QVERIFY(manager.loadChannelSettings(key).error().startsWith("No folder for channel"));
+        QVERIFY(!manager.saveChannelSettings(key, { { "x", 1 } }));
+        QVERIFY(!QFileInfo::exists("/.channel.settings.json"));
     }
 
     void firstSaveLogsNotExistsThenBeforeAndAfter()

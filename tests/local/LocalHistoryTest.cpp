@@ -241,6 +241,12 @@ private slots:
         // A history asked for again starts empty (and writes an empty object).
         QVERIFY(holder.getHistory(channel)->getHistory().isEmpty());
 
+        // A channel key without a folder keeps its history in memory only.
+        const LocalChannel key(false, QString(), "ide", "stable");
+        holder.getHistory(key)->addHistoryEntry(diskItem(m_channelDir, "1.0"), "install", T0);
+        QVERIFY(holder.getHistory(key)->getHistory().isEmpty());
+        QVERIFY(!QFileInfo::exists("/.history.json"));
+
         // Detected tools' folders are not ours: nothing is written there.
         const QString foreign = m_home->path() + "/opt/ide";
         QDir().mkpath(foreign);

@@ -13,7 +13,16 @@ const QString ChannelSettingsManager::SettingsFileName = QStringLiteral(".channe
 
 namespace {
 const QString DetectedError = QStringLiteral("No settings for detected items!");
+
+// A channel built without its folder (as look-up keys are) has no file to use;
+// without this check its settings would land in "/.channel.settings.json".
+Result<void> checkFolder(const LocalChannel &channel)
+{
+    if (channel.getChannelDirectory().isEmpty())
+        return Error("No folder for channel " + channel.getApplicationType() + " " + channel.getChannelId());
+    return {};
 }
+} // namespace
 
 ChannelSettingsManager::ChannelSettingsManager(QObject *parent)
     : QObject(parent)
@@ -110,6 +119,8 @@ Result<QJsonObject> ChannelSettingsManager::loadLocked(const LocalChannel &chann
 {
     if (channel.isDetected())
         return Error(DetectedError);
+    if (const Result<void> folder = checkFolder(channel); !folder)
+        return folder.toError();
 
     Result<QJsonObject> loaded = JsonEditor::loadJsonFile(getSettingsFile(channel));
     if (!loaded) {
@@ -141,6 +152,8 @@ Result<void> ChannelSettingsManager::saveLocked(const LocalChannel &channel, con
 {
     if (channel.isDetected())
         return Error(DetectedError);
+    if (const Result<void> folder = checkFolder(channel); !folder)
+        return folder;
 
     const QString path = getSettingsFile(channel);
     QString before = QStringLiteral("(not exists)\n");

@@ -68,6 +68,8 @@ LocalApplicationsHistory::LocalApplicationsHistory(const QString &path, const QJ
 
 LocalApplicationsHistory LocalApplicationsHistory::fromFile(const QString &path)
 {
+    if (path.isEmpty())
+        return LocalApplicationsHistory(path, QJsonObject());
     const Result<QJsonObject> loaded = JsonEditor::loadJsonFile(path);
     if (loaded)
         return LocalApplicationsHistory(path, *loaded);
@@ -91,6 +93,9 @@ void LocalApplicationsHistory::reset()
 
 void LocalApplicationsHistory::save() const
 {
+    // A history with no file (a channel without a folder) lives in memory only.
+    if (m_path.isEmpty())
+        return;
     const Result<void> saved = JsonEditor::saveJsonFile(m_path, m_json);
     if (!saved)
         qDebug().noquote() << "Failed to save history:" << saved.error();

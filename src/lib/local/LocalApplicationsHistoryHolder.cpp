@@ -6,6 +6,9 @@
 
 QString LocalApplicationsHistoryHolder::getHistoryFile(const LocalChannel &channel)
 {
+    // No folder, no file: never let an empty folder turn into "/.history.json".
+    if (channel.getChannelDirectory().isEmpty())
+        return QString();
     return channel.getChannelDirectory() + QLatin1Char('/') + LocalApplicationsHistory::HistoryFileName;
 }
 
@@ -13,6 +16,8 @@ QSharedPointer<LocalApplicationsHistory> LocalApplicationsHistoryHolder::getHist
     const LocalChannel &channel)
 {
     const QString path = getHistoryFile(channel);
+    if (path.isEmpty())
+        return QSharedPointer<LocalApplicationsHistory>::create();
     QMutexLocker locker(&m_mutex);
     auto it = m_histories.find(path);
     if (it == m_histories.end())
@@ -24,6 +29,8 @@ QSharedPointer<LocalApplicationsHistory> LocalApplicationsHistoryHolder::getHist
 void LocalApplicationsHistoryHolder::deleteEntry(const LocalChannel &channel)
 {
     const QString path = getHistoryFile(channel);
+    if (path.isEmpty())
+        return;
     QMutexLocker locker(&m_mutex);
     m_histories.remove(path);
     if (QFile::exists(path) && !QFile::remove(path))
