@@ -88,7 +88,6 @@ DownloadResult DownloadAction::exec()
         m_pollTimer = nullptr;
         m_loop = nullptr;
     }
-    m_result.setBytesWritten(m_result.bytesWritten());
     qInfo().noquote() << "Finished request" << m_name << "size:" << m_result.bytesWritten()
                       << (m_result.isError() ? "error: " + m_result.error() : QString());
     emit downloadCompleted();
