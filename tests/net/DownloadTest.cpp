@@ -322,6 +322,8 @@ private slots:
             return m_session->getFile(server.url(), outPath("stuck.bin"), m_payload.size(), nullptr);
         });
         QVERIFY(r.isError());
+        QCOMPARE(DownloadSession::defaultBackoffSchedule(),
+            QVector<int>({ 500, 2000, 7000, 22000, 22000, 82000 }));
         QCOMPARE(g_log.filter("Started request").size(), 1 + DownloadSession::kMaxAttemptsWithoutProgress);
         QVERIFY(server.requests().size() >= 1 + DownloadSession::kMaxAttemptsWithoutProgress);
         QVector<int> expected = { 5, 10, 15, 20, 20 };
@@ -361,6 +363,54 @@ private slots:
         QCOMPARE(g_log.filter("Started request").size(), 2);
         // The whole file the server sent again was not appended.
         QCOMPARE(readFile(outPath("norange.bin")), m_payload.left(300000));
+    }
+
+    void refusesResumeWhenLastModifiedChanges()
+    {
+        FaultBehaviour behaviour;
+        behaviour.cutAfterBytes = 4096;
+        behaviour.cutResponses = 1;
+        behaviour.sendETag = false;
+        behaviour.changeLastModified = true;
+        FaultServer server(m_payloadPath, behaviour);
+        QVERIFY(server.start());
+        const auto r = onWorker(
+            [&] { return m_session->getFile(server.url(), outPath("lm.bin"), m_payload.size(), nullptr); });
+        QCOMPARE(r.error(), QString("Last-Modified changed. Download cannot be resumed"));
+        QCOMPARE(readFile(outPath("lm.bin")), m_payload.left(4096));
+    }
+
+    void refusesAContentRangeThatDoesNotContinueTheFile_data()
+    {
+        QTest::addColumn<QByteArray>("contentRange");
+        QTest::addColumn<QString>("error");
+        QTest::newRow("other start")
+            << QByteArray("bytes 0-99/100")
+            << QString("Content-Range is bytes 0-99/100, expected to start with bytes 4096-");
+        QTest::newRow("garbage") << QByteArray("bytes 4096-xyz/abc")
+                                 << QString("Invalid Content-Range returned");
+        QTest::newRow("end before start")
+            << QByteArray("bytes 4096-10/100") << QString("Invalid Content-Range returned");
+        QTest::newRow("no unit")
+            << QByteArray("4096-5000/6000")
+            << QString("Content-Range is 4096-5000/6000, expected to start with bytes 4096-");
+    }
+
+    void refusesAContentRangeThatDoesNotContinueTheFile()
+    {
+        QFETCH(QByteArray, contentRange);
+        QFETCH(QString, error);
+        FaultBehaviour behaviour;
+        behaviour.cutAfterBytes = 4096;
+        behaviour.cutResponses = 1;
+        behaviour.contentRangeOverride = contentRange;
+        FaultServer server(m_payloadPath, behaviour);
+        QVERIFY(server.start());
+        const auto r = onWorker(
+            [&] { return m_session->getFile(server.url(), outPath("cr.bin"), m_payload.size(), nullptr); });
+        QCOMPARE(r.error(), error);
+        // Refused before a byte of the answer was appended.
+        QCOMPARE(readFile(outPath("cr.bin")), m_payload.left(4096));
     }
 
     void refusesResumeWithoutRangeSupportOrValidators()

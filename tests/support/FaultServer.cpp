@@ -102,7 +102,9 @@ private:
         QByteArray head = partial ? "HTTP/1.1 206 Partial Content\r\n" : "HTTP/1.1 200 OK\r\n";
         head += "Content-Type: " + m_behaviour.contentType + "\r\n";
         head += "Content-Length: " + QByteArray::number(size - from) + "\r\n";
-        if (partial)
+        if (partial && !m_behaviour.contentRangeOverride.isEmpty())
+            head += "Content-Range: " + m_behaviour.contentRangeOverride + "\r\n";
+        else if (partial)
             head += "Content-Range: bytes " + QByteArray::number(from) + "-" + QByteArray::number(size - 1)
                 + "/" + QByteArray::number(size) + "\r\n";
         if (m_behaviour.sendAcceptRanges)
@@ -111,7 +113,10 @@ private:
             head += "ETag: \"" + (m_behaviour.changeETag ? "v" + QByteArray::number(index) : QByteArray("v0"))
                 + "\"\r\n";
         if (m_behaviour.sendLastModified)
-            head += "Last-Modified: Mon, 02 Mar 2026 10:00:00 GMT\r\n";
+            head += "Last-Modified: Mon, 02 Mar 2026 10:"
+                + QByteArray::number(m_behaviour.changeLastModified ? 10 + index % 50 : 0)
+                      .rightJustified(2, '0')
+                + ":00 GMT\r\n";
         head += "\r\n";
         m_socket->write(head);
         if (request.method == "HEAD")

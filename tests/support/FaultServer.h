@@ -29,6 +29,10 @@ struct FaultBehaviour
     bool sendETag = true;
     bool sendLastModified = true;
     QByteArray contentType = "application/octet-stream";
+    // A different Last-Modified for every response.
+    bool changeLastModified = false;
+    // Sent as the Content-Range of every 206 answer instead of the true one (empty: the true one).
+    QByteArray contentRangeOverride;
     // Answer every request with this status and a short body instead of the file (0: off).
     int failWithStatus = 0;
 };
