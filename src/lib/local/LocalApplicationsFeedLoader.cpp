@@ -152,9 +152,12 @@ Result<LocalFeedItem> LocalApplicationsFeedLoader::refreshItem(
     const LocalChannel &channel, const QString &path, const RemoteFeedItem &item) const
 {
     Q_UNUSED(item) // an installed build is re-read from its marker, the disk being the truth
-    if (!QFileInfo::exists(LocalFeedItem::getFeedItemFile(path)))
-        return Error("No item at path " + path);
+    if (!QFileInfo::exists(LocalFeedItem::getFeedItemFile(path))) {
+        qWarning().noquote() << "No item at path" << path;
+        return Error("No item at path");
+    }
     if (Option<LocalFeedItem> loaded = loadFeedItem(channel.getChannelId(), path))
         return *loaded;
-    return Error("Failed to detect installed item at " + path);
+    qWarning().noquote() << "Failed to detect installed item" << path;
+    return Error("Failed to detect installed item");
 }
