@@ -208,10 +208,6 @@ private slots:
             QString("Option 'missing' is not found in file"));
         QCOMPARE(ChannelSettings::getStringOption(s, "missing").error(),
             QString("Option 'missing' is not found in file"));
-        QCOMPARE(*ChannelSettings::getBoolOption(s, "ok"), true);
-        QCOMPARE(*ChannelSettings::getStringOption(s, "text"), QString("t"));
-        QVERIFY(ChannelSettings::hasOption(s, "flag"));
-        QVERIFY(!ChannelSettings::hasOption(s, "missing"));
     }
 
     void runAsAdministratorIsOffUnlessAProperBoolSaysSo()

@@ -1,6 +1,5 @@
 #include "LocalTestSupport.h"
 #include "local/LocalApplicationsActiveHandler.h"
-#include "local/LocalApplicationsActiveTracker.h"
 #include "local/LocalApplicationsFilter.h"
 #include "local/LocalApplicationsHistory.h"
 #include "local/LocalApplicationsHistoryHolder.h"
@@ -253,22 +252,6 @@ private slots:
         handler.onAppInstalled(
             LocalFeedItem::detectedApplication(feedRecord("ide", "1.0"), foreign, "system"));
         QVERIFY(QDir(foreign).isEmpty());
-    }
-
-    void trackerOrdersByItsBuildList()
-    {
-        LocalApplicationsActiveTracker tracker
-            = LocalApplicationsActiveTracker::fromSettings({ { "active-application",
-                QJsonObject { { "builds", QJsonArray { "2.0", "1.0" } }, { "extra", 1 } } } });
-        tracker.markActive("1.0");
-        QCOMPARE(tracker.builds(), QStringList({ "1.0", "2.0" }));
-        QList<LocalFeedItem> items { diskItem(m_channelDir, "0.1"), diskItem(m_channelDir, "2.0"),
-            diskItem(m_channelDir, "0.3"), diskItem(m_channelDir, "1.0") };
-        std::sort(items.begin(), items.end(), tracker.getInstallHistoryComparator());
-        QCOMPARE(buildsOf(items), QStringList({ "1.0", "2.0", "0.3", "0.1" }));
-        const QJsonObject settings = tracker.updateSettings({ { "custom_name", "x" } });
-        QCOMPARE(settings["custom_name"].toString(), QString("x"));
-        QCOMPARE(settings.value("active-application")["extra"].toInt(), 1);
     }
 
     void filterJsonFormAndErrors()
