@@ -555,6 +555,20 @@ private slots:
         QCOMPARE(server.requests().size(), 1);
     }
 
+    void transientServerErrorsAreRetriedWithoutTakingTheirHeaders()
+    {
+        FaultBehaviour behaviour;
+        behaviour.failWithStatus = 503; // an HTML error page, unlike the file
+        behaviour.failResponses = 2;
+        FaultServer server(m_payloadPath, behaviour);
+        QVERIFY(server.start());
+        const auto r = onWorker(
+            [&] { return m_session->getFile(server.url(), outPath("503.bin"), m_payload.size(), nullptr); });
+        QVERIFY2(r, qPrintable(r.error()));
+        QCOMPARE(readFile(outPath("503.bin")), m_payload);
+        QCOMPARE(m_session->pausesTaken(), QVector<int>({ 5, 10 }));
+    }
+
     void concurrentDownloadsOnSeveralThreadsShareOneSession()
     {
         std::vector<std::unique_ptr<QThread>> threads;

@@ -73,10 +73,11 @@ private:
         m_stall = m_behaviour.stallAfterBytes >= 0
             && (m_behaviour.stallResponses < 0 || index < m_behaviour.stallResponses);
 
-        if (m_behaviour.failWithStatus) {
+        if (m_behaviour.failWithStatus
+            && (m_behaviour.failResponses < 0 || index < m_behaviour.failResponses)) {
             const QByteArray body = "failure\n";
             m_socket->write("HTTP/1.1 " + QByteArray::number(m_behaviour.failWithStatus)
-                + " Failure\r\nContent-Length: " + QByteArray::number(body.size())
+                + " Failure\r\nContent-Type: text/html\r\nContent-Length: " + QByteArray::number(body.size())
                 + "\r\nConnection: close\r\n\r\n" + body);
             m_socket->disconnectFromHost();
             return;

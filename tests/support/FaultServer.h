@@ -35,6 +35,8 @@ struct FaultBehaviour
     QByteArray contentRangeOverride;
     // Answer every request with this status and a short body instead of the file (0: off).
     int failWithStatus = 0;
+    // Only the first N responses fail that way (negative: all of them).
+    int failResponses = -1;
 };
 
 // A loopback HTTP server that misbehaves on purpose, for what nginx cannot be made to do: cut a

@@ -249,10 +249,7 @@ Result<void> DownloadSession::getFile(const QUrl &url, const QString &path, qint
 
     DownloadResult result = getInternal(url, None, &file, expectedSize, progress, None, onWritten);
     // The headers of the first response that carried them: every later piece must match them.
-    QString contentType = result.contentType();
-    QString eTag = result.eTag();
-    QString lastModified = result.lastModified();
-    QString acceptRanges = result.acceptRanges();
+    QString contentType, eTag, lastModified, acceptRanges;
 
     int attempts = 0;
     qint64 previousPosition = 0;
@@ -262,8 +259,11 @@ Result<void> DownloadSession::getFile(const QUrl &url, const QString &path, qint
         schedule = m_schedule;
     }
     for (;;) {
-        auto compare = [](QString &known, const QString &now, const char *refusal) -> QString {
-            if (now.isEmpty())
+        // Only the headers of an answer carrying the file count: an error page from a proxy or an
+        // overloaded server describes itself, not the file.
+        const bool describesFile = result.httpStatus() >= 200 && result.httpStatus() < 300;
+        auto compare = [describesFile](QString &known, const QString &now, const char *refusal) -> QString {
+            if (!describesFile || now.isEmpty())
                 return QString(); // no response this time (e.g. the connection was refused)
             if (known.isEmpty()) {
                 known = now;
@@ -281,7 +281,7 @@ Result<void> DownloadSession::getFile(const QUrl &url, const QString &path, qint
                 return Error(refusal);
             }
         }
-        if (acceptRanges.isEmpty())
+        if (acceptRanges.isEmpty() && describesFile)
             acceptRanges = result.acceptRanges();
 
         if (result.isSuccessful()) {
