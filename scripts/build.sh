@@ -6,4 +6,5 @@ build=${BUILD_DIR:-$here/build}
 if [ ! -f "$build/build.ninja" ]; then
   cmake -S "$here" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@"
 fi
-cmake --build "$build"
+# BUILD_TARGETS (space-separated) limits the build to those targets and what they need.
+cmake --build "$build" ${BUILD_TARGETS:+--target $BUILD_TARGETS}

@@ -205,8 +205,14 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
     loadInitialState(owner, remoteApplications, localApplications, projectsManager);
 
     QTimer::singleShot(1, owner, [commandLine]() {
-        if (!commandLine->isMinimize())
+        if (!commandLine->isMinimize()) {
             qInfo().noquote() << "Showing main window";
+            // No notification area yet: the log and standard error carry the notice.
+            if (commandLine->isUpdateFailed())
+                qCritical().noquote() << "Failed to access installation dir "
+                        + QCoreApplication::applicationDirPath()
+                        + ". Older version is re-started. Please re-install Hangar manually";
+        }
         logNetworkConfigurations();
     });
 }
