@@ -35,10 +35,14 @@ private slots:
         WorkerThread::runInThread<std::shared_ptr<QString>>(
             this, [] { return std::make_shared<QString>("done"); },
             [&](std::shared_ptr<QString> s) { received = std::make_unique<int>(s->size()); });
+        QString deduced;
+        WorkerThread::runInThread(
+            this, [] { return QString("deduced"); }, [&deduced](const QString &s) { deduced = s; });
         bool voidDone = false;
         WorkerThread::runInThread(
             this, [] {}, [&] { voidDone = true; });
-        QTRY_VERIFY(received && voidDone);
+        QTRY_VERIFY(received && voidDone && !deduced.isEmpty());
+        QCOMPARE(deduced, QString("deduced"));
         QCOMPARE(*received, 4);
     }
 

@@ -49,6 +49,14 @@ public:
     }
     static void runInThread(QObject *context, std::function<void()> work, std::function<void()> done);
 
+    // The same with lambdas, the result type deduced: runInThread(this, [] { return 1; }, [](int) {}).
+    template <typename Work, typename Done, typename T = std::invoke_result_t<Work>,
+        std::enable_if_t<!std::is_void_v<T>, int> = 0>
+    static void runInThread(QObject *context, Work work, Done done)
+    {
+        runInThread<T>(context, std::function<T()>(std::move(work)), std::function<void(T)>(std::move(done)));
+    }
+
     // Number of threads started by runInThread that have not ended yet.
     static int runningCount();
     // Waits (processing nothing) until every thread started by runInThread has ended, at most
