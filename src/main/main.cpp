@@ -38,6 +38,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <limits>
 #include <openssl/conf.h>
 #include <openssl/crypto.h>
 #include <openssl/x509.h>
@@ -78,7 +79,7 @@ QString userAgent()
             QSysInfo::currentCpuArchitecture());
 }
 
-void logBanner(const CommandLine &commandLine, const Capabilities &capabilities)
+void logBanner(const Capabilities &capabilities)
 {
     qInfo().noquote() << QString(45, '=');
     qInfo().noquote() << "Starting application. Version" << QCoreApplication::applicationVersion()
@@ -98,13 +99,16 @@ void logBanner(const CommandLine &commandLine, const Capabilities &capabilities)
     qInfo().noquote() << "SSL Version String" << QSslSocket::sslLibraryVersionString();
     qInfo().noquote() << "SSL Build Version Number" << QSslSocket::sslLibraryBuildVersionNumber();
     qInfo().noquote() << "SSL Build Version String" << QSslSocket::sslLibraryBuildVersionString();
-    Q_UNUSED(commandLine)
 }
 
 // Waits for another process (the build we are replacing, during a self-update) to
 // end. The process may belong to nobody we can signal (EPERM): it still exists.
 Result<void> waitForPid(qint64 pid, int timeoutMs)
 {
+    // No process can have a number beyond pid_t; cast down, it would name another
+    // process or, negative, a whole process group.
+    if (pid > std::numeric_limits<pid_t>::max())
+        return {};
     QElapsedTimer timer;
     timer.start();
     for (;;) {
@@ -236,7 +240,7 @@ int main(int argc, char *argv[])
     EarlyLogBuffer::replay();
 
     Capabilities capabilities;
-    logBanner(commandLine, capabilities);
+    logBanner(capabilities);
 
     const Option<SingleApplicationInstanceController *> instanceController
         = ensureSingleInstance(&application, &commandLine);

@@ -313,6 +313,15 @@ private slots:
             QVERIFY(manager.stop());
         }
         {
+            // No process can have this number; it must not be taken for a process group.
+            Home home;
+            HangarProcess manager(home.path());
+            QVERIFY(manager.start({ "--wait-for-pid", "9223372036854775807" }));
+            QVERIFY(manager.waitUntilReady(10000));
+            QVERIFY(!manager.logText().contains("Error waiting for pid"));
+            QVERIFY(manager.stop());
+        }
+        {
             // A real process: start-up goes on only once it has ended.
             Home home;
             QProcess sleeper;
