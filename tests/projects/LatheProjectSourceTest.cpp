@@ -30,7 +30,6 @@ QString xdgRecentFile(const TempHome &home, const QString &folder)
     return home.configHome() + "/Vantrel/" + folder + "/options/" + kRecentFile;
 }
 
-
 QStringList paths(const QList<Project> &projects)
 {
     QStringList result;
@@ -156,8 +155,8 @@ private slots:
         QVERIFY(LatheProjectSource::detectProjectsFrom(missing).isEmpty());
         QVERIFY(log.contains("Cannot open " + missing));
 
-        const QString truncated = home.writeFile(
-            "truncated.xml", "<application>\n<component name=\"RecentProjectsManager\">\n<option");
+        const QByteArray broken = "<application>\n<component name=\"RecentProjectsManager\">\n<option";
+        const QString truncated = home.writeFile("truncated.xml", broken);
         QVERIFY(LatheProjectSource::detectProjectsFrom(truncated).isEmpty());
         QVERIFY(log.contains("Failed to parse " + truncated + " Error at (line"));
 
@@ -165,7 +164,16 @@ private slots:
         const QString other
             = home.writeFile("other.xml", "<application><component name=\"Other\"/></application>");
         QVERIFY(LatheProjectSource::detectProjectsFrom(other).isEmpty());
-        QCOMPARE(QFileInfo(truncated).size() > 0, true); // nothing is rewritten or removed
+
+        // Far beyond any list a tool writes: not parsed at all.
+        const QString huge = home.writeFile("huge.xml", QByteArray(16 * 1024 * 1024 + 1, ' '));
+        QVERIFY(LatheProjectSource::detectProjectsFrom(huge).isEmpty());
+        QVERIFY(log.contains("Cannot open " + huge + " - the file is too big: 16777217 bytes"));
+
+        // The tools' files are only ever read.
+        QFile again(truncated);
+        QVERIFY(again.open(QIODevice::ReadOnly));
+        QCOMPARE(again.readAll(), broken);
     }
 
     void oneBrokenToolDoesNotHideTheOthers()

@@ -133,6 +133,20 @@ private slots:
         QVERIFY(!projects.at(2).toJson().contains("last_modified"));
     }
 
+    void symlinkAndRealPathAreOneProject()
+    {
+        World w;
+        makeProject(w.base + "/real");
+        QVERIFY(QFile::link(w.base + "/real", w.base + "/link"));
+        replaceFile(w.forgeFile, recentProjectsXml({ { "$USER_HOME$/link", QString("10") } }));
+        replaceFile(w.sparkFile, recentProjectsXml({ { "$USER_HOME$/real", QString("20") } }));
+        w.manager->updateProjectsNow(ProjectsUpdateReason::Startup);
+        const QList<Project> projects = w.manager->getProjects();
+        QCOMPARE(paths(projects), QStringList { w.base + "/real" });
+        QCOMPARE(projects.first().getOpenItems().size(), 2);
+        QCOMPARE(projects.first().getName(), QString("real"));
+    }
+
     void hiddenProjectComesBackWhenOpenedAgain()
     {
         World w;

@@ -27,6 +27,7 @@ const QString kProjectFolder = QStringLiteral(".quern");
 const QString kPngDataUrlPrefix = QStringLiteral("data:image/png;base64,");
 // Tools rewrite their lists in several steps; one search after the burst is enough.
 constexpr int kFileChangeDelayMs = 200;
+constexpr qint64 kMaxRecentProjectsFileSize = 16 * 1024 * 1024;
 
 QString userConfigHome()
 {
@@ -225,6 +226,11 @@ QList<Project> LatheProjectSource::detectProjectsFrom(const QString &path)
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
         qWarning().noquote() << "Cannot open" << path;
+        return projects;
+    }
+    // The lists hold some dozens of entries; a huge file is not one of them and would only eat memory.
+    if (file.size() > kMaxRecentProjectsFileSize) {
+        qWarning().noquote() << "Cannot open" << path << "- the file is too big:" << file.size() << "bytes";
         return projects;
     }
     QDomDocument document;
