@@ -1,5 +1,7 @@
 #include "base/Capabilities.h"
 
+#include "feed/records/RemoteFeedItem.h"
+
 #include <QJsonDocument>
 #include <QtTest>
 
@@ -21,13 +23,6 @@ Capabilities machine()
         { "os_version_major", 12 }, { "os_version_minor", 4 }, { "os_version_micro", 0 },
         { "cpu_arch", "x86_64" }, { "glibc", "2.36" } });
 }
-
-// A feed record as the model hands it over: only its requirements node matters.
-struct FakeFeedItem
-{
-    QJsonObject requirements;
-    QJsonObject getRequirementsNode() const { return requirements; }
-};
 
 } // namespace
 
@@ -133,10 +128,18 @@ private slots:
 
     void feedItemsAreCheckedThroughTheirRequirementsNode()
     {
-        const FakeFeedItem fits { json(R"({"os": "linux"})") };
-        const FakeFeedItem doesNot { json(R"({"cpu_arch": "ppc64"})") };
-        QCOMPARE(machine().checkCompatibilityIssues(fits), QStringList());
-        QCOMPARE(machine().checkCompatibilityIssues(doesNot), QStringList("cpu_arch = ppc64 (found x86_64)"));
+        auto item = [](const char *requirements) {
+            return RemoteFeedItem(json(qPrintable(QString(R"({"id": "tool", "version": "1.0",
+                "package": {"os": "linux", "type": "tar.gz", "requirements": %1}})")
+                                                      .arg(requirements))));
+        };
+        QCOMPARE(machine().checkCompatibilityIssues(item(R"({"os": "linux"})")), QStringList());
+        QCOMPARE(machine().checkCompatibilityIssues(item(R"({"cpu_arch": "ppc64"})")),
+            QStringList("cpu_arch = ppc64 (found x86_64)"));
+        // No node at all, or one of another JSON type, reads as no requirements.
+        QCOMPARE(machine().checkCompatibilityIssues(RemoteFeedItem(json(R"({"id": "tool", "package": {}})"))),
+            QStringList());
+        QCOMPARE(machine().checkCompatibilityIssues(item(R"("x86_64")")), QStringList());
     }
 
     void missingValueIsReportedAsNothingFound()
