@@ -62,7 +62,11 @@ DownloadAction::~DownloadAction()
         m_reply->disconnect(this);
         if (!m_reply->isFinished())
             m_reply->abort();
-        m_reply->deleteLater();
+        // Freed at once (its buffers can be large) when we are on its thread, as exec() leaves us.
+        if (m_reply->thread() == QThread::currentThread())
+            delete m_reply;
+        else
+            m_reply->deleteLater();
     }
 }
 
