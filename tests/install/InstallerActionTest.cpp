@@ -229,6 +229,22 @@ private slots:
         verifyPreviousUntouched();
     }
 
+    void packagesOwnMarkerNeverStandsInForOurs()
+    {
+        // A dangling link named like the marker: ours must replace it, not write through it.
+        const QString src = m_tmp.filePath("src/2.2");
+        kit::makeTree(src, { { "bin/tool", "two-two" } });
+        QVERIFY(QFile::link("bin/not-there", src + "/.feed"));
+        QVERIFY(kit::tarGz(src, "tool-2.2", www("tool-2.2.tar.gz")));
+        const QJsonObject entry = kit::feedEntry(
+            "tool", "2.2", "tar.gz", m_nginx->url("/tool-2.2.tar.gz").toString(), www("tool-2.2.tar.gz"), 1);
+        const InstallResult r = install(entry);
+        QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
+        QVERIFY(!QFileInfo(versionDir("2.2") + "/.feed").isSymLink());
+        QVERIFY(!QFileInfo::exists(versionDir("2.2") + "/bin/not-there"));
+        QCOMPARE(QJsonDocument::fromJson(kit::readFile(versionDir("2.2") + "/.feed")).object(), entry);
+    }
+
     void archiveProgramThatHangsIsTimedOut()
     {
         const QString bin = m_tmp.filePath("fake-bin");

@@ -32,6 +32,13 @@ QStringList algorithmsOf(const QJsonObject &record)
     return names;
 }
 
+// Present as a file, a folder or a link, even a dangling one.
+bool isPresent(const QString &path)
+{
+    const QFileInfo info(path);
+    return info.exists() || info.isSymLink();
+}
+
 void removeDownloadTemps(const QString &dir)
 {
     const QFileInfoList entries
@@ -74,7 +81,7 @@ InstallResult ApplicationInstallerAction::start()
     if (auto r = doFetchAndInstall(); !r) {
         // The marker is ours to write; whatever else a failed install left behind
         // must not make the folder look installed.
-        if (QFileInfo::exists(m_feedFile) && !m_markerWasValid)
+        if (isPresent(m_feedFile) && !m_markerWasValid)
             QFile::remove(m_feedFile);
         qWarning().noquote() << "Failed to install" << m_item.getPresentableFullNameAndVersionAndBuild() + ":"
                              << r.error();
@@ -91,7 +98,7 @@ Result<void> ApplicationInstallerAction::doFetchAndInstall()
 {
     m_verificationNs = 0;
     m_markerWasValid = false;
-    if (QFileInfo::exists(m_feedFile)) {
+    if (isPresent(m_feedFile)) {
         const Result<QJsonObject> loaded = JsonEditor::loadJsonFile(m_feedFile);
         const RemoteFeedItem existing = loaded ? RemoteFeedItem(*loaded) : RemoteFeedItem();
         if (loaded && existing.isValid() && existing.isEqualByID(m_item)) {
@@ -109,7 +116,7 @@ Result<void> ApplicationInstallerAction::doFetchAndInstall()
 
     if (auto r = prepareTargetDirectory(); !r)
         return Error(QStringLiteral("Failed to prepare Directory."));
-    if (QFileInfo::exists(m_feedFile))
+    if (isPresent(m_feedFile))
         return Error(QStringLiteral("Invalid marker file. Failed to complete install"));
 
     bool installed = false;
@@ -135,8 +142,10 @@ Result<void> ApplicationInstallerAction::doFetchAndInstall()
 
     // A package may carry a file named like our marker; it is not ours and must not
     // survive a later failure.
-    if (QFileInfo::exists(m_feedFile) && !QFile::remove(m_feedFile))
+    if (isPresent(m_feedFile) && !QFile::remove(m_feedFile)) {
+        qWarning().noquote() << "Unable to remove the package's own" << m_feedFile;
         return Error(QStringLiteral("Invalid marker file. Failed to complete install"));
+    }
 
     if (!m_item.getPostInstallSteps().isEmpty()) {
         if (m_progress)
@@ -146,8 +155,8 @@ Result<void> ApplicationInstallerAction::doFetchAndInstall()
             return r;
         if (auto r = PackageTreeGuard(m_targetDir).check(); !r)
             return r;
-        if (QFileInfo::exists(m_feedFile))
-            QFile::remove(m_feedFile);
+        if (isPresent(m_feedFile) && !QFile::remove(m_feedFile))
+            return Error(QStringLiteral("Invalid marker file. Failed to complete install"));
     }
     if (isCancelled())
         return Error(CANCELLED);
