@@ -64,16 +64,6 @@ private slots:
         QCOMPARE(out, QStringList({ "eof" }));
     }
 
-    void runsInTheGivenWorkingFolder()
-    {
-        QTemporaryDir dir;
-        QStringList out;
-        const ProcessResult r = Processes::executeProcessAndWait(
-            "/bin/pwd", {}, dir.path(), [&](const QString &l) { out << l; });
-        QVERIFY(r.isSuccessful());
-        QCOMPARE(QFileInfo(out.value(0)).canonicalFilePath(), QFileInfo(dir.path()).canonicalFilePath());
-    }
-
     void failureCarriesExitCodeAndStandardErrorTail()
     {
         const ProcessResult r
@@ -148,14 +138,6 @@ private slots:
             QCOMPARE(outputs[i],
                 QStringList({ QString("%1-1").arg(i), QString("%1-2").arg(i), QString("%1-3").arg(i) }));
         }
-    }
-
-    void findsProgramsByPathOrName()
-    {
-        QCOMPARE(Processes::findProgram("/bin/sh"), QString("/bin/sh"));
-        QVERIFY(Processes::findProgram("tar").endsWith("/tar"));
-        QVERIFY(Processes::findProgram("no-such-program-here").isEmpty());
-        QVERIFY(Processes::findProgram("/no/such/file").isEmpty());
     }
 };
 

@@ -383,14 +383,6 @@ private slots:
         }
     }
 
-    void progressTitleNamesTheBuild()
-    {
-        const ApplicationInstallerAction action(RemoteFeedItem(kit::feedEntry("tool", "7.1", "tar.gz",
-                                                    "http://x", m_tmp.filePath("www/tool-1.0.tar.gz"))),
-            None, versionDir("7.1"), {}, m_session.get(), nullptr, {});
-        QCOMPARE(action.getProgressTitle("downloading…"), QString("downloading… Tool tool 7.1"));
-    }
-
     void cleanupTestCase()
     {
         m_session.reset();

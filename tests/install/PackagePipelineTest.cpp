@@ -190,17 +190,6 @@ private slots:
         abandoned.feed(content.left(100000));
     }
 
-    void samePackageIsTheSameSignature()
-    {
-        const QJsonObject a = kit::feedEntry("tool", "1", "tar.gz", "http://x/p", m_package);
-        QJsonObject b = a;
-        b["name"] = "Renamed";
-        QVERIFY(ApplicationPackageVerifier::isSameBySignature(RemoteFeedItem(a), RemoteFeedItem(b)));
-        const QJsonObject c = withPackage(
-            a, "checksums", QJsonArray { QJsonObject { { "alg", "sha-256" }, { "value", "00" } } });
-        QVERIFY(!ApplicationPackageVerifier::isSameBySignature(RemoteFeedItem(a), RemoteFeedItem(c)));
-    }
-
     // ---- extraction ----------------------------------------------------------------
 
     void tarGzIsUnpackedWithLeadingFoldersStripped()
