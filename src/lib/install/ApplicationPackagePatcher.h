@@ -33,7 +33,8 @@ class ApplicationPackagePatcher
 {
 public:
     // `targetItem` is the build the chain ends at (its "package" checksums are the final
-    // check); `applicationHandlers` is kept for the callers that pass them and unused here.
+    // check). No per-tool handlers are needed on this platform: the patch command does
+    // all the work. `timeoutMs` bounds each patch command.
     ApplicationPackagePatcher(LocalFeedItem baseItem, QList<QPair<RemotePatchItem, QString>> patchFiles,
         QString targetDir, RemoteFeedItem targetItem = {}, int timeoutMs = Processes::DEFAULT_TIMEOUT_MS);
 
