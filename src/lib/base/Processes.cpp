@@ -45,6 +45,11 @@ public:
             start = end + 1;
         }
         m_pending.remove(0, start);
+        // Output without line breaks (a progress bar, binary noise) must not grow forever.
+        if (m_pending.size() > MAX_LINE) {
+            emitLine(m_pending);
+            m_pending.clear();
+        }
     }
 
     void finish()
@@ -72,6 +77,7 @@ private:
             m_callback(text);
     }
 
+    static constexpr int MAX_LINE = 1 << 20;
     const Processes::LineCallback &m_callback;
     QByteArray m_pending;
     QStringList m_tail;
