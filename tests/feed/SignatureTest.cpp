@@ -117,6 +117,28 @@ private slots:
         QVERIFY2(error.contains("certificate verify error"), qPrintable(error));
     }
 
+    void strictX509RulesApply()
+    {
+        // A CA without key usage: lenient checking accepts its feeds, we do not.
+        FeedBuilder lax(m_dir.path() + "/lax", FeedBuilder::CaMaker::OpenSslLax);
+        QVERIFY2(lax.isValid(), qPrintable(lax.errorString()));
+        const QByteArray signedFeed = lax.signWithOpenSsl(m_json);
+        const QString path = m_dir.path() + "/lax.signed";
+        QVERIFY(FeedBuilder::writeFile(path, signedFeed));
+        QVERIFY2(lax.run("openssl",
+                     { "cms", "-verify", "-inform", "DER", "-in", path, "-CAfile", lax.caCertPath(), "-out",
+                         "/dev/null" }),
+            qPrintable(lax.errorString()));
+
+        auto created = SignatureManager::create(lax.caCertPath());
+        QVERIFY2(created, qPrintable(created.error()));
+        std::unique_ptr<SignatureManager> strict(*created);
+        const auto verified = strict->verify(signedFeed);
+        QVERIFY(!verified);
+        QVERIFY2(verified.error().startsWith("Signature verification failure"), qPrintable(verified.error()));
+        QVERIFY2(verified.error().contains("key usage"), qPrintable(verified.error()));
+    }
+
     void refusesBrokenEnvelopes()
     {
         const QByteArray good = m_builder->sign(m_json);

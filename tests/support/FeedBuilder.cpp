@@ -14,7 +14,7 @@ FeedBuilder::FeedBuilder(QString workDir, CaMaker maker)
     if (maker == CaMaker::HangarFeed)
         makeCaWithHangarFeed();
     else
-        makeCaWithOpenSsl();
+        makeCaWithOpenSsl(maker == CaMaker::OpenSsl);
 }
 
 QString FeedBuilder::hangarFeedPath()
@@ -60,10 +60,15 @@ bool FeedBuilder::makeCaWithHangarFeed()
         { "make-ca", "--out", m_workDir, "--cn", "Test feed CA " + m_workDir.section('/', -1) });
 }
 
-bool FeedBuilder::makeCaWithOpenSsl()
+bool FeedBuilder::makeCaWithOpenSsl(bool strict)
 {
     // A configuration of our own: the system's openssl.cnf would add extensions
     // of its choosing.
+    const QByteArray caExtensions = strict ? "basicConstraints = critical,CA:TRUE\n"
+                                             "keyUsage = critical,keyCertSign,cRLSign\n"
+                                             "subjectKeyIdentifier = hash\n"
+                                             "authorityKeyIdentifier = keyid:always\n"
+                                           : "basicConstraints = critical,CA:TRUE\n";
     const QByteArray config = "[req]\n"
                               "distinguished_name = dn\n"
                               "prompt = no\n"
@@ -71,15 +76,12 @@ bool FeedBuilder::makeCaWithOpenSsl()
                               "[dn]\n"
                               "CN = Independent test CA\n"
                               "[v3_ca]\n"
-                              "basicConstraints = critical,CA:TRUE\n"
-                              "keyUsage = critical,keyCertSign,cRLSign\n"
-                              "subjectKeyIdentifier = hash\n"
-                              "authorityKeyIdentifier = keyid:always\n"
-                              "[v3_leaf]\n"
-                              "basicConstraints = critical,CA:FALSE\n"
-                              "keyUsage = critical,digitalSignature\n"
-                              "subjectKeyIdentifier = hash\n"
-                              "authorityKeyIdentifier = keyid:always\n";
+        + caExtensions
+        + "[v3_leaf]\n"
+          "basicConstraints = critical,CA:FALSE\n"
+          "keyUsage = critical,digitalSignature\n"
+          "subjectKeyIdentifier = hash\n"
+          "authorityKeyIdentifier = keyid:always\n";
     const QString configPath = m_workDir + "/openssl.cnf";
     if (!writeFile(configPath, config))
         return false;
