@@ -337,6 +337,26 @@ private slots:
         QCOMPARE(remote.getRemoteFeed().size(), 4);
     }
 
+    void concurrentUpdatesAreSerialisedAndAnnouncedOnce()
+    {
+        publish("together.feed", m_builder->sign(FeedBuilder::feed(entries("t", 20))));
+        RemoteApplications remote(m_signatures.get(), QStringList { url("together.feed") }, nullptr, nullptr);
+        QSignalSpy updated(&remote, &RemoteApplications::onRemoteFeedUpdated);
+        std::vector<std::future<Result<bool>>> runs;
+        for (int i = 0; i < 4; ++i)
+            runs.push_back(
+                std::async(std::launch::async, [&remote, i] { return remote.updateRemoteFeed(i % 2); }));
+        int changed = 0;
+        for (auto &run : runs) {
+            const Result<bool> result = run.get();
+            QVERIFY2(result, qPrintable(result.error()));
+            changed += *result ? 1 : 0;
+        }
+        QCOMPARE(changed, 1);
+        QCOMPARE(updated.count(), 1);
+        QCOMPARE(remote.getRemoteFeed().size(), 20);
+    }
+
     void readersNeverSeeAHalfPublishedList()
     {
         const QString small = m_dir.path() + "/flip/small.feed", large = m_dir.path() + "/flip/large.feed";
