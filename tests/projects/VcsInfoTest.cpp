@@ -70,17 +70,6 @@ private slots:
         QVERIFY(!VcsInfo(VcsType::Git, "").isSimilar(VcsInfo(VcsType::Git, "https://github.com/a/b")));
     }
 
-    void jsonRoundTripAndRejects()
-    {
-        const VcsInfo info(VcsType::Git, "git@github.com:owner/repo");
-        const QJsonObject json = info.toJson();
-        QCOMPARE(json.value("remote_url").toString(), QString("git@github.com:owner/repo"));
-        QCOMPARE(json.value("type").toString(), QString("git"));
-        QCOMPARE(VcsInfo::fromJson(json), Option<VcsInfo>(info));
-        QVERIFY(!VcsInfo::fromJson(QJsonObject { { "type", "hg" }, { "remote_url", "x" } }));
-        QVERIFY(!VcsInfo::fromJson(QJsonObject { { "type", "git" } }));
-    }
-
     void originUrlIsTheFirstUrlOfTheOriginSection()
     {
         const QString config = "[core]\n\turl = not-this\n"

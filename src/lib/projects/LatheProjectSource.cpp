@@ -37,12 +37,72 @@ QString userConfigHome()
     return QDir::cleanPath(QDir::homePath() + QStringLiteral("/.config"));
 }
 
-// Sub-folders of `dir` (hidden ones included) whose names match the shell wildcard `pattern`,
-// case-sensitively, in name order.
-QStringList matchingSubdirectories(const QString &dir, const QString &pattern)
+// Lists folders once per search: twenty tools would otherwise list the home folder twenty times.
+class SubdirectoryLister
 {
-    return QDir(dir).entryList(QStringList { pattern },
-        QDir::Dirs | QDir::Hidden | QDir::NoDotAndDotDot | QDir::CaseSensitive, QDir::Name);
+public:
+    // Sub-folders of `dir` (hidden ones included) whose names match the shell wildcard `pattern`,
+    // case-sensitively, in name order.
+    QStringList matching(const QString &dir, const QString &pattern)
+    {
+        auto listed = m_listings.constFind(dir);
+        if (listed == m_listings.constEnd()) {
+            listed = m_listings.insert(
+                dir, QDir(dir).entryList(QDir::Dirs | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name));
+        }
+        auto regex = m_patterns.constFind(pattern);
+        if (regex == m_patterns.constEnd())
+            regex = m_patterns.insert(
+                pattern, QRegularExpression(QRegularExpression::wildcardToRegularExpression(pattern)));
+        QStringList names;
+        for (const QString &name : *listed) {
+            if (regex->match(name).hasMatch())
+                names << name;
+        }
+        return names;
+    }
+
+private:
+    QHash<QString, QStringList> m_listings;
+    QHash<QString, QRegularExpression> m_patterns;
+};
+
+QStringList configPaths(const LatheProjectSource::ConfigSpec &configuration, SubdirectoryLister &lister)
+{
+    QStringList paths;
+    if (configuration.directoryPattern.isEmpty() || configuration.recentProjectsFilename.isEmpty())
+        return paths;
+    const QString home = QDir::homePath();
+    for (const QString &name : lister.matching(home, QLatin1Char('.') + configuration.directoryPattern)) {
+        paths << QDir::cleanPath(home + QLatin1Char('/') + name + QStringLiteral("/config/options/")
+            + configuration.recentProjectsFilename);
+    }
+    const QString vendorConfig = userConfigHome() + QStringLiteral("/Vantrel");
+    for (const QString &name : lister.matching(vendorConfig, configuration.directoryPattern)) {
+        paths << QDir::cleanPath(vendorConfig + QLatin1Char('/') + name + QStringLiteral("/options/")
+            + configuration.recentProjectsFilename);
+    }
+    return paths;
+}
+
+QString expandDataLocation(const QString &location);
+
+QStringList recentFiles(const LatheProjectSource::Tool &tool, SubdirectoryLister &lister)
+{
+    QStringList candidates;
+    for (const LatheProjectSource::ConfigSpec &configuration : tool.configurations) {
+        candidates << configPaths(configuration, lister);
+        const QString dataLocation = expandDataLocation(tool.dataLocation);
+        if (!dataLocation.isEmpty() && !configuration.recentProjectsFilename.isEmpty())
+            candidates << QDir::cleanPath(
+                dataLocation + QStringLiteral("/options/") + configuration.recentProjectsFilename);
+    }
+    QStringList files;
+    for (const QString &candidate : qAsConst(candidates)) {
+        if (!files.contains(candidate) && QFileInfo(candidate).isFile())
+            files << candidate;
+    }
+    return files;
 }
 
 QDomElement findOptionNamed(const QDomDocument &document, const QString &name)
@@ -195,21 +255,8 @@ QStringList LatheProjectSource::getConfigPaths(const LatheConfiguration &configu
 
 QStringList LatheProjectSource::getConfigPaths(const ConfigSpec &configuration)
 {
-    QStringList paths;
-    if (configuration.directoryPattern.isEmpty() || configuration.recentProjectsFilename.isEmpty())
-        return paths;
-    const QString home = QDir::homePath();
-    for (const QString &name :
-        matchingSubdirectories(home, QLatin1Char('.') + configuration.directoryPattern)) {
-        paths << QDir::cleanPath(home + QLatin1Char('/') + name + QStringLiteral("/config/options/")
-            + configuration.recentProjectsFilename);
-    }
-    const QString vendorConfig = userConfigHome() + QStringLiteral("/Vantrel");
-    for (const QString &name : matchingSubdirectories(vendorConfig, configuration.directoryPattern)) {
-        paths << QDir::cleanPath(vendorConfig + QLatin1Char('/') + name + QStringLiteral("/options/")
-            + configuration.recentProjectsFilename);
-    }
-    return paths;
+    SubdirectoryLister lister;
+    return configPaths(configuration, lister);
 }
 
 QList<Project> LatheProjectSource::detectProjectsFrom(
@@ -279,20 +326,8 @@ QList<Project> LatheProjectSource::detectProjectsFrom(const QString &path)
 
 QStringList LatheProjectSource::recentProjectsFiles(const Tool &tool)
 {
-    QStringList candidates;
-    for (const ConfigSpec &configuration : tool.configurations) {
-        candidates << getConfigPaths(configuration);
-        const QString dataLocation = expandDataLocation(tool.dataLocation);
-        if (!dataLocation.isEmpty() && !configuration.recentProjectsFilename.isEmpty())
-            candidates << QDir::cleanPath(
-                dataLocation + QStringLiteral("/options/") + configuration.recentProjectsFilename);
-    }
-    QStringList files;
-    for (const QString &candidate : qAsConst(candidates)) {
-        if (!files.contains(candidate) && QFileInfo(candidate).isFile())
-            files << candidate;
-    }
-    return files;
+    SubdirectoryLister lister;
+    return recentFiles(tool, lister);
 }
 
 QList<Project> LatheProjectSource::findToolProjects(const Tool &tool, const QStringList &files)
@@ -369,8 +404,9 @@ QList<Project> LatheProjectSource::search(ProjectsUpdateReason reason, const QSt
     QList<Project> projects;
     QStringList allFiles;
     QStringList toolKeys;
+    SubdirectoryLister lister;
     for (const Tool &tool : tools) {
-        const QStringList files = recentProjectsFiles(tool);
+        const QStringList files = recentFiles(tool, lister);
         allFiles << files;
         toolKeys << tool.key();
         if (!m_cache) {
