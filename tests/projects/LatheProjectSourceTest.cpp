@@ -299,6 +299,12 @@ private slots:
         source.forcedSearch();
         QTRY_VERIFY_WITH_TIMEOUT(log.contains("no changes in projects"), 10000);
         QCOMPARE(changed.count(), 1);
+
+        // The tool is uninstalled: its file is no longer watched, and the empty result is news.
+        source.setTools({});
+        source.forcedSearch();
+        QTRY_COMPARE_WITH_TIMEOUT(changed.count(), 2, 10000);
+        QTRY_VERIFY(source.watchedFiles().isEmpty());
     }
 };
 

@@ -488,6 +488,14 @@ void LatheProjectSource::watchFiles(const QStringList &files)
         if (!watched.contains(file) && !toAdd.contains(file))
             toAdd << file;
     }
+    // Files of tools that are gone (or that no longer exist) are not watched any longer.
+    QStringList toRemove;
+    for (const QString &file : watched) {
+        if (!files.contains(file))
+            toRemove << file;
+    }
+    if (!toRemove.isEmpty())
+        m_watcher->removePaths(toRemove);
     if (!toAdd.isEmpty())
         m_watcher->addPaths(toAdd);
 }
