@@ -38,7 +38,9 @@ public:
         ProjectOpenItem openItem;
         QString build;
         QList<ConfigSpec> configurations;
-        // "lathe_platform"."data_location": when set, "<data location>/options" is searched too.
+        // "lathe_platform"."data_location": when set, "<data location>/options" is searched too. The value
+        // may use "$HOME", "$XDG_CONFIG_HOME" (and the other directory templates) or "~"; a relative
+        // value is taken below "<XDG config>/Vantrel".
         QString dataLocation;
         QString key() const;
     };
