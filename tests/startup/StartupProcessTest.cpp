@@ -164,14 +164,17 @@ private slots:
     {
         Home home;
         HangarProcess manager(home.path());
-        QVERIFY(manager.start({ "--no-log" }));
+        QVERIFY(manager.start({ "--no-log", "--bogus" }));
         const QString settingsPath = HangarProcess::appDataDirFor(home.path()) + "/.settings.json";
         QTRY_VERIFY_WITH_TIMEOUT(QFileInfo::exists(settingsPath), 30000);
         QVERIFY(manager.isRunning());
         QVERIFY(manager.stop());
         QVERIFY(!QFileInfo::exists(HangarProcess::appDataDirFor(home.path()) + "/logs"));
         // Messages still reach standard error through Qt's own handler.
-        QVERIFY(manager.process().readAllStandardError().contains("uniqueApplicationKey"));
+        const QByteArray standardError = manager.process().readAllStandardError();
+        QVERIFY(standardError.contains("uniqueApplicationKey"));
+        // Including what was said before logging was decided on, exactly once.
+        QCOMPARE(standardError.count("Unknown command-line options: (bogus)"), 1);
     }
 
     void secondInstanceWithoutArgumentsActivatesTheFirst()
