@@ -1,5 +1,6 @@
 #include "FeedBuilder.h"
 
+#include <QCryptographicHash>
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
@@ -190,6 +191,14 @@ QByteArray FeedBuilder::feed(const QJsonArray &entries, const QJsonArray &patche
     return QJsonDocument(object).toJson(QJsonDocument::Compact);
 }
 
+// Checksums look random, as real ones do, so the feed compresses like a real one.
+static QString digest(const QString &seed, int bits)
+{
+    return QString::fromLatin1(QCryptographicHash::hash(
+        seed.toUtf8(), bits == 256 ? QCryptographicHash::Sha256 : QCryptographicHash::Sha512)
+                                   .toHex());
+}
+
 QByteArray FeedBuilder::largeFeed(int entryCount, int patchCount)
 {
     // Entries shaped like real ones (platform data, checksums, what's new), so
@@ -202,8 +211,8 @@ QByteArray FeedBuilder::largeFeed(int entryCount, int patchCount)
             "https://127.0.0.1/downloads/" + id + "/" + build + ".tar.gz");
         QJsonObject package = e["package"].toObject();
         package["checksums"]
-            = QJsonArray { QJsonObject { { "alg", "sha-256" }, { "value", QString(64, 'a') } },
-                  QJsonObject { { "alg", "sha-512" }, { "value", QString(128, 'b') } } };
+            = QJsonArray { QJsonObject { { "alg", "sha-256" }, { "value", digest(build, 256) } },
+                  QJsonObject { { "alg", "sha-512" }, { "value", digest(build, 512) } } };
         package["strip_directories"] = 1;
         e["package"] = package;
         e["description"]
@@ -225,7 +234,8 @@ QByteArray FeedBuilder::largeFeed(int entryCount, int patchCount)
         const QString id = "tool-" + QString::number(i % 40);
         QJsonObject p = patch(id, QString::number(200 + i / 40) + "." + QString::number(i),
             QString::number(201 + i / 40) + "." + QString::number(i + 40));
-        p["checksums"] = QJsonArray { QJsonObject { { "alg", "sha-256" }, { "value", QString(64, 'c') } } };
+        p["checksums"] = QJsonArray { QJsonObject {
+            { "alg", "sha-256" }, { "value", digest("patch" + QString::number(i), 256) } } };
         p["command"] = QJsonArray { "/bin/sh", "-c", "tar -xzf \"$1\" -C \"$2\"", "sh", "%PATCH_FILE%",
             "%INSTALL_DIRECTORY%" };
         p["description"] = QString("Patch contents: changed files in lib/ and plugins/. ").repeated(10);
