@@ -7,6 +7,7 @@
 // a development CA. Every function returns false and fills `error` on failure.
 namespace FeedCrypto {
 
+// A negative preset picks the default: quick to decode, a little larger.
 bool compressXZ(const QByteArray &input, int preset, QByteArray *out, QString *error);
 bool decompressXZ(const QByteArray &input, QByteArray *out, QString *error);
 

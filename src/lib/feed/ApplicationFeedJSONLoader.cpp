@@ -5,6 +5,7 @@
 #include <QDebug>
 #include <QJsonDocument>
 #include <QMutex>
+#include <limits>
 #include <lzma.h>
 
 namespace {
@@ -19,6 +20,31 @@ struct DecoderGuard
     lzma_stream *stream;
     ~DecoderGuard() { lzma_end(stream); }
 };
+
+// The decompressed size that the stream's index announces, when it can be
+// read; only a hint for sizing the result (the decoder still enforces the cap
+// and checks the index against the data).
+qint64 announcedSize(const QByteArray &data)
+{
+    if (data.size() < 2 * LZMA_STREAM_HEADER_SIZE)
+        return -1;
+    const uint8_t *bytes = reinterpret_cast<const uint8_t *>(data.constData());
+    const size_t size = size_t(data.size());
+    lzma_stream_flags footer;
+    if (lzma_stream_footer_decode(&footer, bytes + size - LZMA_STREAM_HEADER_SIZE) != LZMA_OK
+        || footer.backward_size > size - 2 * LZMA_STREAM_HEADER_SIZE)
+        return -1;
+    lzma_index *index = nullptr;
+    uint64_t memoryLimit = 1024 * 1024;
+    size_t position = size - LZMA_STREAM_HEADER_SIZE - size_t(footer.backward_size);
+    if (lzma_index_buffer_decode(
+            &index, &memoryLimit, nullptr, bytes, &position, size - LZMA_STREAM_HEADER_SIZE)
+        != LZMA_OK)
+        return -1;
+    const lzma_vli total = lzma_index_uncompressed_size(index);
+    lzma_index_end(index, nullptr);
+    return total > lzma_vli(std::numeric_limits<qint64>::max()) ? -1 : qint64(total);
+}
 
 } // namespace
 
@@ -40,6 +66,11 @@ Result<QByteArray> ApplicationFeedJSONLoader::extractXZ(const QByteArray &data) 
     DecoderGuard guard { &stream };
 
     QByteArray result;
+    // Sized once up front instead of growing by copies; never beyond the cap,
+    // whatever the index claims.
+    const qint64 expected = announcedSize(data);
+    if (expected > 0)
+        result.reserve(int(qMin(expected, m_maxDecompressedSize)));
     QByteArray buffer(XZOutputBufferSize, Qt::Uninitialized);
     uint8_t *out = reinterpret_cast<uint8_t *>(buffer.data());
     stream.next_in = reinterpret_cast<const uint8_t *>(data.constData());
