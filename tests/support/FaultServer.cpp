@@ -91,8 +91,8 @@ private:
         qint64 from = 0;
         bool partial = false;
         if (!m_behaviour.ignoreRange && request.range.startsWith("bytes=")) {
-            const QByteArray spec = request.range.mid(6);
-            from = spec.left(spec.indexOf('-')).toLongLong();
+            const QByteArray rangeValue = request.range.mid(6);
+            from = rangeValue.left(rangeValue.indexOf('-')).toLongLong();
             partial = true;
             if (from >= size) {
                 m_socket->write("HTTP/1.1 416 Range Not Satisfiable\r\nContent-Range: bytes */"

@@ -25,11 +25,18 @@ WorkerThread::WorkerThread(const QString &name, QObject *parent)
 
 WorkerThread::~WorkerThread()
 {
-    // Jobs already queued run to the end; the worker object is deleted in its own thread.
+    // Jobs already queued run to the end: the quit travels through the same queue, behind
+    // them, so the event loop cannot stop before it reaches them. The worker object is
+    // deleted in its own thread.
     QObject *worker = m_worker;
+    QThread *thread = m_thread;
     QMetaObject::invokeMethod(
-        worker, [worker] { delete worker; }, Qt::QueuedConnection);
-    m_thread->quit();
+        worker,
+        [worker, thread] {
+            delete worker;
+            thread->quit();
+        },
+        Qt::QueuedConnection);
     m_thread->wait();
     delete m_thread;
 }

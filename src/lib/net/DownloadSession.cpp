@@ -46,14 +46,16 @@ DownloadSession::DownloadSession(SettingsManager *settings, QObject *parent)
     QNetworkProxyFactory::setUseSystemConfiguration(true);
     connect(m_holder, &DownloadAccessManagerHolder::proxyCredentialsRequired, this,
         &DownloadSession::proxyCredentialsRequired);
+    // The settings' default (five minutes) applies when the key is absent, so a server that
+    // stalls without closing can never hang a worker for good.
     if (m_settings)
-        m_timeoutMs = m_settings->getSettings().findNetworkDownloadTimeout();
+        m_timeoutMs = m_settings->getSettings().getNetworkDownloadTimeout();
     qInfo().noquote() << "Download timeout is set to"
                       << (m_timeoutMs ? QString::number(*m_timeoutMs) + " ms" : QStringLiteral("none"));
     if (m_settings) {
         connect(m_settings, &SettingsManager::settingsChanged, this,
             [this](const SelfSettings &, const SelfSettings &now) {
-                const Option<int> timeout = now.findNetworkDownloadTimeout();
+                const Option<int> timeout = now.getNetworkDownloadTimeout();
                 QMutexLocker lock(&m_pauseMutex);
                 if (timeout != m_timeoutMs) {
                     m_timeoutMs = timeout;
