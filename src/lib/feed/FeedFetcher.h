@@ -21,8 +21,9 @@ struct FeedFetchOutcome
 
 namespace FeedFetcher {
 
-// Compressed feeds are a few hundred kilobytes; this only stops a runaway response.
-constexpr qint64 MaxFeedDownloadSize = 32ll * 1024 * 1024;
+// A signed, compressed feed of 3,000 builds and 3,000 patches is about 600 kB; one mebibyte
+// is the most a feed document may weigh, so a runaway response stops early.
+constexpr qint64 MaxFeedDownloadSize = 1048576;
 
 FeedFetchOutcome fetch(DownloadSession *session, const QString &url, const Option<QString> &ifModifiedSince,
     ActionProgress *progress);
