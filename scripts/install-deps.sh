@@ -6,7 +6,7 @@ packages=(
   cmake ninja-build ccache g++ pkg-config git binutils
   qtbase5-dev libqt5xml5 qtwebengine5-dev libqt5webchannel5-dev libqt5websockets5-dev
   qtkeychain-qt5-dev libssl-dev openssl liblzma-dev xz-utils libx11-dev
-  tar gzip zip unzip curl nginx-light tinyproxy
+  tar gzip zip unzip curl nginx-light tinyproxy python3 procps strace
 )
 missing=()
 for p in "${packages[@]}"; do
