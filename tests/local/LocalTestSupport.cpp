@@ -4,56 +4,6 @@
 #include <QFile>
 #include <QJsonDocument>
 
-namespace {
-QMutex g_mutex;
-QStringList g_messages;
-QStringList g_critical;
-} // namespace
-
-LogCapture::LogCapture()
-{
-    clear();
-    m_previous = qInstallMessageHandler(&LogCapture::handler);
-}
-
-LogCapture::~LogCapture()
-{
-    qInstallMessageHandler(m_previous);
-}
-
-void LogCapture::handler(QtMsgType type, const QMessageLogContext &, const QString &message)
-{
-    QMutexLocker locker(&g_mutex);
-    g_messages.append(message);
-    if (type == QtCriticalMsg)
-        g_critical.append(message);
-}
-
-QStringList LogCapture::messages() const
-{
-    QMutexLocker locker(&g_mutex);
-    return g_messages;
-}
-
-QStringList LogCapture::matching(const QString &text) const
-{
-    QMutexLocker locker(&g_mutex);
-    return g_messages.filter(text);
-}
-
-QStringList LogCapture::critical() const
-{
-    QMutexLocker locker(&g_mutex);
-    return g_critical;
-}
-
-void LogCapture::clear()
-{
-    QMutexLocker locker(&g_mutex);
-    g_messages.clear();
-    g_critical.clear();
-}
-
 QJsonObject feedRecord(const QString &type, const QString &build, int qualityOrder, int majorOrder)
 {
     return QJsonObject {

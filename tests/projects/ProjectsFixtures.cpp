@@ -3,15 +3,8 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QMutexLocker>
 #include <QProcess>
 #include <QSaveFile>
-
-namespace {
-QMutex g_logMutex;
-QStringList g_messages;
-LogCapture *g_capture = nullptr;
-} // namespace
 
 QByteArray recentProjectsXml(const QList<RecentEntry> &entries)
 {
@@ -69,48 +62,4 @@ int run(const QString &program, const QStringList &arguments, const QString &wor
     if (!process.waitForFinished(30000))
         return -1;
     return process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-}
-
-LogCapture::LogCapture()
-{
-    g_capture = this;
-    clear();
-    m_previous = qInstallMessageHandler(&LogCapture::handler);
-}
-
-LogCapture::~LogCapture()
-{
-    qInstallMessageHandler(m_previous);
-    g_capture = nullptr;
-}
-
-void LogCapture::handler(QtMsgType, const QMessageLogContext &, const QString &message)
-{
-    QMutexLocker locker(&g_logMutex);
-    g_messages << message;
-}
-
-QStringList LogCapture::messages() const
-{
-    QMutexLocker locker(&g_logMutex);
-    return g_messages;
-}
-
-bool LogCapture::contains(const QString &text) const
-{
-    return count(text) > 0;
-}
-
-int LogCapture::count(const QString &text) const
-{
-    int n = 0;
-    for (const QString &message : messages())
-        n += message.contains(text) ? 1 : 0;
-    return n;
-}
-
-void LogCapture::clear()
-{
-    QMutexLocker locker(&g_logMutex);
-    g_messages.clear();
 }

@@ -1,11 +1,11 @@
 #pragma once
 
 #include "base/Option.h"
+#include "support/LogCapture.h"
 
 #include <QByteArray>
 #include <QDateTime>
 #include <QList>
-#include <QMutex>
 #include <QString>
 #include <QStringList>
 #include <QtGlobal>
@@ -29,19 +29,3 @@ QString makeProject(const QString &path, const QString &name = QString());
 
 // Runs a program to completion, returns its exit code (-1 when it could not start).
 int run(const QString &program, const QStringList &arguments, const QString &workingDirectory = QString());
-
-// Collects the log messages of the whole process while it lives.
-class LogCapture
-{
-public:
-    LogCapture();
-    ~LogCapture();
-    QStringList messages() const;
-    bool contains(const QString &text) const;
-    int count(const QString &text) const;
-    void clear();
-
-private:
-    static void handler(QtMsgType type, const QMessageLogContext &context, const QString &message);
-    QtMessageHandler m_previous;
-};

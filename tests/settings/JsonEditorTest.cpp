@@ -1,10 +1,10 @@
 #include "base/JsonEditor.h"
 
+#include "FileSizeLimit.h"
+
 #include <QJsonDocument>
 #include <QTemporaryDir>
 #include <QtTest>
-#include <csignal>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 namespace {
@@ -25,25 +25,6 @@ ino_t inodeOf(const QString &path)
     struct stat info;
     return ::stat(QFile::encodeName(path).constData(), &info) == 0 ? info.st_ino : 0;
 }
-
-// Caps the size of files this process may write, so that a write fails with EFBIG
-// even for root (permission bits would not stop it).
-class FileSizeLimit
-{
-public:
-    explicit FileSizeLimit(rlim_t bytes)
-    {
-        ::signal(SIGXFSZ, SIG_IGN);
-        ::getrlimit(RLIMIT_FSIZE, &m_saved);
-        struct rlimit limited = m_saved;
-        limited.rlim_cur = bytes;
-        ::setrlimit(RLIMIT_FSIZE, &limited);
-    }
-    ~FileSizeLimit() { ::setrlimit(RLIMIT_FSIZE, &m_saved); }
-
-private:
-    struct rlimit m_saved;
-};
 
 } // namespace
 

@@ -1,59 +1,38 @@
 #include "settings/SettingsManager.h"
 
+#include "FileSizeLimit.h"
 #include "base/AppDataDirectory.h"
+#include "support/LogCapture.h"
 #include "support/TempHome.h"
 
 #include <QJsonDocument>
-#include <QMutex>
 #include <QNetworkProxy>
 #include <QSignalSpy>
 #include <QtTest>
-#include <csignal>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
 #include <vector>
 
 namespace {
 
-// Collects every log message raised while it lives.
-class MessageCapture
+// Sets an environment variable for the lifetime of the object; the previous state comes back after.
+class ScopedEnv
 {
 public:
-    MessageCapture()
+    ScopedEnv(const char *name, const QByteArray &value, bool set = true)
+        : m_name(name)
+        , m_saved(qgetenv(name))
+        , m_wasSet(qEnvironmentVariableIsSet(name))
     {
-        QMutexLocker lock(&s_mutex);
-        s_messages.clear();
-        m_previous = qInstallMessageHandler(&MessageCapture::handle);
+        set ? qputenv(name, value) : qunsetenv(name);
     }
-    ~MessageCapture() { qInstallMessageHandler(m_previous); }
-
-    QStringList messages() const
-    {
-        QMutexLocker lock(&s_mutex);
-        return s_messages;
-    }
-    bool contains(const QString &text) const { return messages().contains(text); }
-    int countStartingWith(const QString &prefix) const
-    {
-        int count = 0;
-        for (const QString &m : messages())
-            count += m.startsWith(prefix) ? 1 : 0;
-        return count;
-    }
+    ~ScopedEnv() { m_wasSet ? qputenv(m_name, m_saved) : qunsetenv(m_name); }
 
 private:
-    static void handle(QtMsgType, const QMessageLogContext &, const QString &message)
-    {
-        QMutexLocker lock(&s_mutex);
-        s_messages << message;
-    }
-    static QMutex s_mutex;
-    static QStringList s_messages;
-    QtMessageHandler m_previous;
+    const char *m_name;
+    QByteArray m_saved;
+    bool m_wasSet;
 };
-QMutex MessageCapture::s_mutex;
-QStringList MessageCapture::s_messages;
 
 QByteArray readAll(const QString &path)
 {
@@ -105,7 +84,7 @@ private slots:
     void createsAMissingFileWithExactlyTheDefaultContent()
     {
         TempHome home;
-        MessageCapture log;
+        LogCapture log;
         const QString path = settingsFilePath();
         QCOMPARE(path, home.appDataDir() + "/.settings.json");
         QVERIFY(!QFileInfo::exists(home.appDataDir()));
@@ -136,10 +115,10 @@ private slots:
         const QString path = home.writeFile(".local/share/Vantrel/Hangar/.settings.json", content);
         const FileStamp before = stampOf(path);
 
-        MessageCapture log;
+        LogCapture log;
         SettingsManager manager(path, nullptr, memoryOnly());
         const QString prefix = "Failed to load Hangar settings: Unable to parse json in '" + path + "': ";
-        QCOMPARE(log.countStartingWith(prefix), 1);
+        QCOMPARE(log.count(prefix), 1);
         if (!reason.isEmpty())
             QVERIFY(log.contains(prefix + reason));
         QCOMPARE(manager.getSettings().toJson(), QJsonObject());
@@ -167,7 +146,7 @@ private slots:
         const QString path = home.writeFile(".local/share/Vantrel/Hangar/.settings.json", content);
         const FileStamp before = stampOf(path);
 
-        MessageCapture log;
+        LogCapture log;
         SettingsManager manager(path, nullptr, memoryOnly());
         QVERIFY(log.contains(
             "Failed to load Hangar settings: \"autostart\" is not a boolean, using the default"));
@@ -205,7 +184,6 @@ private slots:
         QCOMPARE(newSettings.getChannelRollbackHistoryDepth(), 7);
         QCOMPARE(readJson(path).value("channel_rollback_max_history"), QJsonValue(7));
 
-        const QByteArray content = readAll(path);
         const FileStamp stamp = stampOf(path);
         QVERIFY(manager.updateSettings([](SelfSettings &s) { s.setChannelRollbackHistoryDepth(7); })
                     .isSuccessful());
@@ -230,7 +208,6 @@ private slots:
         QVERIFY(manager.setProxyConfig(QNetworkProxy(QNetworkProxy::NoProxy)).isSuccessful());
         QCOMPARE(changed.count(), 1);
         QVERIFY(stampOf(path) == afterProxy);
-        Q_UNUSED(content);
     }
 
     void migratesTheOldLauncherLocationOnceAndSaves()
@@ -342,50 +319,36 @@ private slots:
     void keychainIsSkippedWithoutASessionBus()
     {
         TempHome home;
-        const QByteArray saved = qgetenv("DBUS_SESSION_BUS_ADDRESS");
-        const bool wasSet = qEnvironmentVariableIsSet("DBUS_SESSION_BUS_ADDRESS");
-        qunsetenv("DBUS_SESSION_BUS_ADDRESS");
-        {
-            MessageCapture log;
-            SettingsManagerOptions options;
-            options.launchersPathResolver = std::make_shared<OSShellLaunchersPathResolver>(QStringList());
-            SettingsManager manager(settingsFilePath(), nullptr, options);
-            QVERIFY(!manager.isKeychainEnabled());
-            QVERIFY(log.contains("No session bus: the proxy password is kept in memory only"));
-            manager.fetchProxyPassword();
-            QCOMPARE(manager.getProxyPassword(), QString());
-            QVERIFY(manager.updateSettings([](SelfSettings &s) { s.setProxyCredentials("u", "pw"); })
-                        .isSuccessful());
-            QCOMPARE(manager.getProxyPassword(), QString("pw"));
-        }
-        if (wasSet)
-            qputenv("DBUS_SESSION_BUS_ADDRESS", saved);
+        ScopedEnv noBus("DBUS_SESSION_BUS_ADDRESS", {}, false);
+        LogCapture log;
+        SettingsManagerOptions options;
+        options.launchersPathResolver = std::make_shared<OSShellLaunchersPathResolver>(QStringList());
+        SettingsManager manager(settingsFilePath(), nullptr, options);
+        QVERIFY(!manager.isKeychainEnabled());
+        QVERIFY(log.contains("No session bus: the proxy password is kept in memory only"));
+        manager.fetchProxyPassword();
+        QCOMPARE(manager.getProxyPassword(), QString());
+        QVERIFY(
+            manager.updateSettings([](SelfSettings &s) { s.setProxyCredentials("u", "pw"); }).isSuccessful());
+        QCOMPARE(manager.getProxyPassword(), QString("pw"));
     }
 
     void unreachableKeychainFallsBackToMemory()
     {
         TempHome home;
-        const QByteArray saved = qgetenv("DBUS_SESSION_BUS_ADDRESS");
-        const bool wasSet = qEnvironmentVariableIsSet("DBUS_SESSION_BUS_ADDRESS");
-        qputenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=" + home.path().toUtf8() + "/no-such-bus");
-        {
-            SettingsManagerOptions options;
-            options.launchersPathResolver = std::make_shared<OSShellLaunchersPathResolver>(QStringList());
-            SettingsManager manager(settingsFilePath(), nullptr, options);
-            QVERIFY(manager.isKeychainEnabled());
-            QSignalSpy stored(&manager, &SettingsManager::proxyPasswordStored);
-            manager.fetchProxyPassword();
-            QVERIFY(manager.updateSettings([](SelfSettings &s) { s.setProxyCredentials("u", "pw-kept"); })
-                        .isSuccessful());
-            QVERIFY(stored.wait(8000));
-            QCOMPARE(stored.at(0).at(0).toBool(), false);
-            QCOMPARE(manager.getProxyPassword(), QString("pw-kept"));
-            QVERIFY(!readAll(settingsFilePath()).contains("pw-kept"));
-        }
-        if (wasSet)
-            qputenv("DBUS_SESSION_BUS_ADDRESS", saved);
-        else
-            qunsetenv("DBUS_SESSION_BUS_ADDRESS");
+        ScopedEnv deadBus("DBUS_SESSION_BUS_ADDRESS", "unix:path=" + home.path().toUtf8() + "/no-such-bus");
+        SettingsManagerOptions options;
+        options.launchersPathResolver = std::make_shared<OSShellLaunchersPathResolver>(QStringList());
+        SettingsManager manager(settingsFilePath(), nullptr, options);
+        QVERIFY(manager.isKeychainEnabled());
+        QSignalSpy stored(&manager, &SettingsManager::proxyPasswordStored);
+        manager.fetchProxyPassword();
+        QVERIFY(manager.updateSettings([](SelfSettings &s) { s.setProxyCredentials("u", "pw-kept"); })
+                    .isSuccessful());
+        QVERIFY(stored.wait(8000));
+        QCOMPARE(stored.at(0).at(0).toBool(), false);
+        QCOMPARE(manager.getProxyPassword(), QString("pw-kept"));
+        QVERIFY(!readAll(settingsFilePath()).contains("pw-kept"));
     }
 
     void failedSaveKeepsTheOldFileAndTheChangeInMemory()
@@ -398,17 +361,9 @@ private slots:
 
         Result<void> saved;
         {
-            // Cap the file size this process may write: the new file cannot be written
-            // in full (root ignores permission bits, not this limit).
-            ::signal(SIGXFSZ, SIG_IGN);
-            struct rlimit previous;
-            ::getrlimit(RLIMIT_FSIZE, &previous);
-            struct rlimit limited = previous;
-            limited.rlim_cur = 16;
-            ::setrlimit(RLIMIT_FSIZE, &limited);
+            FileSizeLimit limit(16); // the new file cannot be written in full
             saved = manager.updateSettings(
                 [](SelfSettings &s) { s.setApplicationInstallDirectory("/opt/tools"); });
-            ::setrlimit(RLIMIT_FSIZE, &previous);
         }
         QCOMPARE(saved.error(), "Unable to write file: " + path);
         QCOMPARE(readAll(path), old);
@@ -523,7 +478,7 @@ private slots:
             R"({"shell_scripts": {"enabled": false}, "channel_rollback_max_history": 9})");
         QTest::qWait(100);
         QCOMPARE(changed.count(), 0);
-        MessageCapture log;
+        LogCapture log;
         manager.onSettingsFileChange(path);
         QVERIFY(log.contains("Settings file changed " + path));
         QCOMPARE(changed.count(), 1);
