@@ -23,6 +23,15 @@ QStringList buildsOf(const QList<LocalFeedItem> &items)
     return result;
 }
 
+// Applications over a throw-away install root, with no history or channel settings yet.
+struct Apps
+{
+    TempHome home;
+    LocalApplicationsFeed feed { home.path() };
+    ChannelSettingsManager settings;
+    LocalApplications apps { &feed, &settings };
+};
+
 } // namespace
 
 class LocalApplicationsTest : public QObject
@@ -32,10 +41,10 @@ class LocalApplicationsTest : public QObject
 private slots:
     void groupsBuildsByChannelAndTracksTheActiveOne()
     {
-        TempHome home;
-        LocalApplicationsFeed feed(home.path());
-        ChannelSettingsManager settings;
-        LocalApplications apps(&feed, &settings);
+        Apps w;
+        TempHome &home = w.home;
+        LocalApplicationsFeed &feed = w.feed;
+        LocalApplications &apps = w.apps;
         QSignalSpy changed(&apps, &LocalApplications::localApplicationsChanged);
         QSignalSpy history(&apps, &LocalApplications::historyChanged);
 
@@ -130,10 +139,10 @@ private slots:
 
     void detectedBuildsJoinWithoutHistoryOrSettings()
     {
-        TempHome home;
-        LocalApplicationsFeed feed(home.path());
-        ChannelSettingsManager settings;
-        LocalApplications apps(&feed, &settings);
+        Apps w;
+        TempHome &home = w.home;
+        LocalApplicationsFeed &feed = w.feed;
+        LocalApplications &apps = w.apps;
         const QString folder = home.path() + "/opt/ide";
         QDir().mkpath(folder);
         const LocalFeedItem detected
@@ -152,10 +161,10 @@ private slots:
 
     void readersAlwaysSeeOneWholeScan()
     {
-        TempHome home;
-        LocalApplicationsFeed feed(home.path());
-        ChannelSettingsManager settings;
-        LocalApplications apps(&feed, &settings);
+        Apps w;
+        TempHome &home = w.home;
+        LocalApplicationsFeed &feed = w.feed;
+        LocalApplications &apps = w.apps;
         LogCapture quiet;
         for (int c = 0; c < 10; ++c) {
             writeBuild(home.path(), "ide", "ch" + QString::number(c), "1.0");
@@ -208,10 +217,10 @@ private slots:
 
     void concurrentActiveLookupsRecordOneInstall()
     {
-        TempHome home;
-        LocalApplicationsFeed feed(home.path());
-        ChannelSettingsManager settings;
-        LocalApplications apps(&feed, &settings);
+        Apps w;
+        TempHome &home = w.home;
+        LocalApplicationsFeed &feed = w.feed;
+        LocalApplications &apps = w.apps;
         writeBuild(home.path(), "ide", "stable", "1.0");
         writeBuild(home.path(), "ide", "stable", "2.0");
         QVERIFY(apps.rescan());

@@ -117,17 +117,11 @@ private slots:
         home.writeFile("tools/apps/ide/notes.txt", "x");
         home.writeFile("tools/apps/ide/stable/2.0", "x");
 
-        LogCapture log;
         const Result<QList<LocalFeedItem>> scanned = LocalApplicationsFeedLoader(root).start();
         QVERIFY2(scanned, qPrintable(scanned.error()));
         QCOMPARE(builds(*scanned),
             QStringList(
                 { "ide/eap/1.3", "ide/stable/1.10", "ide/stable/1.2", "ide/stable/Latest", "lint/b/2.0" }));
-        QVERIFY(log.contains("Detected applications: "));
-        QCOMPARE(log.matching("Detected channels: ").size(), 2);
-        QVERIFY(!log.matching("Detected builds: ").filter("1.10, 1.2, Latest, latest").isEmpty());
-        QCOMPARE(log.matching("Detected local application: ").size(), 5);
-        QVERIFY(!log.contains("README"));
 
         const LocalFeedItem &first = scanned->first();
         QCOMPARE(first.getInstallDir(), QFileInfo(root + "/apps/ide/eap/1.3").canonicalFilePath());
@@ -164,8 +158,7 @@ private slots:
         TempHome home;
         const QString root = home.path();
         const QByteArray record = QJsonDocument(feedRecord("ide", "1.0")).toJson(QJsonDocument::Compact);
-        const qint64 limit = LocalApplicationsFeedLoader::MaxMarkerFileSize;
-        QCOMPARE(limit, qint64(5242880));
+        const qint64 limit = 5 * 1024 * 1024; // the documented limit, not the constant that holds it
         // Trailing white space is valid JSON, so the size alone decides.
         writeBuild(root, "ide", "c", "exact", record + QByteArray(int(limit - record.size()), ' '));
         const QString over
@@ -261,7 +254,6 @@ private slots:
         QCOMPARE(feed.getInstallRoot(), clean);
         QVERIFY(QFileInfo(clean + "/apps").isDir());
         QVERIFY(log.contains(clean + " doesn't exist, creating"));
-        QVERIFY(log.contains("Using " + clean + " as applications install directory"));
         QCOMPARE(feed.getChannelDir("ide", "stable"), clean + "/apps/ide/stable");
         QCOMPARE(feed.getChannelLatestDir("ide", "stable"), clean + "/apps/ide/stable/latest");
         const RemoteFeedItem remote(feedRecord("ide", "1.5"));

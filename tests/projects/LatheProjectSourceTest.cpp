@@ -12,30 +12,10 @@
 
 namespace {
 
-const QString kRecentFile = "recentProjects.xml";
-
-LatheProjectSource::Tool tool(
-    const QString &applicationId, const QString &pattern, const QString &build = "1")
-{
-    LatheProjectSource::Tool t;
-    t.openItem = ProjectOpenItem(applicationId, "ch-" + applicationId);
-    t.build = build;
-    t.configurations << LatheProjectSource::ConfigSpec { pattern, kRecentFile };
-    return t;
-}
-
 // The recent-projects file of a tool whose configuration folder is "<XDG config>/Vantrel/<folder>".
 QString xdgRecentFile(const TempHome &home, const QString &folder)
 {
     return home.configHome() + "/Vantrel/" + folder + "/options/" + kRecentFile;
-}
-
-QStringList paths(const QList<Project> &projects)
-{
-    QStringList result;
-    for (const Project &p : projects)
-        result << p.getFullPath();
-    return result;
 }
 
 } // namespace
@@ -47,7 +27,6 @@ private slots:
     void findsConfigFoldersUnderHomeAndVendorConfig()
     {
         TempHome home;
-        const QString canonicalHome = QFileInfo(home.path()).canonicalFilePath();
         QDir().mkpath(home.path() + "/.Forge2023.1/config/options");
         QDir().mkpath(home.path() + "/.Forge2023.2"); // no options yet: the path is still named
         QDir().mkpath(home.path() + "/.forge2023.3"); // other case: not the tool's
@@ -61,7 +40,6 @@ private slots:
             home.path() + "/.Forge2023.2/config/options/" + kRecentFile,
             home.configHome() + "/Vantrel/Forge2024.1/options/" + kRecentFile };
         QCOMPARE(found, expected);
-        Q_UNUSED(canonicalHome)
 
         QVERIFY(LatheProjectSource::getConfigPaths({ "", kRecentFile }).isEmpty());
         QVERIFY(LatheProjectSource::getConfigPaths({ "Forge20*", "" }).isEmpty());
@@ -110,7 +88,6 @@ private slots:
         home.writeFile(".config/Vantrel/Forge2024.1/light-edit/notes.txt", "scratch");
 
         const QList<Project> projects = LatheProjectSource::detectProjectsFrom(file);
-        QVERIFY(log.contains("Reading recent projects from " + file));
         const QString configDir = QFileInfo(home.configHome() + "/Vantrel/Forge2024.1").canonicalFilePath();
         QCOMPARE(paths(projects),
             (QStringList { base + "/p1", base + "/p2", base + "/p3", base + "/plain",
@@ -123,8 +100,6 @@ private slots:
             p1.getIcon(), QString("data:image/png;base64," + QByteArray("\x89PNG-light", 10).toBase64()));
         QCOMPARE(
             p1.getDarkIcon(), QString("data:image/png;base64," + QByteArray("\x89PNG-dark", 9).toBase64()));
-        QVERIFY(log.contains("Default icon found at " + base + "/p1/.quern/icon.png"));
-        QVERIFY(log.contains("Dark icon found at " + base + "/p1/.quern/icon_dark.png"));
         QVERIFY(p1.getOpenItems().isEmpty());
 
         const Project &p2 = projects.at(1);
@@ -136,7 +111,6 @@ private slots:
         QCOMPARE(p3.getName(), QString("p3")); // an empty ".name" falls back to the folder name
         QVERIFY(!p3.getLastModified());
         QVERIFY(log.contains("Failed to parse project open timestamp not-a-number"));
-        QVERIFY(log.contains("Cannot detect last modified time for " + base + "/p3"));
 
         QVERIFY(log.contains(base + "/empty is empty"));
         QVERIFY(log.contains(home.path() + "/gone does not exist"));
@@ -192,7 +166,6 @@ private slots:
         QCOMPARE(
             projects.first().getOpenItems(), QList<ProjectOpenItem> { ProjectOpenItem("fine", "ch-fine") });
         QVERIFY(log.contains("Failed to parse " + xdgRecentFile(home, "Broken2024.1")));
-        QVERIFY(log.contains("Lathe projects search took"));
     }
 
     void eachToolReportsAProjectOnceWithItsOpenItem()

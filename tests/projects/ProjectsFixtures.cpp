@@ -63,3 +63,22 @@ int run(const QString &program, const QStringList &arguments, const QString &wor
         return -1;
     return process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
 }
+
+const QString kRecentFile = "recentProjects.xml";
+
+LatheProjectSource::Tool tool(const QString &applicationId, const QString &pattern)
+{
+    LatheProjectSource::Tool t;
+    t.openItem = ProjectOpenItem(applicationId, "ch-" + applicationId);
+    t.build = "1";
+    t.configurations << LatheProjectSource::ConfigSpec { pattern, kRecentFile };
+    return t;
+}
+
+QStringList paths(const QList<Project> &projects)
+{
+    QStringList result;
+    for (const Project &p : projects)
+        result << p.getFullPath();
+    return result;
+}

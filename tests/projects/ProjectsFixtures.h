@@ -1,6 +1,8 @@
 #pragma once
 
 #include "base/Option.h"
+#include "projects/LatheProjectSource.h"
+#include "projects/Project.h"
 #include "support/LogCapture.h"
 
 #include <QByteArray>
@@ -29,3 +31,11 @@ QString makeProject(const QString &path, const QString &name = QString());
 
 // Runs a program to completion, returns its exit code (-1 when it could not start).
 int run(const QString &program, const QStringList &arguments, const QString &workingDirectory = QString());
+
+// The file name the tools give their recent-projects list.
+extern const QString kRecentFile;
+
+// A tool "<applicationId>" on channel "ch-<applicationId>" whose configuration folders match `pattern`.
+LatheProjectSource::Tool tool(const QString &applicationId, const QString &pattern);
+
+QStringList paths(const QList<Project> &projects);

@@ -21,17 +21,6 @@
 
 namespace {
 
-const QString kRecentFile = "recentProjects.xml";
-
-LatheProjectSource::Tool tool(const QString &applicationId, const QString &pattern)
-{
-    LatheProjectSource::Tool t;
-    t.openItem = ProjectOpenItem(applicationId, "ch-" + applicationId);
-    t.build = "1";
-    t.configurations << LatheProjectSource::ConfigSpec { pattern, kRecentFile };
-    return t;
-}
-
 Option<Project> byPath(const QList<Project> &projects, const QString &path)
 {
     for (const Project &p : projects) {
@@ -39,14 +28,6 @@ Option<Project> byPath(const QList<Project> &projects, const QString &path)
             return p;
     }
     return None;
-}
-
-QStringList paths(const QList<Project> &projects)
-{
-    QStringList result;
-    for (const Project &p : projects)
-        result << p.getFullPath();
-    return result;
 }
 
 // A temporary home where two tools, "forge" and "spark", have recent-projects files, with the

@@ -189,12 +189,12 @@ private slots:
     {
         startLogging(false);
         const QString backup = m_log + ".1";
-        writeBytes(m_log, kMainLogSizeLimit, 'a');
+        writeBytes(m_log, 5 * 1024 * 1024, 'a');
         writeBytes(backup, 10, 'o'); // an older backup that rotation must replace
 
         message_handler(QtInfoMsg, contextAt("Foo.cpp", 1), "exactly at the limit");
         const qint64 grown = QFileInfo(m_log).size();
-        QVERIFY(grown > kMainLogSizeLimit);
+        QVERIFY(grown > 5 * 1024 * 1024);
         QCOMPARE(QFileInfo(backup).size(), qint64(10));
 
         message_handler(QtInfoMsg, contextAt("Foo.cpp", 2), "after the limit");
@@ -213,10 +213,10 @@ private slots:
     {
         startLogging(true);
         const QString perSource = QDir(m_dir.path()).filePath("log-Rotating.txt");
-        writeBytes(perSource, kPerSourceLogSizeLimit + 1, 'b');
+        writeBytes(perSource, 1024 * 1024 + 1, 'b');
         writeBytes(m_log, 100, 'c');
         message_handler_impl(QtWarningMsg, contextAt("x/Rotating.cpp", 3), "fresh");
-        QCOMPARE(QFileInfo(perSource + ".1").size(), kPerSourceLogSizeLimit + 1);
+        QCOMPARE(QFileInfo(perSource + ".1").size(), 1024 * 1024 + 1);
         QCOMPARE(readLines(perSource).size(), 1);
         // The main log, far below its limit, was only appended to.
         QVERIFY(!QFile::exists(m_log + ".1"));
