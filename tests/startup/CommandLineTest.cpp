@@ -1,33 +1,8 @@
 #include "settings/CommandLine.h"
 
+#include "support/LogCapture.h"
+
 #include <QtTest>
-
-namespace {
-
-// Collects the warnings logged while it lives.
-class WarningCapture
-{
-public:
-    WarningCapture()
-    {
-        s_warnings.clear();
-        m_previous = qInstallMessageHandler(&WarningCapture::handle);
-    }
-    ~WarningCapture() { qInstallMessageHandler(m_previous); }
-    QStringList warnings() const { return s_warnings; }
-
-private:
-    static void handle(QtMsgType type, const QMessageLogContext &, const QString &message)
-    {
-        if (type == QtWarningMsg)
-            s_warnings << message;
-    }
-    static QStringList s_warnings;
-    QtMessageHandler m_previous;
-};
-QStringList WarningCapture::s_warnings;
-
-} // namespace
 
 // The command line is parsed in-process here; what only a real process shows
 // (--help output, exit codes) is covered by StartupProcessTest.
@@ -130,13 +105,13 @@ private slots:
         QFETCH(QString, value);
         QFETCH(qint64, expected);
         QFETCH(bool, warned);
-        WarningCapture capture;
+        LogCapture capture;
         const CommandLine line(args({ "--wait-for-pid", value }));
         QCOMPARE(line.getWaitForPid(), expected);
         const QStringList expectedWarnings = warned
             ? QStringList("Unable to convert --wait-for-pid argument " + value + " to unsigned integer")
             : QStringList();
-        QCOMPARE(capture.warnings(), expectedWarnings);
+        QCOMPARE(capture.matching(QString(), QtWarningMsg), expectedWarnings);
     }
 
     void dpiIsUsedOnlyWhenPositiveNumber_data()
