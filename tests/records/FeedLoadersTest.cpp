@@ -46,7 +46,8 @@ private slots:
     void keepsOnlyThisSystemsEntriesInOrder()
     {
         QJsonArray entries { entry("a", "linux"), entry("w", "windows"), entry("b", "linux"),
-            entry("m", "mac"), entry("upper", "Linux"), entry("spaced", "linux "), entry("none", ""), entry("c", "linux") };
+            entry("m", "mac"), entry("upper", "Linux"), entry("spaced", "linux "), entry("none", ""),
+            entry("c", "linux") };
         QJsonObject noOs = entry("no-os", "linux");
         noOs.insert("package", QJsonObject { { "type", "zip" } });
         entries.append(noOs);

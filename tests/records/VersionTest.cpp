@@ -71,9 +71,8 @@ private slots:
         // An appended qualifier makes a version greater, never smaller.
         QTest::newRow("qualifier between release and point release")
             << QStringList { "2018.3", "2018.3 eap", "2018.3.1" };
-        QTest::newRow("qualifier ranks")
-            << QStringList { "1.0 snapshot", "1.0 eap", "1.0 alpha", "1.0 beta", "1.0 preview", "1.0 rc",
-                   "1.0 release", "1.0 nightly", "1.0.0" };
+        QTest::newRow("qualifier ranks") << QStringList { "1.0 snapshot", "1.0 eap", "1.0 alpha", "1.0 beta",
+            "1.0 preview", "1.0 rc", "1.0 release", "1.0 nightly", "1.0.0" };
         // Empty parts: at the ends and between two separators.
         QTest::newRow("empty parts") << QStringList { "", "0", "1.0", "1.0." };
     }
@@ -81,10 +80,13 @@ private slots:
     void ascends()
     {
         QFETCH(QStringList, texts);
-        for (int i = 0; i < texts.size(); ++i)
-            for (int j = 0; j < texts.size(); ++j)
-                QVERIFY2(relation(Version(texts[i]), Version(texts[j])) == (i < j ? -1 : i > j ? 1 : 0),
+        for (int i = 0; i < texts.size(); ++i) {
+            for (int j = 0; j < texts.size(); ++j) {
+                const int expected = (i > j) - (i < j);
+                QVERIFY2(relation(Version(texts[i]), Version(texts[j])) == expected,
                     qPrintable(texts[i] + " vs " + texts[j]));
+            }
+        }
     }
 
     void separatorClassIsTheDocumentedOne()
