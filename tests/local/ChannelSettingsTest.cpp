@@ -20,12 +20,10 @@ private:
     LocalChannel m_channel;
     QString m_file;
 
-    void writeSettings(const QJsonObject &settings)
+    void writeSettings(const QJsonObject &settings) { writeRaw(QJsonDocument(settings).toJson()); }
+    void writeRaw(const QByteArray &content)
     {
-        QDir().mkpath(m_channel.getChannelDirectory());
-        QFile file(m_file);
-        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        file.write(QJsonDocument(settings).toJson());
+        m_home->writeFile("apps/ide/stable/.channel.settings.json", content);
     }
 
 private slots:
@@ -141,10 +139,7 @@ private slots:
         QVERIFY(!manager.updateSettings(m_channel, [](QJsonObject &s) { s["x"] = 1; }));
         QCOMPARE(readJson(m_file), QJsonObject({ { "custom_name", "no filter" } }));
 
-        QFile file(m_file);
-        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        file.write("[1, 2]");
-        file.close();
+        writeRaw("[1, 2]");
         QVERIFY(!manager.loadChannelSettings(m_channel));
         QCOMPARE(readFile(m_file), QByteArray("[1, 2]"));
     }

@@ -162,10 +162,7 @@ private slots:
         const QJsonObject rollback { { "item", feedRecord("ide", "1.0") }, { "action", "rollback" },
             { "timestamp", T0.toString(Qt::ISODateWithMs) } };
         const QJsonObject inconsistent { { "history", QJsonArray { a, rollback, b } } };
-        QFile file(m_path);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(QJsonDocument(inconsistent).toJson());
-        file.close();
+        m_home->writeFile("apps/ide/stable/.history.json", QJsonDocument(inconsistent).toJson());
         const auto loaded = LocalApplicationsHistory::fromFile(m_path);
         QVERIFY(loaded.getItems().isEmpty());
         QVERIFY(loaded.getHistory().isEmpty());
@@ -175,10 +172,7 @@ private slots:
 
     void unreadableHistoryFileBecomesAnEmptyObject()
     {
-        QFile file(m_path);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write("{\"history\": [");
-        file.close();
+        m_home->writeFile("apps/ide/stable/.history.json", "{\"history\": [");
         const auto history = LocalApplicationsHistory::fromFile(m_path);
         QVERIFY(history.getHistory().isEmpty());
         QCOMPARE(readFile(m_path).trimmed(), QByteArray("{\n}"));

@@ -86,17 +86,10 @@ private slots:
             Option<QString>("https://h/a/b"));
     }
 
-    void realRepositoriesGiveTheirOrigin_data()
+    void realRepositoryGivesItsOriginOnce()
     {
-        QTest::addColumn<QString>("remote");
-        QTest::newRow("https") << "https://github.com/owner/project.git";
-        QTest::newRow("scp-like") << "git@github.com:owner/project";
-        QTest::newRow("ssh with port") << "ssh://git@example.org:2222/group/project.git";
-    }
-
-    void realRepositoriesGiveTheirOrigin()
-    {
-        QFETCH(QString, remote);
+        // The remote format itself is covered by the config parser above; this is git's own file.
+        const QString remote = "ssh://git@example.org:2222/group/project.git";
         QTemporaryDir dir;
         const QString path = makeProject(dir.path() + "/project");
         QCOMPARE(run("git", { "init", "-q", path }), 0);
@@ -104,9 +97,8 @@ private slots:
         QCOMPARE(run("git", { "remote", "add", "origin", remote }, path), 0);
         Project project(path);
         addExistingGitVcs(project);
-        QCOMPARE(project.getVcsInfos(), QList<VcsInfo> { VcsInfo(VcsType::Git, remote) });
         addExistingGitVcs(project);
-        QCOMPARE(project.getVcsInfos().size(), 1);
+        QCOMPARE(project.getVcsInfos(), QList<VcsInfo> { VcsInfo(VcsType::Git, remote) });
     }
 
     void repositoryWithoutOriginOrGitFolderGivesNothing()

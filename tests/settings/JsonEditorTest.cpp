@@ -94,18 +94,15 @@ private slots:
         QCOMPARE(JsonEditor::loadJsonFile(missing).error(), "Unable to open file: " + missing);
 
         const QString broken = dir.filePath("broken.json");
-        QFile file(broken);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write("{\"a\": ");
-        file.close();
+        QVERIFY(JsonEditor::saveJsonFile(broken, {}).isSuccessful());
+        QVERIFY(QFile::resize(broken, 2)); // an object cut short: "{\n"
         const Result<QJsonObject> parsed = JsonEditor::loadJsonFile(broken);
         QVERIFY(parsed.error().startsWith("Unable to parse json in '" + broken + "': "));
         QVERIFY(parsed.error().size() > QString("Unable to parse json in '" + broken + "': ").size());
 
         const QString array = dir.filePath("array.json");
         QFile arrayFile(array);
-        QVERIFY(arrayFile.open(QIODevice::WriteOnly));
-        arrayFile.write("[{\"a\": 1}]");
+        QVERIFY(arrayFile.open(QIODevice::WriteOnly) && arrayFile.write("[{\"a\": 1}]") > 0);
         arrayFile.close();
         QCOMPARE(JsonEditor::loadJsonFile(array).error(),
             "Unable to parse json in '" + array + "': root element must be an object");
