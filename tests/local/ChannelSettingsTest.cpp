@@ -170,7 +170,6 @@ private slots:
     {
         writeSettings({ { "filter", QJsonObject { { "application_type", "ide" } } } });
         ChannelSettingsManager manager;
-        LogCapture quiet;
         const int perThread = 25;
         std::atomic<int> failures { 0 };
         auto worker = [&](const QString &prefix) {

@@ -165,7 +165,6 @@ private slots:
         TempHome &home = w.home;
         LocalApplicationsFeed &feed = w.feed;
         LocalApplications &apps = w.apps;
-        LogCapture quiet;
         for (int c = 0; c < 10; ++c) {
             writeBuild(home.path(), "ide", "ch" + QString::number(c), "1.0");
             writeBuild(home.path(), "ide", "ch" + QString::number(c), "2.0");
