@@ -1,7 +1,10 @@
 #include "net/DownloadAccessManagerHolder.h"
 #include "net/DownloadSession.h"
 #include "settings/SettingsManager.h"
+#include "support/FeedBuilder.h"
+#include "support/LogCapture.h"
 #include "support/NginxServer.h"
+#include "support/OnWorker.h"
 #include "support/ProxyServer.h"
 #include "support/TempHome.h"
 
@@ -13,31 +16,11 @@
 #include <QtTest>
 #include <memory>
 
-namespace {
-template <typename F> auto onWorker(F work) -> decltype(work())
-{
-    Option<decltype(work())> result;
-    std::unique_ptr<QThread> thread(QThread::create([&] { result = work(); }));
-    thread->start();
-    while (!thread->wait(5))
-        QCoreApplication::processEvents();
-    return *result;
-}
-
-QStringList g_log;
-QtMessageHandler g_previousHandler = nullptr;
-void captureLog(QtMsgType type, const QMessageLogContext &context, const QString &message)
-{
-    g_log << message;
-    if (g_previousHandler)
-        g_previousHandler(type, context, message);
-}
-} // namespace
-
 class ProxyTest : public QObject
 {
     Q_OBJECT
 
+    std::unique_ptr<LogCapture> m_log;
     std::unique_ptr<TempHome> m_home;
     std::unique_ptr<SettingsManager> m_settings;
     QTemporaryDir m_served;
@@ -64,30 +47,27 @@ class ProxyTest : public QObject
 private slots:
     void initTestCase()
     {
-        g_previousHandler = qInstallMessageHandler(captureLog);
+        m_log = std::make_unique<LogCapture>();
         m_home = std::make_unique<TempHome>();
         SettingsManagerOptions options;
         options.passwordStore = ProxyPasswordStore::MemoryOnly;
         m_settings
             = std::make_unique<SettingsManager>(m_home->appDataDir() + "/.settings.json", nullptr, options);
         m_payload = QByteArray(256 * 1024, 'p');
-        QFile f(m_served.filePath("payload.bin"));
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write(m_payload);
-        f.close();
+        QVERIFY(FeedBuilder::writeFile(m_served.filePath("payload.bin"), m_payload));
         m_nginx = std::make_unique<NginxServer>(m_served.path());
         QVERIFY2(m_nginx->start(), qPrintable(m_nginx->errorString()));
         m_proxy = std::make_unique<ProxyServer>("hangar", "s3cret");
         QVERIFY2(m_proxy->start(), qPrintable(m_proxy->errorString()));
     }
 
-    void cleanupTestCase() { qInstallMessageHandler(g_previousHandler); }
+    void cleanupTestCase() { m_log.reset(); }
 
     void goodCredentialsDownloadThroughTheProxy()
     {
         configure("hangar", "s3cret");
         QCOMPARE(m_settings->getProxyPassword(), QString("s3cret"));
-        QVERIFY(!QFile(m_settings->path()).open(QIODevice::ReadOnly) ? false : true);
+        QVERIFY(QFile(m_settings->path()).open(QIODevice::ReadOnly));
         DownloadSession session(m_settings.get());
         QBuffer buffer;
         const DownloadResult r = fetch(session, buffer);
@@ -95,7 +75,7 @@ private slots:
         QCOMPARE(buffer.data(), m_payload);
         QVERIFY2(m_proxy->forwardedRequests() >= 1, qPrintable(m_proxy->log()));
         QVERIFY(m_nginx->accessLog().contains("/payload.bin 200"));
-        QVERIFY(!g_log.filter("Using username hangar for proxy authentication").isEmpty());
+        QVERIFY(m_log->contains("Using username hangar for proxy authentication"));
         // The password never reaches the settings file.
         QFile file(m_settings->path());
         QVERIFY(file.open(QIODevice::ReadOnly));
@@ -107,7 +87,7 @@ private slots:
         configure("hangar", "wrong");
         DownloadSession session(m_settings.get());
         QSignalSpy asked(m_settings.get(), &SettingsManager::proxyCredentialsRequired);
-        g_log.clear();
+        m_log->clear();
         int requests = 0;
         while (!m_settings->getProxyPassword().isEmpty() && requests < 10) {
             QBuffer buffer;
@@ -117,8 +97,8 @@ private slots:
             ++requests;
         }
         QVERIFY(m_settings->getProxyPassword().isEmpty());
-        QCOMPARE(g_log.filter("Using username hangar for proxy authentication").size(), 4);
-        QCOMPARE(g_log.filter("Exceed proxy authentication attempts limit").size(), 1);
+        QCOMPARE(m_log->count("Using username hangar for proxy authentication"), 4);
+        QCOMPARE(m_log->count("Exceed proxy authentication attempts limit"), 1);
         QTRY_VERIFY(asked.count() >= 1);
         QCOMPARE(asked.first().at(0).toString(), QString("127.0.0.1:%1").arg(m_proxy->port()));
         QCOMPARE(session.accessManagerHolder()->proxyAuthenticationAttempts(), 0);
@@ -130,14 +110,14 @@ private slots:
         DownloadSession session(m_settings.get());
         QSignalSpy asked(m_settings.get(), &SettingsManager::proxyCredentialsRequired);
         QSignalSpy sessionAsked(&session, &DownloadSession::proxyCredentialsRequired);
-        g_log.clear();
+        m_log->clear();
         QBuffer buffer;
         const DownloadResult r = fetch(session, buffer);
         QVERIFY(r.isError());
-        QVERIFY(!g_log.filter("Proxy authentication required, but no credentials provided").isEmpty());
+        QVERIFY(m_log->contains("Proxy authentication required, but no credentials provided"));
         QTRY_VERIFY(asked.count() >= 1);
         QVERIFY(sessionAsked.count() >= 1);
-        QVERIFY(g_log.filter("Using username").isEmpty());
+        QVERIFY(!m_log->contains("Using username"));
     }
 };
 

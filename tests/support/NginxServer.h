@@ -1,9 +1,9 @@
 #pragma once
 
-#include <QProcess>
+#include "support/LoopbackProcess.h"
+
 #include <QString>
 #include <QStringList>
-#include <QTemporaryDir>
 #include <QUrl>
 
 // nginx on a free 127.0.0.1 port serving `rootDir` as static files, with real Last-Modified, ETag
@@ -21,10 +21,10 @@ public:
 
     // Starts nginx and waits until it accepts connections. False (with errorString()) on failure.
     bool start();
-    void stop();
-    bool isRunning() const;
+    void stop() { m_server.stop(); }
+    bool isRunning() const { return m_server.isRunning(); }
 
-    quint16 port() const { return m_port; }
+    quint16 port() const { return m_server.port(); }
     QString rootDir() const { return m_rootDir; }
     // "http://127.0.0.1:<port>" + path (path starts with '/').
     QUrl url(const QString &path) const;
@@ -32,16 +32,13 @@ public:
     QString accessLog() const;
     QStringList accessLogLines() const;
     QString errorLog() const;
-    QString errorString() const { return m_error; }
+    QString errorString() const { return m_server.errorString(); }
 
     // Extra text placed inside the server block (e.g. "location /x { return 500; }").
     void setExtraServerConfig(const QString &config) { m_extra = config; }
 
 private:
     QString m_rootDir;
-    QTemporaryDir m_dir;
-    QProcess m_process;
-    quint16 m_port = 0;
-    QString m_error;
     QString m_extra;
+    LoopbackProcess m_server;
 };

@@ -1,9 +1,8 @@
 #pragma once
 
-#include <QProcess>
+#include "support/LoopbackProcess.h"
+
 #include <QString>
-#include <QStringList>
-#include <QTemporaryDir>
 
 // A real HTTP proxy (tinyproxy) on a free 127.0.0.1 port demanding basic authentication with the
 // given user name and password, run in the foreground with its configuration and log in a
@@ -15,11 +14,11 @@ public:
     ~ProxyServer();
 
     bool start();
-    void stop();
-    quint16 port() const { return m_port; }
+    void stop() { m_server.stop(); }
+    quint16 port() const { return m_server.port(); }
     QString host() const { return QStringLiteral("127.0.0.1"); }
     QString log() const;
-    QString errorString() const { return m_error; }
+    QString errorString() const { return m_server.errorString(); }
     // Requests that the proxy refused for missing or wrong credentials (407 answers): those it
     // logged but did not forward.
     int authenticationFailures() const;
@@ -29,8 +28,5 @@ public:
 private:
     QString m_user;
     QString m_password;
-    QTemporaryDir m_dir;
-    QProcess m_process;
-    quint16 m_port = 0;
-    QString m_error;
+    LoopbackProcess m_server;
 };
