@@ -13,10 +13,12 @@
 // BENCH download_cut_identical               1 when the resumed file equals the source
 // The real schedule adds its pause (500 ms after a resumption that made progress) to each resumption.
 
+#include "BenchSupport.h"
 #include "net/DownloadSession.h"
 #include "settings/SettingsManager.h"
 #include "support/FaultServer.h"
 #include "support/NginxServer.h"
+#include "support/OnWorker.h"
 #include "support/TempHome.h"
 
 #include <QCoreApplication>
@@ -28,24 +30,11 @@
 #include <QTemporaryDir>
 #include <QThread>
 #include <atomic>
-#include <cstdio>
 #include <memory>
 
 namespace {
 constexpr qint64 kMiB = 1024 * 1024;
 constexpr qint64 kSize = 1024 * kMiB;
-
-void quiet(QtMsgType type, const QMessageLogContext &, const QString &message)
-{
-    if (type >= QtCriticalMsg)
-        fprintf(stderr, "%s\n", qPrintable(message));
-}
-
-void bench(const char *name, double value, const char *unit)
-{
-    printf("BENCH %s %.3f %s\n", name, value, unit);
-    fflush(stdout);
-}
 
 qint64 rssKiB()
 {
@@ -74,22 +63,13 @@ bool makeSource(const QString &path)
     }
     return f.flush();
 }
-
-template <typename F> auto onWorker(F work) -> decltype(work())
-{
-    Option<decltype(work())> result;
-    std::unique_ptr<QThread> thread(QThread::create([&] { result = work(); }));
-    thread->start();
-    while (!thread->wait(5))
-        QCoreApplication::processEvents();
-    return *result;
-}
 } // namespace
 
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
-    qInstallMessageHandler(quiet);
+    // Only errors: every request and resumption logs a line.
+    logOnlyProblems(QtCriticalMsg);
     TempHome home;
     SettingsManagerOptions options;
     options.passwordStore = ProxyPasswordStore::MemoryOnly;
@@ -164,10 +144,10 @@ int main(int argc, char **argv)
         QFile::remove(ourOut);
     }
     if (rounds > 0) {
-        bench("download_curl_mib_s", bestCurl, "MiB/s");
-        bench("download_getfile_mib_s", bestOurs, "MiB/s");
-        bench("download_throughput_ratio_to_curl", bestOurs / bestCurl, "ratio");
-        bench("download_peak_rss_growth_mib", peakGrowthKiB / 1024.0, "MiB");
+        report("download_curl_mib_s", bestCurl, "MiB/s");
+        report("download_getfile_mib_s", bestOurs, "MiB/s");
+        report("download_throughput_ratio_to_curl", bestOurs / bestCurl, "ratio");
+        report("download_peak_rss_growth_mib", peakGrowthKiB / 1024.0, "MiB");
     }
 
     // Resumption: the same file from the fault server, first whole, then cut every 100 MiB.
@@ -224,12 +204,12 @@ int main(int argc, char **argv)
         if (a.isEmpty())
             break;
     }
-    bench("download_uncut_fault_server_ms", uncutMs, "ms");
-    bench("download_cut_every_100mib_ms", cutMs, "ms");
-    bench("download_cut_resumes", resumes, "count");
-    bench("download_cut_server_responses", responses, "count");
-    bench("download_resume_cost_ms", resumes ? (cutMs - uncutMs) / resumes : 0, "ms");
-    bench("download_cut_identical", identical ? 1 : 0, "bool");
+    report("download_uncut_fault_server_ms", uncutMs, "ms");
+    report("download_cut_every_100mib_ms", cutMs, "ms");
+    report("download_cut_resumes", resumes, "count");
+    report("download_cut_server_responses", responses, "count");
+    report("download_resume_cost_ms", resumes ? (cutMs - uncutMs) / resumes : 0, "ms");
+    report("download_cut_identical", identical ? 1 : 0, "bool");
     result.close();
     QFile::remove(ourOut);
     QFile::remove(source);

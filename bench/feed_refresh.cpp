@@ -1,6 +1,7 @@
 // A refresh of four feeds (a root including three others, 1,000 entries each)
 // served by nginx: the first, full update against refreshes where every feed
 // answers not-modified, which must download and parse nothing.
+#include "BenchSupport.h"
 #include "feed/RemoteApplications.h"
 #include "feed/SignatureManager.h"
 #include "support/FeedBuilder.h"
@@ -8,11 +9,9 @@
 
 #include <QCoreApplication>
 #include <QDateTime>
-#include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QTemporaryDir>
 #include <atomic>
-#include <cstdio>
 #include <future>
 #include <memory>
 
@@ -24,11 +23,6 @@ void countParses(QtMsgType, const QMessageLogContext &, const QString &message)
 {
     if (message.startsWith(QLatin1String("Parsed feed from ")))
         ++parses;
-}
-
-void bench(const char *name, double value, const char *unit)
-{
-    std::printf("BENCH %s %.3f %s\n", name, value, unit);
 }
 
 } // namespace
@@ -77,12 +71,11 @@ int main(int argc, char *argv[])
     qInstallMessageHandler(countParses);
 
     auto timedUpdate = [&remote](bool *changed) {
-        QElapsedTimer timer;
-        timer.start();
-        const Result<bool> result
-            = std::async(std::launch::async, [&] { return remote.updateRemoteFeed(false); }).get();
-        *changed = result && *result;
-        return timer.nsecsElapsed() / 1e6;
+        return elapsedMs([&] {
+            const Result<bool> result
+                = std::async(std::launch::async, [&] { return remote.updateRemoteFeed(false); }).get();
+            *changed = result && *result;
+        });
     };
     bool changed = false;
     const double full = timedUpdate(&changed);
@@ -100,13 +93,13 @@ int main(int argc, char *argv[])
         if (line.contains(" 304 "))
             ++notModifiedAnswers;
 
-    bench("feed_refresh_items", remote.getRemoteFeed().size(), "count");
-    bench("feed_refresh_full", full, "ms");
-    bench("feed_refresh_full_parses", fullParses, "count");
-    bench("feed_refresh_not_modified", notModified, "ms");
-    bench("feed_refresh_not_modified_parses", parses.load(), "count");
-    bench("feed_refresh_not_modified_answers", notModifiedAnswers, "count");
-    bench("feed_refresh_not_modified_changed", anyChange ? 1 : 0, "bool");
-    bench("feed_refresh_full_vs_not_modified", full / notModified, "x");
+    report("feed_refresh_items", remote.getRemoteFeed().size(), "count");
+    report("feed_refresh_full", full, "ms");
+    report("feed_refresh_full_parses", fullParses, "count");
+    report("feed_refresh_not_modified", notModified, "ms");
+    report("feed_refresh_not_modified_parses", parses.load(), "count");
+    report("feed_refresh_not_modified_answers", notModifiedAnswers, "count");
+    report("feed_refresh_not_modified_changed", anyChange ? 1 : 0, "bool");
+    report("feed_refresh_full_vs_not_modified", full / notModified, "x");
     return 0;
 }

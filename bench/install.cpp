@@ -3,6 +3,7 @@
 // the same work: `curl -o f && sha256sum f && tar -xzf f -C d`, measured in the same run.
 // Prints BENCH lines; the figures that matter are the ratios.
 
+#include "BenchSupport.h"
 #include "feed/records/RemoteFeedItem.h"
 #include "install/ApplicationInstallerAction.h"
 #include "net/DownloadSession.h"
@@ -18,8 +19,6 @@
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QThread>
-#include <algorithm>
-#include <cstdio>
 
 namespace {
 
@@ -32,12 +31,6 @@ bool sh(const QString &script)
     p.waitForFinished(-1);
     p.readAllStandardOutput();
     return p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0;
-}
-
-void bench(const char *name, double value, const char *unit)
-{
-    std::printf("BENCH %s %.3f %s\n", name, value, unit);
-    std::fflush(stdout);
 }
 
 } // namespace
@@ -152,14 +145,14 @@ int main(int argc, char **argv)
     bestReread = reread;
     rereadVerification = verificationNs;
 
-    bench("install_package_mib", double(size) / (1024.0 * 1024.0), "MiB");
-    bench("install_shell_baseline", double(bestShell) / 1e6, "ms");
-    bench("install_end_to_end", double(bestOurs) / 1e6, "ms");
-    bench("install_vs_shell_ratio", double(bestOurs) / double(bestShell), "x");
-    bench("install_verification", double(bestVerification) / 1e6, "ms");
-    bench("install_verification_share", 100.0 * double(bestVerification) / double(bestOurs), "%");
-    bench("install_reread_end_to_end", double(bestReread) / 1e6, "ms");
-    bench("install_reread_verification", double(rereadVerification) / 1e6, "ms");
-    bench("install_reread_vs_shell_ratio", double(bestReread) / double(bestShell), "x");
+    report("install_package_mib", double(size) / (1024.0 * 1024.0), "MiB");
+    report("install_shell_baseline", double(bestShell) / 1e6, "ms");
+    report("install_end_to_end", double(bestOurs) / 1e6, "ms");
+    report("install_vs_shell_ratio", double(bestOurs) / double(bestShell), "x");
+    report("install_verification", double(bestVerification) / 1e6, "ms");
+    report("install_verification_share", 100.0 * double(bestVerification) / double(bestOurs), "%");
+    report("install_reread_end_to_end", double(bestReread) / 1e6, "ms");
+    report("install_reread_verification", double(rereadVerification) / 1e6, "ms");
+    report("install_reread_vs_shell_ratio", double(bestReread) / double(bestShell), "x");
     return 0;
 }

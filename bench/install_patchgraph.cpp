@@ -2,6 +2,7 @@
 // patches and one long jump per tool), one installed build per tool. Prints the
 // construction time and the time of `select` for every build.
 
+#include "BenchSupport.h"
 #include "feed/records/RemoteFeedItem.h"
 #include "feed/records/RemotePatchItem.h"
 #include "install/ApplicationPackagePatchesGraph.h"
@@ -14,26 +15,8 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTemporaryDir>
-#include <algorithm>
-#include <cstdio>
-#include <ctime>
-#include <vector>
 
 namespace {
-
-void bench(const char *name, double value, const char *unit)
-{
-    std::printf("BENCH %s %.3f %s\n", name, value, unit);
-    std::fflush(stdout);
-}
-
-// CPU time of this thread: on a loaded machine wall time mostly measures the neighbours.
-double cpuMs()
-{
-    timespec ts;
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
-    return ts.tv_sec * 1e3 + ts.tv_nsec / 1e6;
-}
 
 QString build(int i)
 {
@@ -80,36 +63,35 @@ int main(int argc, char **argv)
         patch(1, builds / 2, 300000000);
     }
 
-    // Several runs: the first pays for warming caches.
-    std::vector<double> construction, constructionCpu;
+    // Several runs: the first pays for warming caches. CPU time of this thread too: on a loaded
+    // machine wall time mostly measures the neighbours.
+    Samples construction, constructionCpu;
     ApplicationPackagePatchesGraph graph;
     for (int run = 0; run < 9; ++run) {
         QElapsedTimer t;
         t.start();
-        const double cpu = cpuMs();
+        const double cpu = threadCpuMs();
         graph = ApplicationPackagePatchesGraph(local, patches);
-        constructionCpu.push_back(cpuMs() - cpu);
-        construction.push_back(double(t.nsecsElapsed()) / 1e6);
+        constructionCpu.add(threadCpuMs() - cpu);
+        construction.add(double(t.nsecsElapsed()) / 1e6);
     }
-    std::sort(construction.begin(), construction.end());
-    std::sort(constructionCpu.begin(), constructionCpu.end());
 
     int withPatches = 0;
     QElapsedTimer t;
     t.start();
-    const double selectCpu = cpuMs();
+    const double selectCpu = threadCpuMs();
     for (const RemoteFeedItem &target : qAsConst(targets))
         withPatches += graph.select(target).hasPatches() ? 1 : 0;
     const double selectMs = double(t.nsecsElapsed()) / 1e6;
-    const double selectCpuMs = cpuMs() - selectCpu;
+    const double selectCpuMs = threadCpuMs() - selectCpu;
 
-    bench("patchgraph_patches", patches.size(), "patches");
-    bench("patchgraph_construction_median", construction[construction.size() / 2], "ms");
-    bench("patchgraph_construction_min", construction.front(), "ms");
-    bench("patchgraph_construction_cpu_median", constructionCpu[constructionCpu.size() / 2], "ms");
-    bench("patchgraph_select_all_builds", selectMs, "ms");
-    bench("patchgraph_select_all_builds_cpu", selectCpuMs, "ms");
-    bench("patchgraph_select_per_build", selectMs * 1000.0 / targets.size(), "us");
-    bench("patchgraph_builds_with_chain", withPatches, "builds");
+    report("patchgraph_patches", patches.size(), "patches");
+    report("patchgraph_construction_median", construction.median(), "ms");
+    report("patchgraph_construction_min", construction.best(), "ms");
+    report("patchgraph_construction_cpu_median", constructionCpu.median(), "ms");
+    report("patchgraph_select_all_builds", selectMs, "ms");
+    report("patchgraph_select_all_builds_cpu", selectCpuMs, "ms");
+    report("patchgraph_select_per_build", selectMs * 1000.0 / targets.size(), "us");
+    report("patchgraph_builds_with_chain", withPatches, "builds");
     return 0;
 }

@@ -11,6 +11,7 @@
 // BENCH local_scan_marker_opens       files opened under the root that are markers (strace)
 // BENCH local_scan_other_file_opens   files opened under the root that are not markers (0 expected)
 
+#include "BenchSupport.h"
 #include "local/LocalApplicationsFeedLoader.h"
 
 #include <QCoreApplication>
@@ -23,11 +24,6 @@
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTemporaryDir>
-#include <QTextStream>
-#include <algorithm>
-#include <cstdio>
-#include <ctime>
-#include <vector>
 
 namespace {
 
@@ -35,14 +31,6 @@ constexpr int Types = 20;
 constexpr int ChannelsPerType = 10;
 constexpr int BuildsPerChannel = 3;
 constexpr int Rounds = 25;
-
-void quiet(QtMsgType, const QMessageLogContext &, const QString &) { }
-
-void bench(const char *name, double value, const char *unit)
-{
-    std::printf("BENCH %s %.3f %s\n", name, value, unit);
-    std::fflush(stdout);
-}
 
 void makeRoot(const QString &root)
 {
@@ -100,21 +88,6 @@ int bareWalk(const QString &root)
     return builds;
 }
 
-// CPU time of this process: on a shared machine wall time also counts the
-// time other processes held the cores.
-double cpuMs()
-{
-    timespec ts {};
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
-    return ts.tv_sec * 1e3 + ts.tv_nsec / 1e6;
-}
-
-double median(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
-}
-
 // Runs one scan in a child process under strace and sorts the files it opened below the root.
 void countOpens(const QString &root)
 {
@@ -154,9 +127,9 @@ void countOpens(const QString &root)
                 examples << QString::fromLocal8Bit(line);
         }
     }
-    bench("local_scan_marker_opens", markers, "files");
-    bench("local_scan_folder_opens", folders, "folders");
-    bench("local_scan_other_file_opens", others, "files");
+    report("local_scan_marker_opens", markers, "files");
+    report("local_scan_folder_opens", folders, "folders");
+    report("local_scan_other_file_opens", others, "files");
     for (const QString &example : examples)
         std::printf("# unexpected open: %s\n", qPrintable(example));
 }
@@ -167,7 +140,7 @@ int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
     // Measure the scan, not the log sink: the scan logs one line per build.
-    qInstallMessageHandler(quiet);
+    silenceLog();
 
     // For profilers: scan a prepared root N times and nothing else.
     if (argc == 4 && QByteArray(argv[1]) == "--scan-loop") {
@@ -198,30 +171,32 @@ int main(int argc, char **argv)
     std::vector<double> scanCpu;
     std::vector<double> walks;
     std::vector<double> walkCpu;
+    // CPU time of this process too: on a shared machine wall time also counts the time other
+    // processes held the cores.
     for (int i = 0; i < Rounds; ++i) {
-        const double cpuStart = cpuMs();
+        const double cpuStart = processCpuMs();
         timer.restart();
         const auto scanned = loader.start();
         scans.push_back(timer.nsecsElapsed() / 1e6);
-        scanCpu.push_back(cpuMs() - cpuStart);
+        scanCpu.push_back(processCpuMs() - cpuStart);
         found = scanned->size();
-        const double walkStart = cpuMs();
+        const double walkStart = processCpuMs();
         timer.restart();
         const int walked = bareWalk(root);
         walks.push_back(timer.nsecsElapsed() / 1e6);
-        walkCpu.push_back(cpuMs() - walkStart);
+        walkCpu.push_back(processCpuMs() - walkStart);
         if (walked != Types * ChannelsPerType * BuildsPerChannel)
             std::printf("# walk found %d builds\n", walked);
     }
     const double scan = median(scans);
     const double walk = median(walks);
-    bench("local_scan_items", found, "builds");
-    bench("local_scan_warm_ms", scan, "ms");
-    bench("local_scan_warm_cpu_ms", median(scanCpu), "ms");
-    bench("local_scan_baseline_walk_ms", walk, "ms");
-    bench("local_scan_baseline_walk_cpu_ms", median(walkCpu), "ms");
-    bench("local_scan_ratio_to_walk", scan / walk, "x");
-    bench("local_scan_cpu_ratio_to_walk", median(scanCpu) / median(walkCpu), "x");
+    report("local_scan_items", found, "builds");
+    report("local_scan_warm_ms", scan, "ms");
+    report("local_scan_warm_cpu_ms", median(scanCpu), "ms");
+    report("local_scan_baseline_walk_ms", walk, "ms");
+    report("local_scan_baseline_walk_cpu_ms", median(walkCpu), "ms");
+    report("local_scan_ratio_to_walk", scan / walk, "x");
+    report("local_scan_cpu_ratio_to_walk", median(scanCpu) / median(walkCpu), "x");
     std::printf("# target: warm scan under 50 ms -> %s\n", scan < 50 ? "met" : "MISSED");
     countOpens(root);
     return 0;

@@ -4,36 +4,12 @@
 // check add on top of the unavoidable file traffic.
 #include "base/Logging.h"
 
+#include "BenchSupport.h"
+
 #include <QCoreApplication>
-#include <QElapsedTimer>
 #include <QTemporaryDir>
-#include <algorithm>
-#include <cstdio>
 #include <fcntl.h>
-#include <functional>
 #include <unistd.h>
-
-namespace {
-
-double bestOf(int runs, const std::function<void()> &work)
-{
-    double best = 1e300;
-    for (int i = 0; i < runs; ++i) {
-        QElapsedTimer timer;
-        timer.start();
-        work();
-        best = std::min(best, timer.nsecsElapsed() / 1e6);
-    }
-    return best;
-}
-
-void report(const char *name, double value, const char *unit)
-{
-    std::printf("BENCH %s %.3f %s\n", name, value, unit);
-    std::fflush(stdout);
-}
-
-} // namespace
 
 int main(int argc, char **argv)
 {

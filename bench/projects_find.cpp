@@ -4,6 +4,7 @@
 // per-tool cache answers, one whole manager update (search, merge, Git origins, filters), and the
 // baseline: reading the same 20 recent-projects files with QFile alone. Log output is swallowed so
 // that the terminal does not time itself.
+#include "BenchSupport.h"
 #include "projects/LatheProjectSource.h"
 #include "projects/ProjectCache.h"
 #include "projects/ProjectsManager.h"
@@ -11,14 +12,9 @@
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QSaveFile>
-#include <QTextStream>
-#include <algorithm>
-#include <cstdio>
-#include <functional>
 
 namespace {
 
@@ -26,8 +22,6 @@ constexpr int kTools = 20;
 constexpr int kProjectsPerTool = 50;
 constexpr int kRounds = 15;
 const QString kRecentFile = QStringLiteral("recentProjects.xml");
-
-void quiet(QtMsgType, const QMessageLogContext &, const QString &) { }
 
 void writeFile(const QString &path, const QByteArray &content)
 {
@@ -63,24 +57,6 @@ QByteArray recentProjectsXml(int tool)
     return xml;
 }
 
-double medianMs(const std::function<void()> &work)
-{
-    QVector<double> samples;
-    for (int i = 0; i < kRounds; ++i) {
-        QElapsedTimer timer;
-        timer.start();
-        work();
-        samples << timer.nsecsElapsed() / 1e6;
-    }
-    std::sort(samples.begin(), samples.end());
-    return samples.at(samples.size() / 2);
-}
-
-void bench(const char *name, double value, const char *unit)
-{
-    std::printf("BENCH %s %.3f %s\n", name, value, unit);
-}
-
 } // namespace
 
 int main(int argc, char **argv)
@@ -112,10 +88,10 @@ int main(int argc, char **argv)
         };
         tools << tool;
     }
-    qInstallMessageHandler(quiet);
+    silenceLog();
 
     qint64 bytes = 0;
-    const double baseline = medianMs([&] {
+    const double baseline = medianOf(kRounds, [&] {
         bytes = 0;
         for (const QString &file : qAsConst(files)) {
             QFile f(file);
@@ -131,7 +107,7 @@ int main(int argc, char **argv)
             projectDirs << QStringLiteral("%1/work/t%2/p%3").arg(home.path()).arg(t).arg(p);
     }
     int existing = 0;
-    const double baselineWithStat = medianMs([&] {
+    const double baselineWithStat = medianOf(kRounds, [&] {
         existing = 0;
         for (const QString &file : qAsConst(files)) {
             QFile f(file);
@@ -145,16 +121,18 @@ int main(int argc, char **argv)
     LatheProjectSource uncached(nullptr);
     uncached.setTools(tools);
     int found = 0;
-    const double cold = medianMs([&] { found = uncached.findProjects(ProjectsUpdateReason::Forced).size(); });
+    const double cold
+        = medianOf(kRounds, [&] { found = uncached.findProjects(ProjectsUpdateReason::Forced).size(); });
 
     ProjectCache cache;
     LatheProjectSource cached(&cache);
     cached.setTools(tools);
     cached.findProjects(ProjectsUpdateReason::Startup);
-    const double warm = medianMs([&] { cached.findProjects(ProjectsUpdateReason::ModelChanged); });
+    const double warm = medianOf(kRounds, [&] { cached.findProjects(ProjectsUpdateReason::ModelChanged); });
 
     ProjectsManager manager({ &cached }, nullptr, nullptr, nullptr);
-    const double update = medianMs([&] { manager.updateProjectsNow(ProjectsUpdateReason::ModelChanged); });
+    const double update
+        = medianOf(kRounds, [&] { manager.updateProjectsNow(ProjectsUpdateReason::ModelChanged); });
 
     if (found != kTools * kProjectsPerTool || manager.getProjects().size() != kTools * kProjectsPerTool) {
         std::fprintf(stderr, "expected %d projects, found %d (manager %d)\n", kTools * kProjectsPerTool,
@@ -163,14 +141,14 @@ int main(int argc, char **argv)
     }
     std::printf("# %d tools x %d projects, %lld bytes of recent-projects files, median of %d rounds\n",
         kTools, kProjectsPerTool, static_cast<long long>(bytes), kRounds);
-    bench("projects_find_baseline_qfile_read", baseline, "ms");
-    bench("projects_find_baseline_qfile_read_and_canonical_paths", baselineWithStat, "ms");
-    bench("projects_find_cold", cold, "ms");
-    bench("projects_find_cached", warm, "ms");
-    bench("projects_manager_update_cached", update, "ms");
-    bench("projects_find_cold_vs_qfile_read", cold / baseline, "x");
-    bench("projects_find_cached_vs_qfile_read", warm / baseline, "x");
-    bench("projects_find_cold_vs_read_and_canonical_paths", cold / baselineWithStat, "x");
-    bench("projects_find_cold_per_project", cold * 1000.0 / found, "us");
+    report("projects_find_baseline_qfile_read", baseline, "ms");
+    report("projects_find_baseline_qfile_read_and_canonical_paths", baselineWithStat, "ms");
+    report("projects_find_cold", cold, "ms");
+    report("projects_find_cached", warm, "ms");
+    report("projects_manager_update_cached", update, "ms");
+    report("projects_find_cold_vs_qfile_read", cold / baseline, "x");
+    report("projects_find_cached_vs_qfile_read", warm / baseline, "x");
+    report("projects_find_cold_vs_read_and_canonical_paths", cold / baselineWithStat, "x");
+    report("projects_find_cold_per_project", cold * 1000.0 / found, "us");
     return 0;
 }

@@ -1,43 +1,18 @@
 // Cost of a settings change: an effective change (copy, compare, atomic save with
 // flush to disk, signal) against an edit that changes nothing (copy and compare
 // only), and against a bare QSaveFile write of the same document as the baseline.
+#include "BenchSupport.h"
 #include "settings/SettingsManager.h"
 #include "support/TempHome.h"
 
 #include <QCoreApplication>
-#include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QSaveFile>
-#include <algorithm>
-#include <cstdio>
-#include <functional>
-
-namespace {
-
-double bestOf(int runs, const std::function<void()> &work)
-{
-    double best = 1e300;
-    for (int i = 0; i < runs; ++i) {
-        QElapsedTimer timer;
-        timer.start();
-        work();
-        best = std::min(best, timer.nsecsElapsed() / 1e6);
-    }
-    return best;
-}
-
-void report(const char *name, double value, const char *unit)
-{
-    std::printf("BENCH %s %.3f %s\n", name, value, unit);
-    std::fflush(stdout);
-}
-
-} // namespace
 
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
-    qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
+    silenceLog();
     TempHome home;
     SettingsManagerOptions options;
     options.passwordStore = ProxyPasswordStore::MemoryOnly;

@@ -1,39 +1,16 @@
 // Build-number parsing and comparison, and sorting a feed-sized list of items
 // by name and version. Every figure comes with a baseline measured in the same
 // run, because absolute times drift between machines.
+#include "BenchSupport.h"
 #include "feed/records/RemoteFeedItem.h"
 #include "feed/records/Version.h"
 
 #include <QCoreApplication>
-#include <QElapsedTimer>
 #include <QJsonArray>
 #include <QRandomGenerator>
 #include <QStringList>
-#include <algorithm>
-#include <cstdio>
-#include <functional>
-#include <vector>
 
 namespace {
-
-// Best of several runs, in milliseconds: the least disturbed run is the truest.
-double bestOf(int runs, const std::function<void()> &work)
-{
-    double best = 1e300;
-    for (int i = 0; i < runs; ++i) {
-        QElapsedTimer timer;
-        timer.start();
-        work();
-        best = std::min(best, timer.nsecsElapsed() / 1e6);
-    }
-    return best;
-}
-
-void report(const char *name, double value, const char *unit)
-{
-    std::printf("BENCH %s %.3f %s\n", name, value, unit);
-    std::fflush(stdout);
-}
 
 QStringList buildTexts(int count)
 {
