@@ -117,12 +117,6 @@ private slots:
             const QJsonArray sums = item.toJson()["package"].toObject()["checksums"].toArray();
             QCOMPARE(sums.first().toObject()["value"].toString(),
                 QString(QCryptographicHash::hash(data, QCryptographicHash::Sha256).toHex()));
-            if (item.getApplicationType() == "demo-quill") {
-                QVERIFY(item.getLathePlatformData().has_value());
-                QCOMPARE(
-                    item.getLathePlatformData()->getShellScriptName().value_or(QString()), QString("quill"));
-                QVERIFY(!item.getLathePlatformData()->getVmOptionsContent().isEmpty());
-            }
         }
         QCOMPARE(types, (QSet<QString> { "tar.gz", "zip", "app_image" }));
         for (const QString &tool : builds.keys()) {

@@ -53,18 +53,17 @@ private slots:
     void keepExistingLeavesTheCaAlone()
     {
         const QString dir = m_dir.path() + "/keep";
+        const auto ca = [&dir] {
+            QFile file(dir + "/ca.crt");
+            return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+        };
         QCOMPARE(tool({ "make-ca", "--out", dir }).exitCode, 0);
-        QFile ca(dir + "/ca.crt");
-        QVERIFY(ca.open(QIODevice::ReadOnly));
-        const QByteArray before = ca.readAll();
-        ca.close();
+        const QByteArray before = ca();
+        QVERIFY(!before.isEmpty());
         QCOMPARE(tool({ "make-ca", "--keep-existing", "--out", dir }).exitCode, 0);
-        QVERIFY(ca.open(QIODevice::ReadOnly));
-        QCOMPARE(ca.readAll(), before);
-        ca.close();
+        QCOMPARE(ca(), before);
         QCOMPARE(tool({ "make-ca", "--out", dir }).exitCode, 0);
-        QVERIFY(ca.open(QIODevice::ReadOnly));
-        QVERIFY(ca.readAll() != before);
+        QVERIFY(ca() != before);
     }
 
     void signedFeedsVerifyWithOpensslAndRoundTrip()
@@ -77,7 +76,8 @@ private slots:
         const QString path = m_dir.path() + "/rt.signed";
         QVERIFY(FeedBuilder::writeFile(path, signedFeed));
 
-        // An independent verifier, then an independent decompressor.
+        // An independent verifier, given only the CA (the signer's certificate travels
+        // inside), then an independent decompressor.
         QByteArray content, plain;
         QVERIFY2(builder.run("openssl",
                      { "cms", "-verify", "-inform", "DER", "-in", path, "-CAfile", builder.caCertPath(),
@@ -86,13 +86,6 @@ private slots:
             qPrintable(builder.errorString()));
         QVERIFY(builder.run("xz", { "-dc" }, content, &plain));
         QCOMPARE(plain, json);
-
-        // Attached content, SHA-256 and the signer's certificate inside.
-        QByteArray printed;
-        QVERIFY(builder.run(
-            "openssl", { "cms", "-cmsout", "-print", "-inform", "DER", "-in", path }, {}, &printed));
-        QVERIFY(printed.contains("sha256"));
-        QVERIFY(printed.contains("certificates:"));
 
         const Outcome verified = tool({ "verify", "--ca", builder.caCertPath(), path });
         QCOMPARE(verified.exitCode, 0);
