@@ -169,8 +169,6 @@ private slots:
         PackageDigests partial({ "sha-256" });
         partial.update(content.left(10));
         QVERIFY(ApplicationPackageVerifier::verify(entry, m_package, &partial).isSuccessful());
-        partial.reset();
-        QCOMPARE(partial.bytesProcessed(), qint64(0));
     }
 
     void pipelinedDigestsMatchWhateverTheBacklogBound()
@@ -207,15 +205,6 @@ private slots:
         QCOMPARE(kit::readFile(target + "/lib/a.so"), QByteArray("lib"));
         QVERIFY(QFileInfo(target + "/bin/tool").isExecutable());
         QVERIFY(!QFileInfo::exists(target + "/tool-1.0"));
-
-        ApplicationPackageExtractor extractor(RemoteFeedItem(entry), archive, target);
-        QVERIFY(extractor.tarArguments().contains("--strip-components=1"));
-        QVERIFY(extractor.tarArguments().contains("--no-same-owner"));
-        QVERIFY(extractor.tarArguments().contains("--no-same-permissions"));
-        const QJsonObject noStrip = kit::feedEntry("tool", "1.0", "tar.gz", "http://x", archive, 0);
-        for (const QString &argument :
-            ApplicationPackageExtractor(RemoteFeedItem(noStrip), archive, target).tarArguments())
-            QVERIFY(!argument.startsWith("--strip-components"));
     }
 
     void zipIsUnpackedStrippedAndLosesGroupAndWorldWrite()
@@ -418,11 +407,11 @@ private slots:
     void setuidAndSharedWriteBitsAreCleared()
     {
         const QString dir = freshTarget("suid-src");
-        QVERIFY(kit::python(
-            "import tarfile, io\nt = tarfile.open('s.tar.gz', 'w:gz')\n"
-            "i = tarfile.TarInfo('bin/su'); i.size = 1; i.mode = 0o6777; t.addfile(i, io.BytesIO(b's'))\n"
-            "i = tarfile.TarInfo('shared'); i.type = tarfile.DIRTYPE; i.mode = 0o2777; "
-            "t.addfile(i)\nt.close()\n",
+        QVERIFY(kit::python("import tarfile, io\nt = tarfile.open('s.tar.gz', 'w:gz')\n"
+                            "i = tarfile.TarInfo('bin/su'); i.size = 1; i.mode = 0o6777; i.uid = 4321\n"
+                            "t.addfile(i, io.BytesIO(b's'))\n"
+                            "i = tarfile.TarInfo('shared'); i.type = tarfile.DIRTYPE; i.mode = 0o2777; "
+                            "t.addfile(i)\nt.close()\n",
             dir));
         const QString target = freshTarget("suid-v");
         const auto r = extract(
@@ -430,6 +419,10 @@ private slots:
         QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
         QCOMPARE(modeOf(target + "/bin/su") & (S_ISUID | S_ISGID | S_IWGRP | S_IWOTH), mode_t(0));
         QVERIFY(modeOf(target + "/bin/su") & S_IXUSR);
+        // Nor does the archive choose the owner.
+        struct stat st;
+        QVERIFY(::lstat(QFile::encodeName(target + "/bin/su").constData(), &st) == 0);
+        QCOMPARE(st.st_uid, ::geteuid());
         QCOMPARE(modeOf(target + "/shared") & (S_ISGID | S_IWGRP | S_IWOTH), mode_t(0));
     }
 

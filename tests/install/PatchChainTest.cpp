@@ -106,10 +106,6 @@ private slots:
         QCOMPARE(item.getPatchSequence()->getDownloadSize(), qint64(25));
         QCOMPARE(item.getPatchSequence()->getBaseItem(), base);
         QCOMPARE(item.getChannel(), base.getChannel());
-
-        const LocalChannel beta(false, m_tmp.filePath("apps/tool/beta"), "tool", "beta");
-        QCOMPARE(graph.select(RemoteFeedItem(entryJson("4", 1000)), beta).getChannel(), beta);
-        QCOMPARE(graph.select(RemoteFeedItem(entryJson("9", 1000, "other")), beta).getChannel(), beta);
     }
 
     void chainIsUsedOnlyWhenStrictlySmallerThanThePackage()
