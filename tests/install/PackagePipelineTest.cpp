@@ -246,28 +246,27 @@ private slots:
         QCOMPARE(modeOf(target + "/bin") & (S_IWGRP | S_IWOTH), mode_t(0));
     }
 
-    void appImageBecomesTheExecutableCommand()
+    void singleFilePackagesBecomeTheExecutableCommand_data()
     {
-        const QString target = freshTarget("v-appimage");
-        const QString file = target + "/download.temp";
-        kit::writeFile(file, "#!/bin/sh\n");
-        QJsonObject entry = kit::feedEntry("tool", "3", "app_image", "http://x", file);
-        entry = withPackage(entry, "command", "tool.AppImage");
-        QVERIFY(extract(entry, file, target).isSuccessful());
-        QVERIFY(!QFileInfo::exists(file));
-        QVERIFY(QFileInfo(target + "/tool.AppImage").isExecutable());
+        QTest::addColumn<QString>("type");
+        QTest::addColumn<bool>("downloadedInside"); // an AppImage is moved, a copy is copied
+        QTest::newRow("app_image") << "app_image" << true;
+        QTest::newRow("copy") << "copy" << false;
     }
 
-    void copyPlacesAnExecutableCopy()
+    void singleFilePackagesBecomeTheExecutableCommand()
     {
-        const QString target = freshTarget("v-copy");
-        const QString file = path("copy-source");
+        QFETCH(QString, type);
+        QFETCH(bool, downloadedInside);
+        const QString target = freshTarget("v-" + type);
+        const QString file = downloadedInside ? target + "/download.temp" : path("copy-source");
         kit::writeFile(file, "binary");
-        QJsonObject entry = kit::feedEntry("tool", "4", "copy", "http://x/dl/tool-cli", file);
-        entry = withPackage(entry, "command", "tool-cli");
+        const QJsonObject entry = withPackage(
+            kit::feedEntry("tool", "3", type, "http://x/dl/tool-cli", file), "command", "tool-cli");
         QVERIFY(extract(entry, file, target).isSuccessful());
         QVERIFY(QFileInfo(target + "/tool-cli").isExecutable());
         QCOMPARE(kit::readFile(target + "/tool-cli"), QByteArray("binary"));
+        QCOMPARE(QFileInfo::exists(file), !downloadedInside);
     }
 
     void unknownTypesAndMissingPathsAreRefused()
