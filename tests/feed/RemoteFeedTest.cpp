@@ -9,6 +9,7 @@
 #include "net/ActionProgress.h"
 #include "net/ProgressManager.h"
 #include "support/FaultServer.h"
+#include "support/LogCapture.h"
 #include "support/NginxServer.h"
 
 #include <QDateTime>
@@ -164,6 +165,27 @@ private slots:
         RemoteApplications fresh(m_signatures.get(), QStringList { url(name) }, nullptr, nullptr);
         QCOMPARE(update(fresh, true).error(), QString("Failed to download feed"));
         QVERIFY(!fresh.hasLoadedFeed());
+    }
+
+    // A feed document weighs at most one mebibyte on the wire: a heavier answer is cut off
+    // while it downloads, and the last good copy stays published.
+    void overweightFeedIsRefusedWhileDownloading()
+    {
+        const QString name = "heavy.feed";
+        publish(name, signedFeed("h", 2));
+        RemoteApplications remote(m_signatures.get(), QStringList { url(name) }, nullptr, nullptr);
+        QVERIFY(update(remote));
+        const QList<RemoteFeedItem> before = remote.getRemoteFeed();
+
+        QByteArray heavy = signedFeed("h", 3);
+        heavy.append(QByteArray(1048577 - heavy.size(), '\0'));
+        publish(name, heavy);
+        LogCapture log;
+        const Result<bool> result = update(remote, true);
+        QVERIFY2(result && !*result, qPrintable(result.error()));
+        QCOMPARE(remote.getRemoteFeed(), before);
+        QCOMPARE(log.matching("Unable to download feed from " + url(name), QtWarningMsg).size(), 1);
+        QVERIFY(log.contains("File size exceeds limit 1048576 bytes"));
     }
 
     void feedWithoutLastModifiedIsIgnored()
