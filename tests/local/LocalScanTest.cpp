@@ -338,7 +338,7 @@ private slots:
         LogCapture log;
         const auto moved = LocalApplicationsFeed::moveLocalItems(from, to);
         QVERIFY2(moved, qPrintable(moved.error()));
-        QVERIFY(log.contains("Reverting to copy & delete"));
+        QVERIFY(log.contains("Failed to move " + from + " to " + to + " Reverting to copy & delete"));
         QVERIFY(log.contains("Moved all files to " + to));
         QVERIFY(log.contains("Removing " + from));
         // Same files, same bytes, same permissions, links still relative.

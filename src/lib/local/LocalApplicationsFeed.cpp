@@ -224,9 +224,9 @@ Result<void> LocalApplicationsFeed::moveLocalItems(const QString &from, const QS
         return Error("Target directory exists: " + to);
     }
 
-    qInfo().noquote() << "Failed to move" << from << "to" << to
-                      << "(" + QString::fromLocal8Bit(std::strerror(renameError)) + ")"
-                      << "Reverting to copy & delete";
+    // The reason goes last so that the documented line stays whole.
+    qInfo().noquote() << "Failed to move" << from << "to" << to << "Reverting to copy & delete"
+                      << "(" + QString::fromLocal8Bit(std::strerror(renameError)) + ")";
     const Result<void> copied = copyTree(from, to);
     if (!copied) {
         qWarning().noquote() << "Failed to copy" << from << "to" << to << "(" + copied.error() + ")";
