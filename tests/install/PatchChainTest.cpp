@@ -294,6 +294,33 @@ private slots:
         QCOMPARE(kit::readFile(base.getInstallDir() + "/f"), QByteArray("x"));
     }
 
+    void patchCannotReachOutOfItsCopy()
+    {
+        // A relative link that stays inside the base build but, copied, climbs back into it.
+        const LocalFeedItem base = installed("55", { { "f", "x" } });
+        QVERIFY(QFile::link("../55/f", base.getInstallDir() + "/up"));
+        QJsonObject json = patchJson("55", "56", 1);
+        json["command"]
+            = QJsonArray { "/bin/sh", "-c", "echo through >> \"$1\"/up", "sh", "%INSTALL_DIRECTORY%" };
+        ApplicationPackagePatcher climbing(
+            base, { { RemotePatchItem(json), overlay("p56", { { "n", "n" } }) } }, target("56"));
+        QVERIFY(climbing.execute().error().startsWith("Unsafe package member up: a symbolic link"));
+        QCOMPARE(kit::readFile(base.getInstallDir() + "/f"), QByteArray("x"));
+
+        // An application folder outside the install folder is never handed to the command.
+        const QString outside = m_tmp.filePath("outside");
+        kit::makeTree(outside, { { "g", "y" } });
+        const LocalFeedItem strayApp = LocalFeedItem::localApplication(
+            entryJson("57", 1000), base.getInstallDir(), outside, "release");
+        json["command"]
+            = QJsonArray { "/bin/sh", "-c", "echo through >> \"$1\"/g", "sh", "%INSTALL_DIRECTORY%" };
+        QFile::remove(base.getInstallDir() + "/up");
+        ApplicationPackagePatcher stray(
+            strayApp, { { RemotePatchItem(json), overlay("p58", { { "n", "n" } }) } }, target("58"));
+        QVERIFY(stray.execute().error().contains("is not inside"));
+        QCOMPARE(kit::readFile(outside + "/g"), QByteArray("y"));
+    }
+
     void javaIsLookedUpOnlyWhenTheCommandAsksForIt()
     {
         // A "Java" inside the base build that records how it was called.

@@ -234,6 +234,8 @@ Result<void> ApplicationInstallerAction::fullInstall()
         m_progress->update(getProgressTitle(QStringLiteral("installing…")));
     ApplicationPackageExtractor extractor(m_item, file, m_targetDir, m_options.processTimeoutMs);
     if (auto r = extractor.extract(); !r) {
+        // The reason follows the fixed text: a full disk, a hung archiver or the member
+        // that made the package unsafe is what the user needs to act on.
         qWarning().noquote() << "Failed to extract package." << r.error();
         return Error("Failed to extract package. " + r.error());
     }

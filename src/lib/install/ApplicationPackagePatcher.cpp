@@ -267,6 +267,15 @@ Result<void> ApplicationPackagePatcher::applyPatch(const RemotePatchItem &patch,
     const QString targetApp
         = QDir::toNativeSeparators(QFileInfo(QDir(m_targetDir).filePath(relative)).canonicalFilePath());
     qDebug().noquote() << "Target app path" << targetApp;
+    // The patch command runs in and writes into this folder: an application path that
+    // leaves the base's install folder, or is missing from the copy, would send it
+    // elsewhere (an empty path even into our own working folder).
+    const QString targetRoot = QFileInfo(m_targetDir).canonicalFilePath();
+    if (targetApp.isEmpty() || targetRoot.isEmpty()
+        || (QDir::fromNativeSeparators(targetApp) != targetRoot
+            && !QDir::fromNativeSeparators(targetApp).startsWith(targetRoot + '/')))
+        return Error("Failed to apply " + describe(patch) + ". Application folder " + relative
+            + " is not inside " + m_targetDir);
 
     const QJsonArray array = patch.toJson().value(QLatin1String("command")).toArray();
     QStringList command;
@@ -352,6 +361,10 @@ Result<void> ApplicationPackagePatcher::execute()
         return Error(QStringLiteral("Cannot patch into existing feed item!"));
 
     if (auto r = copyBaseImage(base, m_targetDir); !r)
+        return r;
+    // A relative link may climb out of the copy and back into the base build (for
+    // instance "../<base folder>/file"); a patch writing through it would change the base.
+    if (auto r = PackageTreeGuard(m_targetDir).check(); !r)
         return r;
 
     QStringList pairs;
