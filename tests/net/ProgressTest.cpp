@@ -39,6 +39,10 @@ private slots:
         p->totalSteps(0);
         p->totalSteps(-3);
         QCOMPARE(p->total(), 100);
+        // After the total shrank below the count, the next step brings the count down to it.
+        p->totalSteps(60);
+        p->advance(1);
+        QCOMPARE(p->current(), 60);
         // A step beyond the 32-bit range must not wrap the count.
         p->totalSteps(qint64(1) << 40);
         p->advance(qint64(1) << 35);

@@ -53,7 +53,7 @@ void ActionProgress::advance(qint64 n)
         const qint64 total = m_state->total.load();
         qint64 wanted = qint64(before) + step;
         if (wanted > total)
-            wanted = qMax<qint64>(total, before);
+            wanted = total;
         after = static_cast<int>(qMin<qint64>(wanted, std::numeric_limits<int>::max()));
     } while (!m_state->current.compare_exchange_weak(before, after));
 }

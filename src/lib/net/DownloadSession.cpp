@@ -345,7 +345,7 @@ Result<void> DownloadSession::getFile(const QUrl &url, const QString &path, qint
         };
         result = getFromOffsetChecked(url, position, &file, remaining, progress, onWritten, sameFile);
         ++attempts;
-        if (attempts >= kMaxAttemptsWithoutProgress && result.isError() && file.pos() == position) {
+        if (attempts >= kMaxAttemptsWithoutProgress && result.isError()) {
             qWarning().noquote() << "DownloadSession: giving up on" << url.toDisplayString() << "after"
                                  << attempts << "attempts without progress:" << result.error();
             return result.toResult();
