@@ -399,8 +399,8 @@ private slots:
     {
         const QString archive
             = hostileArchive("inside-src",
-                  "file('jbr/bin/java', b'j')\nlink('bin/java', '../jbr/bin/java')\n"
-                  "link('dangling', 'later/file')\nlink('hard', 'jbr/bin/java', tarfile.LNKTYPE)")
+                  "file('jre/bin/java', b'j')\nlink('bin/java', '../jre/bin/java')\n"
+                  "link('dangling', 'later/file')\nlink('hard', 'jre/bin/java', tarfile.LNKTYPE)")
             + ".tar.gz";
         const QString target = freshTarget("inside-v");
         const auto r = extract(kit::feedEntry("tool", "1", "tar.gz", "http://x", archive), archive, target);

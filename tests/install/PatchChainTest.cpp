@@ -326,9 +326,9 @@ private slots:
         // A "Java" inside the base build that records how it was called.
         const LocalFeedItem base = installed("60", { { "f", "x" } });
         const QString log = m_tmp.filePath("java-calls");
-        kit::writeFile(base.getInstallDir() + "/jbr/bin/java",
+        kit::writeFile(base.getInstallDir() + "/jre/bin/java",
             QString("#!/bin/sh\necho \"$@\" > %1\n").arg(log).toUtf8(), QFile::ReadOwner | QFile::ExeOwner);
-        QCOMPARE(*ApplicationPackagePatcher::resolveJavaPath(base), base.getInstallDir() + "/jbr/bin/java");
+        QCOMPARE(*ApplicationPackagePatcher::resolveJavaPath(base), base.getInstallDir() + "/jre/bin/java");
 
         QJsonObject json = patchJson("60", "61", 1);
         json["command"]

@@ -219,7 +219,7 @@ bool ApplicationPackagePatcher::isValidPatchItem(const RemotePatchItem &patch)
 Option<QString> ApplicationPackagePatcher::resolveJavaPath(const LocalFeedItem &baseItem)
 {
     const QString root = baseItem.getInstallDir();
-    for (const char *runtime : { "jbr", "jre", "jre64" }) {
+    for (const char *runtime : { "jre", "jre64", "runtime" }) {
         const QFileInfo java(root + '/' + runtime + "/bin/java");
         if (java.isFile() && java.isExecutable())
             return java.absoluteFilePath();

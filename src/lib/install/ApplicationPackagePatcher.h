@@ -45,8 +45,8 @@ public:
     // different builds, has a download URL, a positive size and a non-empty "command".
     static bool isValidPatchItem(const RemotePatchItem &patch);
 
-    // The Java runtime for %JAVA_PATH%: a "jbr/bin/java" or "jre/bin/java" (also
-    // "jre64") inside the base build, then `java` on PATH. None when there is neither.
+    // The Java runtime for %JAVA_PATH%: a "jre/bin/java" (also "jre64" or
+    // "runtime") inside the base build, then `java` on PATH. None when there is neither.
     static Option<QString> resolveJavaPath(const LocalFeedItem &baseItem);
 
     Result<void> execute();
