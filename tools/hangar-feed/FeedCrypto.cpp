@@ -1,5 +1,7 @@
 #include "FeedCrypto.h"
 
+#include "base/OpenSslSupport.h"
+
 #include <QStringList>
 #include <lzma.h>
 #include <memory>
@@ -15,25 +17,12 @@
 namespace FeedCrypto {
 namespace {
 
-template <typename T, void (*Free)(T *)> struct Deleter
-{
-    void operator()(T *p) const { Free(p); }
-};
-using BioPtr = std::unique_ptr<BIO, Deleter<BIO, BIO_free_all>>;
-using X509Ptr = std::unique_ptr<X509, Deleter<X509, X509_free>>;
-using KeyPtr = std::unique_ptr<EVP_PKEY, Deleter<EVP_PKEY, EVP_PKEY_free>>;
-using CmsPtr = std::unique_ptr<CMS_ContentInfo, Deleter<CMS_ContentInfo, CMS_ContentInfo_free>>;
-using StorePtr = std::unique_ptr<X509_STORE, Deleter<X509_STORE, X509_STORE_free>>;
+using namespace OpenSsl;
 
 QString sslError()
 {
-    QStringList parts;
-    while (unsigned long code = ERR_get_error()) {
-        char buffer[256];
-        ERR_error_string_n(code, buffer, sizeof buffer);
-        parts << QString::fromLatin1(buffer);
-    }
-    return parts.isEmpty() ? QStringLiteral("unknown OpenSSL error") : parts.join(QStringLiteral("; "));
+    const QString errors = takeErrors();
+    return errors.isEmpty() ? QStringLiteral("unknown OpenSSL error") : errors;
 }
 
 bool fail(QString *error, const QString &text)

@@ -1,5 +1,6 @@
 #include "feed/SignatureManager.h"
 
+#include "base/OpenSslSupport.h"
 #include "feed/FeedResources.h"
 
 #include <QDebug>
@@ -15,35 +16,7 @@
 
 namespace {
 
-template <typename T, void (*Free)(T *)> struct Deleter
-{
-    void operator()(T *p) const { Free(p); }
-};
-using BioPtr = std::unique_ptr<BIO, Deleter<BIO, BIO_free_all>>;
-using X509Ptr = std::unique_ptr<X509, Deleter<X509, X509_free>>;
-using StorePtr = std::unique_ptr<X509_STORE, Deleter<X509_STORE, X509_STORE_free>>;
-using ParamPtr = std::unique_ptr<X509_VERIFY_PARAM, Deleter<X509_VERIFY_PARAM, X509_VERIFY_PARAM_free>>;
-using CmsPtr = std::unique_ptr<CMS_ContentInfo, Deleter<CMS_ContentInfo, CMS_ContentInfo_free>>;
-
-// Drains the thread's OpenSSL error queue into one line, so errors of one
-// call never leak into the message of the next.
-QString takeOpenSslErrors()
-{
-    QStringList parts;
-    const char *data = nullptr;
-    int flags = 0;
-    while (unsigned long code = ERR_get_error_all(nullptr, nullptr, nullptr, &data, &flags)) {
-        char buffer[256];
-        ERR_error_string_n(code, buffer, sizeof buffer);
-        QString part = QString::fromLatin1(buffer);
-        // The certificate check puts its reason ("unable to get local issuer
-        // certificate") into the error's data, not its text.
-        if (data && *data && (flags & ERR_TXT_STRING))
-            part += QStringLiteral(" (") + QString::fromUtf8(data) + QLatin1Char(')');
-        parts << part;
-    }
-    return parts.join(QStringLiteral("; "));
-}
+using namespace OpenSsl;
 
 void initOpenSsl()
 {
@@ -89,13 +62,13 @@ Result<SignatureManager *> SignatureManager::create(const QString &caPath, QObje
         return Error(QStringLiteral("Unable to create OpenSSL memory buffer for ca data"));
     X509Ptr cert(PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr));
     if (!cert)
-        return Error("Unable to read X509 cert in PEM format from " + caPath + ": " + takeOpenSslErrors());
+        return Error("Unable to read X509 cert in PEM format from " + caPath + ": " + takeErrors());
 
     StorePtr store(X509_STORE_new());
     if (!store)
         return Error(QStringLiteral("Unable to create OpenSSL X509_STORE"));
     if (X509_STORE_add_cert(store.get(), cert.get()) != 1)
-        return Error("Unable to call X509_STORE_add_cert: " + takeOpenSslErrors());
+        return Error("Unable to call X509_STORE_add_cert: " + takeErrors());
 
     ParamPtr param(X509_VERIFY_PARAM_new());
     if (!param)
@@ -104,9 +77,9 @@ Result<SignatureManager *> SignatureManager::create(const QString &caPath, QObje
     // anchor's own signature. Nothing weaker, nothing that would need a CRL.
     if (X509_VERIFY_PARAM_set_flags(param.get(), X509_V_FLAG_X509_STRICT | X509_V_FLAG_CHECK_SS_SIGNATURE)
         != 1)
-        return Error("Unable to call X509_VERIFY_PARAM_set_flags: " + takeOpenSslErrors());
+        return Error("Unable to call X509_VERIFY_PARAM_set_flags: " + takeErrors());
     if (X509_STORE_set1_param(store.get(), param.get()) != 1)
-        return Error("Unable to call X509_STORE_set1_param: " + takeOpenSslErrors());
+        return Error("Unable to call X509_STORE_set1_param: " + takeErrors());
 
     return new SignatureManager(store.release(), parent);
 }
@@ -140,7 +113,7 @@ Result<QByteArray> SignatureManager::verify(const QByteArray &signedData) const
     // Flags 0: full checking of the signer's chain to our one anchor and of the
     // signature over the signed attributes and the attached content.
     if (CMS_verify(cms.get(), nullptr, m_store, nullptr, out.get(), 0) != 1)
-        return Error("Signature verification failure " + takeOpenSslErrors());
+        return Error("Signature verification failure " + takeErrors());
 
     // A valid chain is not enough: a collision-prone digest would let a forged
     // feed carry a genuine signature.
