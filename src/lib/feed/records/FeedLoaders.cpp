@@ -1,5 +1,7 @@
 #include "feed/records/FeedLoaders.h"
 
+#include "feed/records/PathComponent.h"
+
 #include <QJsonArray>
 #include <QtGlobal>
 
@@ -54,7 +56,10 @@ Result<QList<RemoteFeedItem>> loadRemoteFeedItems(const QJsonObject &feed)
         if (!item.isValid()) {
             qCritical().noquote() << "Failed to parse feed item: it is not valid after all:"
                                   << item.toDebugString();
-            return Error("Failed to parse feed item");
+            // An id or build that cannot name a folder is named, so the feed's author can find it.
+            const Result<void> names = PathComponent::checkItem(item);
+            return Error(names ? QStringLiteral("Failed to parse feed item")
+                               : "Failed to parse feed item. " + names.error());
         }
         items.append(item);
     }
