@@ -19,6 +19,7 @@ const QStringList kQualityOrder { "update", "filter", "quality_filter", "order_v
 const QStringList kBranchFilter { "update", "filter", "branch_filter" };
 const QStringList kUpdateAllTools { "tools", "update_all_automatically" };
 const QStringList kDownloadTimeout { "network", "download_timeout" };
+const QStringList kFeedMaxAge { "feed_max_age_days" };
 const QStringList kStatistics { "statistics", "allow" };
 const QStringList kShellScriptsEnabled { "shell_scripts", "enabled" };
 const QStringList kShellScriptsLocation { "shell_scripts", "location" };
@@ -38,6 +39,7 @@ const QStringList kPrivacyVersion { "privacy_policy", "eua_accepted_version" };
 const QStringList kActiveAccount { "vantrel_account", "active" };
 
 constexpr int kDefaultRollbackDepth = 2;
+constexpr int kDefaultFeedMaxAgeDays = 30;
 constexpr int kDefaultQualityOrder = 10000;
 constexpr int kDefaultDownloadTimeout = 300000;
 
@@ -124,6 +126,7 @@ QStringList SelfSettings::findWrongTypedKeys() const
         { kBranchFilter, Object },
         { kUpdateAllTools, Bool },
         { kDownloadTimeout, Int },
+        { kFeedMaxAge, Int },
         { kStatistics, Bool },
         { kShellScriptsEnabled, Bool },
         { kShellScriptsLocation, String },
@@ -412,6 +415,12 @@ int SelfSettings::getNetworkDownloadTimeout() const
 Option<int> SelfSettings::findNetworkDownloadTimeout() const
 {
     return toInt(valueAt(kDownloadTimeout));
+}
+
+int SelfSettings::getFeedMaxAgeDays() const
+{
+    const Option<int> days = toInt(valueAt(kFeedMaxAge));
+    return days && *days > 0 ? *days : kDefaultFeedMaxAgeDays;
 }
 
 void SelfSettings::setNetworkDownloadTimeout(int milliseconds)
