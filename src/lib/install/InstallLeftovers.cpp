@@ -46,6 +46,42 @@ bool InstallLeftovers::isInUse(const QString &dir)
     return false;
 }
 
+// A reinstall swaps ".reinstall-<build>" in for <build> through ".removing-<build>";
+// killed between the two renames, the build folder is missing: put back the complete
+// one (the new build when it is marked, else the old one), then drop the working names.
+static void finishSwaps(const QString &channelDir, QStringList &removed)
+{
+    const QStringList hidden
+        = QDir(channelDir)
+              .entryList({ VersionFolder::ReinstallPrefix + '*', VersionFolder::RemovingPrefix + '*' },
+                  QDir::Dirs | QDir::Hidden | QDir::NoDotAndDotDot | QDir::NoSymLinks, QDir::Name);
+    for (const QString &name : hidden) {
+        const QString build = VersionFolder::buildOfWorkingName(name);
+        const QString buildDir = channelDir + '/' + build;
+        const QString working = channelDir + '/' + name;
+        if (!VersionFolder::hasVersionFolderShape(buildDir) || !QFileInfo::exists(working))
+            continue;
+        VersionFolderLock lock(buildDir);
+        if (!lock.tryLock() || InstallLeftovers::isInUse(working))
+            continue;
+        const QString staging = channelDir + '/' + VersionFolder::ReinstallPrefix + build;
+        const QString trash = channelDir + '/' + VersionFolder::RemovingPrefix + build;
+        if (!QFileInfo::exists(buildDir)) {
+            for (const QString &candidate : { staging, trash }) {
+                if (QFileInfo::exists(LocalFeedItem::getFeedItemFile(candidate))
+                    && QDir().rename(candidate, buildDir)) {
+                    qInfo().noquote() << "Restored" << buildDir << "from an interrupted reinstall";
+                    break;
+                }
+            }
+        }
+        if (QFileInfo::exists(working) && VersionFolder::remove(working)) {
+            qInfo().noquote() << "Removed what an interrupted reinstall left:" << working;
+            removed << working;
+        }
+    }
+}
+
 QStringList InstallLeftovers::clean(const QString &applicationsDir)
 {
     QStringList removed;
@@ -53,6 +89,7 @@ QStringList InstallLeftovers::clean(const QString &applicationsDir)
     for (const QString &type : subFolders(apps)) {
         for (const QString &channel : subFolders(apps + '/' + type)) {
             const QString channelDir = apps + '/' + type + '/' + channel;
+            finishSwaps(channelDir, removed);
             for (const QString &build : subFolders(channelDir)) {
                 const QString dir = channelDir + '/' + build;
                 if (!VersionFolder::hasVersionFolderShape(dir) || build.endsWith(QLatin1String(".plugins")))

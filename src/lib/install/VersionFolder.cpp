@@ -9,6 +9,18 @@
 #include <cerrno>
 #include <sys/stat.h>
 
+const QString VersionFolder::ReinstallPrefix = QStringLiteral(".reinstall-");
+const QString VersionFolder::RemovingPrefix = QStringLiteral(".removing-");
+
+QString VersionFolder::buildOfWorkingName(const QString &name)
+{
+    for (const QString &prefix : { ReinstallPrefix, RemovingPrefix }) {
+        if (name.startsWith(prefix))
+            return name.mid(prefix.size());
+    }
+    return {};
+}
+
 bool VersionFolder::hasVersionFolderShape(const QString &path)
 {
     if (path.isEmpty() || !path.startsWith(QLatin1Char('/')) || QDir::cleanPath(path) != path)
@@ -17,11 +29,12 @@ bool VersionFolder::hasVersionFolderShape(const QString &path)
     if (parts.size() < 4)
         return false;
     const int n = parts.size();
-    const QString &build = parts.at(n - 1);
+    const QString working = buildOfWorkingName(parts.at(n - 1));
+    const QString &build = working.isEmpty() ? parts.at(n - 1) : working;
     if (parts.at(n - 4) != QLatin1String("apps") || build == QLatin1String("latest"))
         return false;
-    for (int i = n - 3; i < n; ++i) {
-        if (!PathComponent::check(QStringLiteral("name"), parts.at(i)))
+    for (const QString &name : { parts.at(n - 3), parts.at(n - 2), build }) {
+        if (!PathComponent::check(QStringLiteral("name"), name))
             return false;
     }
     return true;

@@ -27,8 +27,11 @@ VersionFolderLock::~VersionFolderLock()
 
 QString VersionFolderLock::lockFilePath(const QString &versionDir)
 {
+    // One file per folder however it is named: through a linked install root or not.
     const QFileInfo info(QDir::cleanPath(versionDir));
-    return info.absolutePath() + QStringLiteral("/.") + info.fileName() + QStringLiteral(".lock");
+    const QString canonical = QFileInfo(info.absolutePath()).canonicalFilePath();
+    return (canonical.isEmpty() ? info.absolutePath() : canonical) + QStringLiteral("/.") + info.fileName()
+        + QStringLiteral(".lock");
 }
 
 Result<void> VersionFolderLock::tryLock()
@@ -45,9 +48,10 @@ Result<void> VersionFolderLock::acquire(bool wait, const std::function<bool()> &
 {
     if (m_fd >= 0)
         return {};
-    const QByteArray path = QFile::encodeName(m_lockFile);
-    if (!QDir().mkpath(QFileInfo(m_lockFile).absolutePath()))
+    if (!QDir().mkpath(QFileInfo(m_versionDir).absolutePath()))
         return Error("Unable to create folder for " + m_lockFile);
+    m_lockFile = lockFilePath(m_versionDir); // the channel folder may only now exist
+    const QByteArray path = QFile::encodeName(m_lockFile);
     for (;;) {
         const int fd = ::open(path.constData(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
         if (fd < 0)
