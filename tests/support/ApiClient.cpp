@@ -43,13 +43,15 @@ QJsonObject ApiClient::waitAnswer(int id, int timeoutMs)
 {
     QElapsedTimer timer;
     timer.start();
-    do {
+    // One more look after the connection closed: the answer may have come with the close.
+    for (bool open = true;; open = isConnected()) {
         for (const QJsonObject &answer : qAsConst(m_answers))
             if (answer.value("id").toInt() == id)
                 return answer;
+        if (!open || timer.elapsed() >= timeoutMs)
+            return {};
         QTest::qWait(10);
-    } while (timer.elapsed() < timeoutMs && isConnected());
-    return {};
+    }
 }
 
 QJsonObject ApiClient::waitEvent(
