@@ -10,10 +10,8 @@ seconds=${1:-30}
 shift || true
 targets=("$@")
 if [ ${#targets[@]} -eq 0 ]; then
-  targets=(fuzz_feed_cms_xz fuzz_feed_loaders fuzz_version fuzz_recent_projects fuzz_git_config)
-  for optional in fuzz_api_dispatcher fuzz_http_front; do
-    [ -f "$here/fuzz/$optional.cpp" ] && targets+=("$optional")
-  done
+  targets=(fuzz_feed_cms_xz fuzz_feed_loaders fuzz_version fuzz_recent_projects fuzz_git_config
+    fuzz_api_dispatcher fuzz_http_front)
 fi
 export CCACHE_BASEDIR=${CCACHE_BASEDIR:-$here}
 if [ ! -f "$build/build.ninja" ]; then
@@ -28,7 +26,7 @@ for t in "${targets[@]}"; do
   seeds="$here/tests/fuzz/corpus/$t"
   [ -d "$seeds" ] || seeds=""
   echo "== $t (${seconds}s)"
-  if ! nice "$build/fuzz/$t" -max_total_time="$seconds" -max_len=65536 -rss_limit_mb=1536 -timeout=20 \
+  if ! nice "$build/fuzz/$t" -max_total_time="$seconds" -max_len=65536 -rss_limit_mb=1536 -timeout=120 \
       -print_final_stats=1 -artifact_prefix="$build/findings/$t/" "$build/corpus/$t" $seeds 2>"$build/$t.log"; then
     echo "FINDING in $t: see $build/findings/$t and $build/$t.log"
     status=1
