@@ -104,8 +104,11 @@ class CrashSafetyTest : public QObject
         m_client = std::make_unique<ApiClient>();
         if (!m_client->open(api) || !m_client->ask({ { "method", "apiReady" } }).value("ok").toBool())
             return false;
-        const auto served = [](const QJsonObject &model) {
-            return !versionOf(entryOf(model, "remote", "demo-quill"), "101.20").isEmpty();
+        // The served feed, not the built-in one (whose URLs lead nowhere here).
+        const QString base = m_nginx->url("/").toString();
+        const auto served = [base](const QJsonObject &model) {
+            return versionOf(entryOf(model, "remote", "demo-quill"), "101.20")
+                .value("feed_item").toObject().value("package").toObject().value("url").toString().startsWith(base);
         };
         if (!served(m_client->lastModel()) && m_client->waitEvent("refreshApplicationsList", served).isEmpty())
             return false;
@@ -223,6 +226,8 @@ private slots:
             const QJsonObject quill = entryOf(m_client->lastModel(), "local", "demo-quill");
             const QJsonObject next = quill.isEmpty() ? request(0) : QJsonObject { { "method", "updateLocalApplication" }, { "tool", quill } };
             const QJsonObject answer = m_client->ask(next, 120000);
+            if (!answer.value("ok").toBool())
+                qWarning().noquote() << m_hangar->logText().split('\n').filter(QRegularExpression("error|Fail|fail")).join('\n');
             QVERIFY2(answer.value("ok").toBool(), qPrintable(QString("after kill %1: ").arg(kill) + answer.value("error").toString()));
 
             m_client->send(request(kill));
