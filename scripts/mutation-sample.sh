@@ -6,7 +6,8 @@
 #
 # Environment: REV (commit to measure, default HEAD), WORK (scratch folder, default a new one
 # under /tmp), JOBS (build jobs, default 2), TEST_TIMEOUT (cap per test executable in seconds,
-# default 300), KEEP=1 keeps the scratch folder.
+# default 300), BUILD_TYPE (default Debug: the quickest to compile), KEEP=1 keeps the scratch
+# folder. With WORK naming a folder of an earlier run, only what changed since is rebuilt.
 #
 # Kinds of mutation: flip a comparison, negate an if/while condition, drop a statement that
 # writes a file or emits a signal, change an integer constant by one. The checkout is never
@@ -18,10 +19,12 @@ set -euo pipefail
 here=$(cd "$(dirname "$0")/.." && pwd)
 export MUT_N=${1:-60} MUT_SEED=${2:-9}
 export MUT_REV=${REV:-HEAD} MUT_JOBS=${JOBS:-2} MUT_TIMEOUT=${TEST_TIMEOUT:-300}
+export MUT_BUILD_TYPE=${BUILD_TYPE:-Debug}
 export MUT_WORK=${WORK:-$(mktemp -d /tmp/hangar-mutants.XXXXXX)}
 export MUT_HERE=$here
 # The scratch tree has the checkout's layout (build folder inside), so with paths relative to
-# it and without the working folder in the hash, its objects are the checkout's cache hits.
+# it and without the working folder in the hash, its objects are cache hits for a checkout
+# built the same way (CCACHE_NOHASHDIR=1, same build type) and the other way round.
 export CCACHE_BASEDIR=$MUT_WORK/src CCACHE_NOHASHDIR=1
 exec nice -n 10 python3 - <<'PY'
 import json, os, random, re, shutil, subprocess, sys, time
@@ -37,11 +40,27 @@ def log(*a):
     print(*a, flush=True)
 
 os.makedirs(src, exist_ok=True)
-if not os.path.exists(os.path.join(src, "CMakeLists.txt")):
-    r = sh(f"git -C {os.environ['MUT_HERE']} archive {os.environ['MUT_REV']} | tar -x -C {src}")
-    if r.returncode: sys.exit(r.stderr)
+# Export REV over the scratch tree: a re-used tree gets the tests of the new revision, and files
+# that did not change keep their time stamps, so only the changes rebuild.
+export = os.path.join(work, "export")
+shutil.rmtree(export, ignore_errors=True)
+os.makedirs(export)
+r = sh(f"git -C {os.environ['MUT_HERE']} archive {os.environ['MUT_REV']} | tar -x -C {export}")
+if r.returncode: sys.exit(r.stderr)
+for root, dirs, names in os.walk(src):
+    if root == src and "build" in dirs:
+        dirs.remove("build")
+    for name in names:
+        if not os.path.exists(os.path.join(export, os.path.relpath(root, src), name)):
+            os.remove(os.path.join(root, name))
+for root, _, names in os.walk(export):
+    os.makedirs(os.path.join(src, os.path.relpath(root, export)), exist_ok=True)
+    for name in names:
+        old, new = os.path.join(root, name), os.path.join(src, os.path.relpath(root, export), name)
+        if not os.path.exists(new) or open(old, "rb").read() != open(new, "rb").read():
+            shutil.copy2(old, new)
 if not os.path.exists(os.path.join(build, "build.ninja")):
-    r = sh(f"cmake -S {src} -B {build} -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DHANGAR_BUILD_BENCH=OFF")
+    r = sh(f"cmake -S {src} -B {build} -G Ninja -DCMAKE_BUILD_TYPE={os.environ['MUT_BUILD_TYPE']} -DHANGAR_BUILD_BENCH=OFF")
     if r.returncode: sys.exit(r.stdout + r.stderr)
 log(f"scratch tree {src}; building it unmutated")
 r = sh(f"ninja -C {build} -j{jobs}")
