@@ -59,9 +59,12 @@ for root, _, names in os.walk(export):
         old, new = os.path.join(root, name), os.path.join(src, os.path.relpath(root, export), name)
         if not os.path.exists(new) or open(old, "rb").read() != open(new, "rb").read():
             shutil.copy2(old, new)
-if not os.path.exists(os.path.join(build, "build.ninja")):
-    r = sh(f"cmake -S {src} -B {build} -G Ninja -DCMAKE_BUILD_TYPE={os.environ['MUT_BUILD_TYPE']} -DHANGAR_BUILD_BENCH=OFF")
-    if r.returncode: sys.exit(r.stdout + r.stderr)
+# Every mutant relinks the affected executables: lld, when there is one, does that in a fraction
+# of the time. Linker flags do not touch the compiler cache.
+linker = "-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld" if shutil.which("ld.lld") else ""
+r = sh(f"cmake -S {src} -B {build} -G Ninja -DCMAKE_BUILD_TYPE={os.environ['MUT_BUILD_TYPE']}"
+       f" -DHANGAR_BUILD_BENCH=OFF {linker}")
+if r.returncode: sys.exit(r.stdout + r.stderr)
 log(f"scratch tree {src}; building it unmutated")
 r = sh(f"ninja -C {build} -j{jobs}")
 if r.returncode: sys.exit(r.stdout[-3000:])
