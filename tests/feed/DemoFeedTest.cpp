@@ -120,8 +120,7 @@ private slots:
         }
         QCOMPARE(types, (QSet<QString> { "tar.gz", "zip", "app_image" }));
         for (const QString &tool : builds.keys()) {
-            QVERIFY(builds[tool] >= 2);
-            QVERIFY(preReleases[tool] >= 1);
+            QVERIFY(builds[tool] >= 2 && preReleases[tool] >= 1);
         }
     }
 
