@@ -72,9 +72,10 @@ void storeSystemProxy(SettingsManager *settingsManager)
 }
 
 // A link handed over by a second start: a tool to launch (with a project).
-void handleLink(const QUrl &url, ApplicationManager *manager)
+void handleLink(const QString &link, ApplicationManager *manager)
 {
-    qInfo().noquote() << "Received link from second instance:" << url.toString();
+    qInfo().noquote() << "Received link from second instance:" << link;
+    const QUrl url(link);
     if (!manager->getActivateApplicationByURL(url)) {
         qWarning().noquote() << "No installed tool for link" << url.toString();
         return;
@@ -94,7 +95,7 @@ void onActivation(const QStringList &messages, CommandLine *commandLine, Applica
         if (commandLine->hasOption(message)) {
             qInfo().noquote() << "Received command line option from second instance:" << message;
         } else if (message.startsWith(QLatin1String("url "))) {
-            handleLink(QUrl(message.mid(4).trimmed()), manager);
+            handleLink(message.mid(4), manager);
         } else if (message.startsWith(QLatin1String("activate "))) {
             qInfo().noquote() << "Bringing main window forward on request of second instance";
         } else {
@@ -256,6 +257,13 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
     auto *pendingActions = new ApplicationPendingActions(progressManager, owner);
     auto *localApplications = new LocalApplications(localFeed, channelSettingsManager, owner);
 
+    // The one-shot feed dump needs the feed store alone; the model and the manager
+    // would only start work that the dump's exit cuts short.
+    if (commandLine->isInternalDumpFeed()) {
+        InternalCommandLineOptionsHandler::handle(remoteApplications, application);
+        return;
+    }
+
     // No window exists yet; headless mode never gets one.
     auto *connector = new HeadlessUIApiConnector();
     QObject::connect(owner, &QObject::destroyed, [connector]() { delete connector; });
@@ -310,11 +318,6 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
             if (oldSettings.getAllToolsAutoUpdateEnabled() != newSettings.getAllToolsAutoUpdateEnabled())
                 applicationManager->setAutoUpdateAllTools(newSettings.getAllToolsAutoUpdateEnabled());
         });
-
-    if (commandLine->isInternalDumpFeed()) {
-        InternalCommandLineOptionsHandler::handle(remoteApplications, application);
-        return;
-    }
 
     auto *selfApi = new SelfApi(connector, owner);
     connector->setEventSink(
