@@ -4,6 +4,7 @@
 #include "TerminationSignalHandler.h"
 #include "base/AppDataDirectory.h"
 #include "base/Capabilities.h"
+#include "base/LogRedaction.h"
 #include "base/Logging.h"
 #include "base/Option.h"
 #include "base/OurCrashHandler.h"
@@ -90,8 +91,8 @@ void logBanner(const Capabilities &capabilities)
     qInfo().noquote() << "Qt Framework version" << QStringLiteral("5.10.1");
     QStringList environment = QProcessEnvironment::systemEnvironment().toStringList();
     environment.sort();
-    qInfo().noquote() << "Process environment variables" << environment;
-    qInfo().noquote() << "commandline" << QCoreApplication::arguments();
+    qInfo().noquote() << "Process environment variables" << LogRedaction::environment(environment);
+    qInfo().noquote() << "commandline" << LogRedaction::urlCredentials(QCoreApplication::arguments());
     capabilities.dump();
     qInfo().noquote() << "User-Agent:" << userAgent();
     qInfo().noquote() << "Support SSL" << QSslSocket::supportsSsl();
