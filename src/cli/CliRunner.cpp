@@ -147,22 +147,8 @@ void CliRunner::onEvent(const QString &name, const QJsonObject &payload)
     if (name == QLatin1String("refreshApplicationsList")) {
         m_model = payload;
         ++m_modelGeneration;
-    } else if (name == QLatin1String("totalProgress")) {
-        const bool idle = text(payload, "name").isEmpty();
-        if (!m_actionProgressId.isEmpty() || !idle)
-            m_progress.show(payload);
-        if (!idle)
-            m_actionSeen = true;
-        m_idle = idle;
-    } else if (name == QLatin1String("actionFinished")) {
-        if (text(payload, "progress_id") == m_actionProgressId && !m_actionProgressId.isEmpty()) {
-            m_actionFinished = true;
-            if (!payload.value(QLatin1String("ok")).toBool(true))
-                m_actionError = text(payload, "error");
-        }
-    } else if (name == QLatin1String("errorNotify")) {
-        if (!m_actionProgressId.isEmpty() || m_actionSeen)
-            m_actionError = text(payload, "message");
+    } else if (name == QLatin1String("totalProgress") && m_actionRunning) {
+        m_progress.show(payload);
     }
 }
 
@@ -512,32 +498,21 @@ int CliRunner::settings()
 
 int CliRunner::runAction(const QJsonObject &request, const QString &label, const QString &entryKey)
 {
-    m_actionSeen = false;
-    m_actionFinished = false;
-    m_actionError.clear();
-    m_actionProgressId = QStringLiteral("pending");
-    const auto answer = m_link->query(request);
-    if (!answer) {
-        m_actionProgressId.clear();
-        return fail(answer.error(), m_link->isConnected() ? Failed : Unreachable);
-    }
-    const QJsonObject json = QJsonDocument::fromJson(answer->toUtf8()).object();
-    m_actionProgressId = json.value(QLatin1String("progress_id")).toString(QStringLiteral("pending"));
-
-    // The action has ended when the manager says so, or, from a manager that does not, when
-    // its progress has come and gone and the tool's entry shows no running action.
+    // The manager answers an action's request when the action has ended; meanwhile its
+    // progress documents arrive as events and draw the progress line.
     m_actionKey = entryKey;
-    m_link->waitUntil(
-        [&] { return m_interrupted || m_actionFinished || (m_actionSeen && m_idle && entryProgressId().isEmpty()); }, 0);
+    m_actionRunning = true;
+    const auto answer = m_link->query(request);
+    m_actionRunning = false;
     m_progress.finish();
-    m_actionProgressId.clear();
     if (m_interrupted)
         return Interrupted;
-    if (!m_link->isConnected())
-        return fail(QStringLiteral("The manager stopped while the command was running: ") + m_link->lostReason(),
-                    Unreachable);
-    if (!m_actionError.isEmpty())
-        return fail(m_actionError);
+    if (!answer) {
+        if (!m_link->isConnected())
+            return fail(QStringLiteral("The manager stopped while the command was running (%1)").arg(m_link->lostReason()),
+                        Unreachable);
+        return fail(answer.error());
+    }
     if (m_options.json)
         m_out << (answer->isEmpty() ? QStringLiteral("{}") : answer.value()) << '\n';
     else
@@ -559,15 +534,16 @@ QString CliRunner::entryProgressId() const
 
 void CliRunner::interrupt()
 {
-    if (m_interrupted)
-        return;
-    m_interrupted = true;
     m_progress.finish();
-    if (!m_actionProgressId.isEmpty() && m_link->isConnected()) {
+    const QString id = m_actionRunning && m_link->isConnected() ? entryProgressId() : QString();
+    if (m_interrupted || id.isEmpty()) {
+        m_interrupted = true;
+        m_link->abortWaits();
+        return;
+    }
+    m_interrupted = true;
+    {
         // Only our own action: other clients' work in the same manager goes on.
-        const QString id = m_actionProgressId == QLatin1String("pending") ? entryProgressId() : m_actionProgressId;
-        if (id.isEmpty())
-            return;
         m_link->queryAsync(QJsonObject{{QStringLiteral("method"), QStringLiteral("stopAction")}, {QStringLiteral("id"), id}},
                            [](Result<QString>) {});
         m_err << "hangarctl: cancelling\n";

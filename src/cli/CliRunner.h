@@ -23,6 +23,7 @@ public:
     int run();
     // Ctrl-C: cancels the running action through "stopAction" and ends with 130.
     void interrupt();
+    bool interrupted() const { return m_interrupted; }
 
 private:
     struct Target
@@ -62,10 +63,6 @@ private:
     int m_modelGeneration = 0;
     int m_lookupCode = Failed;
     QString m_actionKey;
-    QString m_actionProgressId;
-    bool m_actionSeen = false;
-    bool m_actionFinished = false;
-    QString m_actionError;
-    bool m_idle = true;
+    bool m_actionRunning = false;
     bool m_interrupted = false;
 };

@@ -206,14 +206,24 @@ Result<QString> ManagerLink::query(const QJsonObject &request)
     queryAsync(request, [&answer](Result<QString> result) { answer = std::move(result); });
     waitUntil([&answer] { return answer.has_value(); }, 0);
     if (!answer)
-        return Error(m_lost.isEmpty() ? QStringLiteral("No answer from the manager") : m_lost);
+        return Error(m_aborted ? QStringLiteral("Interrupted")
+                     : m_lost.isEmpty() ? QStringLiteral("No answer from the manager")
+                                        : m_lost);
     return *answer;
+}
+
+void ManagerLink::abortWaits()
+{
+    m_aborted = true;
+    emit waitsAborted();
 }
 
 bool ManagerLink::waitUntil(const std::function<bool()> &until, int timeoutMs)
 {
     if (until())
         return true;
+    if (m_aborted)
+        return false;
     QEventLoop loop;
     QTimer timer;
     if (timeoutMs > 0) {
@@ -228,10 +238,10 @@ bool ManagerLink::waitUntil(const std::function<bool()> &until, int timeoutMs)
     const auto c1 = connect(this, &ManagerLink::event, &loop, check, Qt::QueuedConnection);
     const auto c2 = connect(&m_socket, &QWebSocket::textMessageReceived, &loop, check, Qt::QueuedConnection);
     const auto c3 = connect(this, &ManagerLink::connectionLost, &loop, &QEventLoop::quit);
+    const auto c4 = connect(this, &ManagerLink::waitsAborted, &loop, &QEventLoop::quit);
     loop.exec();
-    disconnect(c1);
-    disconnect(c2);
-    disconnect(c3);
+    for (const auto &c : {c1, c2, c3, c4})
+        disconnect(c);
     return until();
 }
 

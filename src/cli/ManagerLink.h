@@ -32,6 +32,9 @@ public:
     // limit passes (0: none) or the connection drops. Returns whether `until` became true.
     bool waitUntil(const std::function<bool()> &until, int timeoutMs);
 
+    // Ends every wait at once (a second Ctrl-C, or one outside an action).
+    void abortWaits();
+
     bool isConnected() const;
     // Whether this command started the manager it talks to (it then stops it at the end).
     bool startedManager() const { return m_process != nullptr; }
@@ -43,6 +46,7 @@ public:
 signals:
     void event(const QString &name, const QJsonObject &payload);
     void connectionLost();
+    void waitsAborted();
 
 private:
     struct Endpoint
@@ -61,4 +65,5 @@ private:
     qint64 m_nextId = 1;
     QHash<qint64, std::function<void(Result<QString>)>> m_pending;
     QString m_lost;
+    bool m_aborted = false;
 };

@@ -64,8 +64,8 @@ int main(int argc, char *argv[])
         ::sigaction(SIGINT, &action, nullptr);
         ::sigaction(SIGTERM, &action, nullptr);
     }
-    const int code = runner.run();
+    const int code = runner.interrupted() ? CliRunner::Interrupted : runner.run();
     out.flush();
     err.flush();
-    return code;
+    return runner.interrupted() ? int(CliRunner::Interrupted) : code;
 }
