@@ -94,18 +94,32 @@ QString compact(const QJsonValue &value)
     return QString::fromUtf8(QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact)).mid(1).chopped(1);
 }
 
-// Friendly names for the settings a user edits from a terminal; other keys are dotted paths.
+// Friendly names for the settings a user edits from a terminal, with the value the manager
+// uses while the file has none; other keys are dotted paths into the settings document.
+struct SettingAlias
+{
+    const char *path;
+    QJsonValue fallback; // a string starting with "defaults." names a value the manager reports
+};
+
+const QHash<QString, SettingAlias> &settingAliases()
+{
+    static const QHash<QString, SettingAlias> aliases{
+        {QStringLiteral("install-location"), {"install_location", QStringLiteral("defaults.install_location")}},
+        {QStringLiteral("auto-update"), {"update.install_automatically", true}},
+        {QStringLiteral("auto-update-tools"), {"tools.update_all_automatically", false}},
+        {QStringLiteral("rollback-depth"), {"channel_rollback_max_history", 2}},
+        {QStringLiteral("shell-scripts-folder"),
+         {"shell_scripts.location", QStringLiteral("defaults.shell_scripts_default_location")}},
+        {QStringLiteral("update-channel"), {"update.filter", QJsonValue()}},
+    };
+    return aliases;
+}
+
 QStringList settingsPath(const QString &key)
 {
-    static const QHash<QString, QString> aliases{
-        {QStringLiteral("install-location"), QStringLiteral("install_location")},
-        {QStringLiteral("auto-update"), QStringLiteral("update.install_automatically")},
-        {QStringLiteral("auto-update-tools"), QStringLiteral("tools.update_all_automatically")},
-        {QStringLiteral("rollback-depth"), QStringLiteral("channel_rollback_max_history")},
-        {QStringLiteral("shell-scripts-folder"), QStringLiteral("shell_scripts.location")},
-        {QStringLiteral("update-channel"), QStringLiteral("update.filter")},
-    };
-    return aliases.value(key, key).split(QLatin1Char('.'));
+    const auto alias = settingAliases().constFind(key);
+    return (alias == settingAliases().constEnd() ? key : QLatin1String(alias->path)).split(QLatin1Char('.'));
 }
 
 QJsonValue valueAt(const QJsonObject &root, const QStringList &path)
@@ -147,6 +161,8 @@ void CliRunner::onEvent(const QString &name, const QJsonObject &payload)
     if (name == QLatin1String("refreshApplicationsList")) {
         m_model = payload;
         ++m_modelGeneration;
+        if (m_cancelWhenKnown && m_actionRunning)
+            cancelOwnAction();
     } else if (name == QLatin1String("totalProgress") && m_actionRunning) {
         m_progress.show(payload);
     }
@@ -337,7 +353,10 @@ int CliRunner::install()
     const auto target = findTool(tool, false);
     if (!target)
         return fail(target.error(), m_lookupCode);
-    QJsonObject item{{QStringLiteral("feed_item"), target->entry.value(QLatin1String("stable"))}};
+    // "stable" holds the most stable build as the versions do ({"feed_item": ...}) or bare.
+    const QJsonObject stable = target->entry.value(QLatin1String("stable")).toObject();
+    QJsonObject item = stable.contains(QLatin1String("feed_item")) ? stable
+                                                                   : QJsonObject{{QStringLiteral("feed_item"), stable}};
     if (!build.isEmpty()) {
         item = {};
         for (const QJsonValue &version : target->entry.value(QLatin1String("versions")).toArray()) {
@@ -465,7 +484,13 @@ int CliRunner::settings()
     const QJsonObject doc = QJsonDocument::fromJson(current->toUtf8()).object();
     const QStringList path = settingsPath(m_options.args.at(1));
     if (m_options.args.first() == QLatin1String("get")) {
-        const QJsonValue value = valueAt(doc, path);
+        QJsonValue value = valueAt(doc, path);
+        const auto alias = settingAliases().constFind(m_options.args.at(1));
+        if (value.isUndefined() && alias != settingAliases().constEnd()) {
+            const QString fallback = alias->fallback.toString();
+            value = fallback.startsWith(QLatin1String("defaults.")) ? valueAt(doc, fallback.split(QLatin1Char('.')))
+                                                                    : alias->fallback;
+        }
         if (value.isUndefined())
             return fail(QStringLiteral("No setting %1").arg(m_options.args.at(1)));
         m_out << (m_options.json ? QString::fromUtf8(QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact))
@@ -481,7 +506,11 @@ int CliRunner::settings()
     const QJsonDocument parsed = QJsonDocument::fromJson(QStringLiteral("[%1]").arg(raw).toUtf8());
     if (parsed.isArray() && parsed.array().size() == 1)
         value = parsed.array().first();
-    const QJsonValue old = valueAt(doc, path);
+    QJsonValue old = valueAt(doc, path);
+    if (old.isUndefined() && settingAliases().contains(m_options.args.at(1)))
+        old = settingAliases().value(m_options.args.at(1)).fallback;
+    if (old.isString() && old.toString().startsWith(QLatin1String("defaults.")))
+        old = QJsonValue(QString());
     if (!old.isUndefined() && !old.isNull() && old.type() != value.type())
         return fail(QStringLiteral("%1 takes a %2 value").arg(m_options.args.at(1),
                                                              old.isBool() ? QStringLiteral("true/false")
@@ -535,18 +564,26 @@ QString CliRunner::entryProgressId() const
 void CliRunner::interrupt()
 {
     m_progress.finish();
-    const QString id = m_actionRunning && m_link->isConnected() ? entryProgressId() : QString();
-    if (m_interrupted || id.isEmpty()) {
+    if (m_interrupted || !m_actionRunning || !m_link->isConnected()) {
+        // Nothing of ours runs in the manager (or the user insists): stop waiting now.
         m_interrupted = true;
         m_link->abortWaits();
         return;
     }
     m_interrupted = true;
-    {
-        // Only our own action: other clients' work in the same manager goes on.
-        m_link->queryAsync(QJsonObject{{QStringLiteral("method"), QStringLiteral("stopAction")}, {QStringLiteral("id"), id}},
-                           [](Result<QString>) {});
-        m_err << "hangarctl: cancelling\n";
-        m_err.flush();
-    }
+    m_err << "hangarctl: cancelling\n";
+    m_err.flush();
+    cancelOwnAction();
+}
+
+void CliRunner::cancelOwnAction()
+{
+    // Only our own action: other clients' work in the same manager goes on. Its id shows in
+    // the model once the manager has started it; until then the cancel waits for it.
+    const QString id = entryProgressId();
+    m_cancelWhenKnown = id.isEmpty();
+    if (id.isEmpty())
+        return;
+    m_link->queryAsync(QJsonObject{{QStringLiteral("method"), QStringLiteral("stopAction")}, {QStringLiteral("id"), id}},
+                       [](Result<QString>) {});
 }

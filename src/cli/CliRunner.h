@@ -39,6 +39,7 @@ private:
     int fail(const QString &message, int code = Failed);
     // The progress id the model shows on the entry the running action works on.
     QString entryProgressId() const;
+    void cancelOwnAction();
 
     int list();
     int listAvailable();
@@ -64,5 +65,6 @@ private:
     int m_lookupCode = Failed;
     QString m_actionKey;
     bool m_actionRunning = false;
+    bool m_cancelWhenKnown = false;
     bool m_interrupted = false;
 };
