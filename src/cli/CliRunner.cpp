@@ -170,6 +170,15 @@ void CliRunner::onEvent(const QString &name, const QJsonObject &payload)
 
 Result<QJsonObject> CliRunner::model()
 {
+    if (m_link->startedManager() && !m_feedRefreshed) {
+        // A manager started for this command knows only its cached feed: have it download the
+        // feed first ("updateFeed" answers once the refresh has ended and the model is rebuilt).
+        m_feedRefreshed = true;
+        const auto refreshed = m_link->query(QJsonObject{{QStringLiteral("method"), QStringLiteral("updateFeed")}});
+        if (!refreshed && !m_link->isConnected())
+            return refreshed.toError();
+        m_model.reset();
+    }
     if (m_model)
         return *m_model;
     // The manager replays its latest document to every client that says it is listening; a

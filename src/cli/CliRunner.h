@@ -62,6 +62,7 @@ private:
 
     Option<QJsonObject> m_model;
     int m_modelGeneration = 0;
+    bool m_feedRefreshed = false;
     int m_lookupCode = Failed;
     QString m_actionKey;
     bool m_actionRunning = false;
