@@ -54,7 +54,8 @@ QString versionText(const QJsonObject &item)
     const QString build = text(item, "build");
     if (!build.isEmpty() && build != version)
         version += QStringLiteral(" (") + build + QLatin1Char(')');
-    return quality.isEmpty() ? version : version + QLatin1Char(' ') + quality;
+    // "1.2 EAP" already says its quality.
+    return quality.isEmpty() || version.contains(quality) ? version : version + QLatin1Char(' ') + quality;
 }
 
 QJsonArray entries(const QJsonObject &model, std::initializer_list<const char *> keys)

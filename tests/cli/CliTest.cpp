@@ -1,6 +1,7 @@
 // hangarctl as a terminal user meets it: the real client against the real headless manager in
 // a temporary home, the demo tools served by nginx. After each command the disk says what the
 // command claimed.
+#include "support/ApiClient.h"
 #include "support/FeedBuilder.h"
 #include "support/HangarProcess.h"
 #include "support/NginxServer.h"
@@ -38,6 +39,7 @@ class CliTest : public QObject
     QString m_feedUrl;
     std::unique_ptr<NginxServer> m_nginx;
     std::unique_ptr<HangarProcess> m_hangar;
+    QUrl m_apiAddress;
 
     QProcessEnvironment environment(const QString &home) const
     {
@@ -101,6 +103,29 @@ class CliTest : public QObject
         return false;
     }
 
+    // The channel follows a pre-release quality (the page's quality picker), so that the feed
+    // offers it an update.
+    void followQuality(const QString &type, const QString &quality, int order)
+    {
+        QUrl api(m_apiAddress);
+        api.setScheme("ws");
+        api.setPath("/api");
+        ApiClient client;
+        QVERIFY(client.open(api));
+        QVERIFY(client.ask(QJsonObject { { "method", "apiReady" } }).value("ok").toBool());
+        QJsonObject local;
+        for (const QJsonValue &entry : listJson())
+            if (entry.toObject().value("feed_item").toObject().value("id") == type)
+                local = entry.toObject();
+        QJsonObject settings = local.value("settings").toObject();
+        QJsonObject filter = local.value("filter").toObject();
+        filter.insert("quality_filter", QJsonObject { { "name", quality }, { "order_value", order } });
+        settings.insert("filter", filter);
+        const QJsonObject answer
+            = client.ask({ { "method", "saveChannelSettings" }, { "tool", local }, { "settings", settings } });
+        QVERIFY2(answer.value("ok").toBool(), qPrintable(answer.value("error").toString()));
+    }
+
     static QString activeBuild(const QJsonArray &installed, const QString &type)
     {
         for (const QJsonValue &entry : installed)
@@ -133,7 +158,8 @@ private slots:
         m_hangar = std::make_unique<HangarProcess>(m_home);
         m_hangar->setEnvironment(environment(m_home));
         QVERIFY(m_hangar->start({ "--internal-headless", "--ws-port", "0" }));
-        QVERIFY(!m_hangar->readApiAddress().isEmpty());
+        m_apiAddress = m_hangar->readApiAddress();
+        QVERIFY(!m_apiAddress.isEmpty());
     }
 
     void walksToolLife()
@@ -141,21 +167,24 @@ private slots:
         QCOMPARE(listJson(), QJsonArray());
         const Run available = run({ "list", "--available" });
         QCOMPARE(available.code, 0);
-        QVERIFY2(available.out.contains(QRegularExpression("Quill +demo-quill +101\\.10 +1\\.0 +Release")),
+        QVERIFY2(available.out.contains(QRegularExpression("Quill +demo-quill +101\\.20 +1\\.1 +Release")),
             qPrintable(available.out));
 
         // Matched without regard to case, by id or by the name shown.
-        const Run install = run({ "install", "QUILL@101.10" });
+        const Run install = run({ "install", "QUILL@101.20" });
         QVERIFY2(install.code == 0, qPrintable(install.err));
-        QCOMPARE(buildsOnDisk("demo-quill"), QStringList { "101.10" });
-        QCOMPARE(activeBuild(listJson(), "demo-quill"), QString("101.10"));
-        QVERIFY(run({ "list" }).out.contains(QRegularExpression("Quill +demo-quill +\\S+ +1\\.0 \\(101\\.10\\) Release +1\\.1")));
+        QCOMPARE(buildsOnDisk("demo-quill"), QStringList { "101.20" });
+        QCOMPARE(activeBuild(listJson(), "demo-quill"), QString("101.20"));
+        followQuality("demo-quill", "EAP", 2);
+        const Run list = run({ "list" });
+        QVERIFY2(list.out.contains(QRegularExpression("Quill +demo-quill +\\S+ +1\\.1 \\(101\\.20\\) Release +1\\.2 EAP \\(102\\.3\\), .* patch")),
+            qPrintable(list.out));
 
         QCOMPARE(run({ "update", "demo-quill" }).code, 0);
-        QCOMPARE(activeBuild(listJson(), "demo-quill"), QString("101.20"));
-        QCOMPARE(buildsOnDisk("demo-quill"), (QStringList { "101.10", "101.20" }));
+        QCOMPARE(activeBuild(listJson(), "demo-quill"), QString("102.3"));
+        QCOMPARE(buildsOnDisk("demo-quill"), (QStringList { "101.20", "102.3" }));
         QCOMPARE(run({ "rollback", "Quill" }).code, 0);
-        QCOMPARE(activeBuild(listJson(), "demo-quill"), QString("101.10"));
+        QCOMPARE(activeBuild(listJson(), "demo-quill"), QString("101.20"));
 
         // A second channel makes the name ambiguous: the candidates are listed, exit 2.
         QCOMPARE(run({ "install", "demo-quill" }).code, 0);
@@ -180,7 +209,8 @@ private slots:
     // Ctrl-C on the first cancels its update and leaves the old build whole.
     void concurrentCommandsMeetInOneManager()
     {
-        QCOMPARE(run({ "install", "demo-sift@200.1" }).code, 0);
+        QCOMPARE(run({ "install", "demo-sift@200.5" }).code, 0);
+        followQuality("demo-sift", "Beta", 2);
         QProcess first;
         const int updates = m_hangar->logText().count("Action: Update");
         start(first, { "update", "demo-sift" });
@@ -193,8 +223,8 @@ private slots:
         ::kill(pid_t(first.processId()), SIGINT);
         QVERIFY(first.waitForFinished(60000));
         QCOMPARE(first.exitCode(), 130);
-        QCOMPARE(buildsOnDisk("demo-sift"), QStringList { "200.1" });
-        QCOMPARE(activeBuild(listJson(), "demo-sift"), QString("200.1"));
+        QCOMPARE(buildsOnDisk("demo-sift"), QStringList { "200.5" });
+        QCOMPARE(activeBuild(listJson(), "demo-sift"), QString("200.5"));
     }
 
     void refusesBadInput_data()
