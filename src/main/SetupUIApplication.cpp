@@ -1,6 +1,14 @@
 #include "SetupUIApplication.h"
 
 #include "SingleApplicationInstanceController.h"
+#include "api/ApiRuntimeFile.h"
+#include "api/ApplicationRequests.h"
+#include "api/HeadlessApiServer.h"
+#include "api/HeadlessUIApiConnector.h"
+#include "api/SelfApi.h"
+#include "api/SelfApiMethods.h"
+#include "api/UsageEventLog.h"
+#include "base/AppDataDirectory.h"
 #include "base/Capabilities.h"
 #include "base/WorkerThread.h"
 #include "feed/FeedResources.h"
@@ -11,6 +19,17 @@
 #include "local/ChannelSettingsManager.h"
 #include "local/LocalApplications.h"
 #include "local/LocalApplicationsFeed.h"
+#include "manager/ApplicationManager.h"
+#include "manager/PurgeOldVersionsController.h"
+#include "model/ApplicationFilters.h"
+#include "model/ApplicationManagerDiskSize.h"
+#include "model/ApplicationManagerModelBuilder.h"
+#include "model/ApplicationManagerModelHolderFacade.h"
+#include "model/ApplicationManagerModelSignals.h"
+#include "model/ApplicationPendingActions.h"
+#include "model/NetworkConnectionInfo.h"
+#include "model/OperatingSystemApplicationFilter.h"
+#include "net/DownloadSession.h"
 #include "net/ProgressManager.h"
 #include "projects/LatheProjectSource.h"
 #include "projects/ProjectCache.h"
@@ -33,6 +52,7 @@
 #include <QTimer>
 #include <QUrl>
 #include <QUuid>
+#include <cstdio>
 
 namespace {
 
@@ -50,16 +70,30 @@ void storeSystemProxy(SettingsManager *settingsManager)
         qWarning().noquote() << "Failed to store proxy configuration:" << stored.error();
 }
 
+// A link handed over by a second start: a tool to launch (with a project).
+void handleLink(const QUrl &url, ApplicationManager *manager)
+{
+    qInfo().noquote() << "Received link from second instance:" << url.toString();
+    if (!manager->getActivateApplicationByURL(url)) {
+        qWarning().noquote() << "No installed tool for link" << url.toString();
+        return;
+    }
+    manager->activateProtocol(url, [url](const Result<void> &activated) {
+        if (!activated)
+            qWarning().noquote() << "Failed to open link" << url.toString() << ":" << activated.error();
+    });
+}
+
 // What a second start of the manager asked for. Options are only noted: the
 // running instance keeps the options it was started with.
-void onActivation(const QStringList &messages, CommandLine *commandLine)
+void onActivation(const QStringList &messages, CommandLine *commandLine, ApplicationManager *manager)
 {
     qDebug().noquote() << "onActivation messages: " + messages.join(", ");
     for (const QString &message : messages) {
         if (commandLine->hasOption(message)) {
             qInfo().noquote() << "Received command line option from second instance:" << message;
         } else if (message.startsWith(QLatin1String("url "))) {
-            qInfo().noquote() << "Received link from second instance:" << message.mid(4);
+            handleLink(QUrl(message.mid(4).trimmed()), manager);
         } else if (message.startsWith(QLatin1String("activate "))) {
             qInfo().noquote() << "Bringing main window forward on request of second instance";
         } else {
@@ -93,11 +127,11 @@ void showCriticalMessage(const QString &text)
     QMessageBox::critical(nullptr, QStringLiteral("Hangar"), text);
 }
 
-// What the application model will do once it exists: find the installed tools,
-// publish the built-in feed at once and then bring it up to date, and look for
-// recent projects. Each result is logged.
+// Finds the installed tools, publishes the built-in feed at once and then brings
+// it up to date, and looks for recent projects. Each result is logged.
 void loadInitialState(QObject *owner, RemoteApplications *remoteApplications,
-    LocalApplications *localApplications, ProjectsManager *projectsManager)
+    LocalApplications *localApplications, ProjectsManager *projectsManager,
+    ApplicationManagerModelSignals *modelSignals)
 {
     const Result<void> preloaded = remoteApplications->preloadFeedFromResources();
     if (preloaded.isError())
@@ -115,14 +149,40 @@ void loadInitialState(QObject *owner, RemoteApplications *remoteApplications,
             projectsManager->setInstalledItems(installed);
         });
 
-    WorkerThread::runInThread<Result<bool>>(
-        owner, [remoteApplications]() { return remoteApplications->updateRemoteFeed(false); },
-        [remoteApplications](const Result<bool> &updated) {
-            if (updated.isError())
-                qWarning().noquote() << "Feed update failed:" << updated.error();
-            qInfo().noquote() << "Remote feed:" << remoteApplications->getRemoteFeed().size() << "items,"
-                              << remoteApplications->getRemotePatches().size() << "patches";
-        });
+    // The first refresh downloads the feed and builds the model.
+    modelSignals->scheduleApplicationsListRefresh(ModelUpdateReason::UserRequest);
+}
+
+// The owner of the runtime file: removed when the graph is torn down at exit.
+struct RuntimeFileHolder : QObject
+{
+    ApiRuntimeFile file;
+};
+
+// Headless mode: the page and the API on a loopback port, announced by exactly
+// one line on standard output and by the runtime file. No window, no tray.
+// "--ws-port" not given means a free port, as 0 does.
+bool startHeadlessFront(QApplication *application, QObject *owner, SelfApi *selfApi, CommandLine *commandLine)
+{
+    auto *server = new HeadlessApiServer(selfApi, PageResources(), owner);
+    const int requested = commandLine->getInternalWebSocketPort();
+    const Result<void> listening = server->listen(requested > 0 && requested <= 65535 ? quint16(requested) : 0);
+    if (!listening) {
+        qCritical().noquote() << "Failed to start the headless API:" << listening.error();
+        std::fprintf(stderr, "Hangar: %s\n", qPrintable(listening.error()));
+        application->exit(1);
+        return false;
+    }
+    qInfo().noquote() << "Headless API listening on 127.0.0.1:" + QString::number(server->port());
+    // The file first: whoever reads the line may look for the file at once.
+    auto *runtime = new RuntimeFileHolder();
+    runtime->setParent(owner);
+    const Result<void> written = runtime->file.write(ApiRuntimeFile::defaultPath(), server->port(), server->token());
+    if (!written)
+        qWarning().noquote() << "Failed to write the API runtime file:" << written.error();
+    std::printf("Hangar API: %s\n", server->pageUrl().toString(QUrl::FullyEncoded).toUtf8().constData());
+    std::fflush(stdout);
+    return true;
 }
 
 QT_WARNING_PUSH
@@ -158,6 +218,13 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
     storeSystemProxy(settingsManager);
 
     auto *localFeed = new LocalApplicationsFeed(settingsManager, owner);
+    auto *operatingSystemFilter = new OperatingSystemApplicationFilter();
+    auto *filters = new ApplicationFilters({ operatingSystemFilter });
+    // Plain values owned by the graph's owner, destroyed with it.
+    QObject::connect(owner, &QObject::destroyed, [filters, operatingSystemFilter]() {
+        delete filters;
+        delete operatingSystemFilter;
+    });
 
     initFeedResources();
     const Result<SignatureManager *> signatureManager
@@ -172,7 +239,12 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
 
     auto *remoteApplications = new RemoteApplications(
         *signatureManager, installationId(), progressManager, settingsManager, owner);
+    auto *pendingActions = new ApplicationPendingActions(progressManager, owner);
     auto *localApplications = new LocalApplications(localFeed, channelSettingsManager, owner);
+
+    // No window exists yet; headless mode never gets one.
+    auto *connector = new HeadlessUIApiConnector();
+    QObject::connect(owner, &QObject::destroyed, [connector]() { delete connector; });
 
     // One cache and one source per platform kind of tool; the file watching that
     // the settings allow is switched on per source.
@@ -184,14 +256,45 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
     // Adopted last, so destroyed after the sources and the manager that use it.
     projectCache->setParent(owner);
 
+    auto *builder = new ApplicationManagerModelBuilder(settingsManager, channelSettingsManager, localApplications);
+    QObject::connect(owner, &QObject::destroyed, [builder]() { delete builder; });
+    auto *modelHolder = new ApplicationManagerModelHolderFacade(
+        builder, localApplications, remoteApplications, projectsManager, filters, owner);
+    auto *diskSize = new ApplicationManagerDiskSize(localApplications, settingsManager, owner);
+    auto *modelSignals = new ApplicationManagerModelSignals(localApplications, remoteApplications, modelHolder,
+        channelSettingsManager, projectsManager, diskSize, std::make_shared<NetworkManagerConnectionInfo>(), owner);
+
+    ApplicationManagerServices services;
+    services.settings = settingsManager;
+    services.channelSettings = channelSettingsManager;
+    services.localApplications = localApplications;
+    services.remoteApplications = remoteApplications;
+    services.pendingActions = pendingActions;
+    services.progressManager = progressManager;
+    services.downloadSession = new DownloadSession(settingsManager, owner);
+    services.modelHolder = modelHolder;
+    services.modelSignals = modelSignals;
+    services.diskSize = diskSize;
+    services.projects = projectsManager;
+    auto *applicationManager = new ApplicationManager(services, owner);
+    new PurgeOldVersionsController(applicationManager, settingsManager, owner);
+
     auto *feedletManager = new FeedletManager(*signatureManager, settingsManager, progressManager, owner);
-    Q_UNUSED(feedletManager)
+    feedletManager->addInstallHandler(
+        [applicationManager](const RemoteFeedItem &item) { return applicationManager->installFeedletItemAndWait(item); });
 
     QObject::connect(settingsManager, &SettingsManager::settingsChanged, owner,
-        [localFeed, localApplications, projectsManager](
+        [localFeed, localApplications, projectsManager, applicationManager](
             const SelfSettings &oldSettings, const SelfSettings &newSettings) {
             localFeed->onSettingsChange(oldSettings, newSettings, localApplications);
             projectsManager->onSettingsChange(oldSettings, newSettings);
+            if (oldSettings.getApplicationInstallDirectory() != newSettings.getApplicationInstallDirectory()
+                || oldSettings.getOrdering(false) != newSettings.getOrdering(false)
+                || oldSettings.getOrdering(true) != newSettings.getOrdering(true)
+                || oldSettings.getShellLinksEnabled() != newSettings.getShellLinksEnabled())
+                applicationManager->scheduleApplicationsListRefresh(ModelUpdateReason::SettingsChanged);
+            if (oldSettings.getAllToolsAutoUpdateEnabled() != newSettings.getAllToolsAutoUpdateEnabled())
+                applicationManager->setAutoUpdateAllTools(newSettings.getAllToolsAutoUpdateEnabled());
         });
 
     if (commandLine->isInternalDumpFeed()) {
@@ -199,13 +302,30 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
         return;
     }
 
-    QObject::connect(instanceController, &SingleApplicationInstanceController::messageAvailable, owner,
-        [commandLine](const QStringList &messages) { onActivation(messages, commandLine); });
+    auto *selfApi = new SelfApi(connector, owner);
+    connector->setEventSink(
+        [selfApi](const QString &name, const QJsonObject &payload) { selfApi->apiSignalInternal(name, payload); });
+    SelfApiMethods::Dependencies methods;
+    methods.settingsManager = settingsManager;
+    methods.progressManager = progressManager;
+    methods.projectsManager = projectsManager;
+    methods.feedletManager = feedletManager;
+    methods.usageEventLog = new UsageEventLog(appDataDirectory() + "/usage-events.jsonl", owner);
+    methods.logFilePath = logPath;
+    new SelfApiMethods(selfApi, methods);
+    ApplicationRequests::registerInto(selfApi, applicationManager);
 
-    loadInitialState(owner, remoteApplications, localApplications, projectsManager);
+    if (commandLine->isInternalHeadless() && !startHeadlessFront(application, owner, selfApi, commandLine))
+        return;
+
+    QObject::connect(instanceController, &SingleApplicationInstanceController::messageAvailable, owner,
+        [commandLine, applicationManager](
+            const QStringList &messages) { onActivation(messages, commandLine, applicationManager); });
+
+    loadInitialState(owner, remoteApplications, localApplications, projectsManager, modelSignals);
 
     QTimer::singleShot(1, owner, [commandLine]() {
-        if (!commandLine->isMinimize()) {
+        if (!commandLine->isMinimize() && !commandLine->isInternalHeadless()) {
             qInfo().noquote() << "Showing main window";
             // No notification area yet: the log and standard error carry the notice.
             if (commandLine->isUpdateFailed())
