@@ -53,20 +53,6 @@ QString makePaddedPackage(const QString &dir)
     return package;
 }
 
-bool signFeed(const QString &home, const QJsonArray &entries)
-{
-    const QString json = home + "/feeds/root.json";
-    QDir().mkpath(home + "/feeds");
-    QFile file(json);
-    file.open(QIODevice::WriteOnly);
-    file.write(FeedBuilder::feed(entries));
-    file.close();
-    return run(FeedBuilder::hangarFeedPath(),
-               { "sign", "--cert", binaryDir() + "/feed-dev-ca/signer.crt", "--key",
-                   binaryDir() + "/feed-dev-ca/signer.key", json, HangarProcess::rootFeedPathFor(home) })
-        == 0;
-}
-
 bool measure()
 {
     QTemporaryDir dir;
@@ -80,7 +66,7 @@ bool measure()
     if (!nginx.start())
         return fail(nginx.errorString());
     const QString url = nginx.url("/hangar-padded.tar.gz").toString();
-    if (!signFeed(home, QJsonArray { selfEntry(HANGAR_NEWER_VERSION, url, package) }))
+    if (!writeSignedRootFeed(home, QJsonArray { selfEntry(HANGAR_NEWER_VERSION, url, package) }))
         return fail("cannot sign the feed");
 
     const double curlMs = elapsedMs([&]() { run("curl", { "-s", "-o", home + "/curl.out", url }); });
@@ -90,11 +76,12 @@ bool measure()
     old.start(root + "/bin/hangar", { "--internal-headless", "--ws-port", "0", "--log-path", home + "/logs" });
     const QString runtimeFile = home + "/runtime/hangar-api.json";
     ApiClient client;
-    if (!client.connectTo(runtimeFile))
+    const qint64 oldPid = connectToManager(client, runtimeFile);
+    if (oldPid <= 0)
         return fail("the older manager does not answer");
     for (int i = 0; i < 600; ++i) {
         const QJsonObject status
-            = QJsonDocument::fromJson(client.query({ { "method", "getSelfUpdateStatus" } }).toUtf8()).object();
+            = QJsonDocument::fromJson(query(client, { { "method", "getSelfUpdateStatus" } }).toUtf8()).object();
         if (status["updateAvailable"].toBool())
             break;
         QTest::qWait(100);
@@ -103,16 +90,17 @@ bool measure()
     QElapsedTimer timer;
     timer.start();
     QString error;
-    client.query({ { "method", "updateSelf" } }, &error);
+    query(client, { { "method", "updateSelf" } }, &error);
     if (!error.isEmpty())
         return fail("updateSelf: " + error);
     ApiClient updated;
-    if (!updated.connectTo(runtimeFile, client.pid(), 300000))
+    const qint64 newPid = connectToManager(updated, runtimeFile, oldPid, 300000);
+    if (newPid <= 0)
         return fail("the new build does not answer");
-    updated.query({ { "method", "getSelfUpdateStatus" } });
+    query(updated, { { "method", "getSelfUpdateStatus" } });
     const double totalMs = timer.nsecsElapsed() / 1e6;
     old.waitForFinished(10000);
-    killAndReap(updated.pid());
+    killAndReap(newPid);
 
     QFile log(home + "/logs/log.txt");
     log.open(QIODevice::ReadOnly);

@@ -45,7 +45,7 @@ const QStringList TableMethods { "config", "getSettings", "saveSettings", "saveI
     "projects:removeDefaultOpenItem", "askCloseRunning", "fusEvent", "forceSubmitStatistics", "openEventLog",
     "orvPrivacyPolicyAccepted", "orvAccountLogin", "orvAccountSwitch", "orvAccountLogout", "readClipboard",
     "openLink", "sendFeedback", "showLogFile", "showDirectory", "getFileManagerName", "openSystemProxySettings",
-    "hideWindow", "quitApplication", "apiReady", "selectDirectoryDialog" };
+    "hideWindow", "quitApplication", "apiReady", "selectDirectoryDialog", "setAutoUpdateAllTools" };
 
 } // namespace
 

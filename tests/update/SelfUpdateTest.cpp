@@ -37,21 +37,6 @@ QString makeForeignPackage(const QString &dir)
     return dir + "/foreign.tar.gz";
 }
 
-bool writeSignedFeed(const QString &home, const QJsonArray &entries)
-{
-    const QString json = home + "/feeds/root.json";
-    QDir().mkpath(home + "/feeds");
-    QFile file(json);
-    if (!file.open(QIODevice::WriteOnly))
-        return false;
-    file.write(FeedBuilder::feed(entries));
-    file.close();
-    return run(FeedBuilder::hangarFeedPath(),
-               { "sign", "--cert", binaryDir() + "/feed-dev-ca/signer.crt", "--key",
-                   binaryDir() + "/feed-dev-ca/signer.key", json, HangarProcess::rootFeedPathFor(home) })
-        == 0;
-}
-
 } // namespace
 
 class SelfUpdateTest : public QObject
@@ -169,7 +154,7 @@ private slots:
         NginxServer nginx(home + "/www");
         QVERIFY2(nginx.start(), qPrintable(nginx.errorString()));
         const QString url = nginx.url("/hangar-new.tar.gz").toString();
-        QVERIFY(writeSignedFeed(home,
+        QVERIFY(writeSignedRootFeed(home,
             QJsonArray { selfEntry(HANGAR_NEWER_VERSION, url, newerPackage()),
                 selfEntry("99.0", url, newerPackage(), 1, "next"), selfEntry("98.0", url, newerPackage(), 2) }));
         QDir().mkpath(HangarProcess::appDataDirFor(home));
@@ -183,10 +168,11 @@ private slots:
         old.start(root + "/bin/hangar", { "--internal-headless", "--ws-port", "0", "--log-path", home + "/logs" });
         const QString runtimeFile = home + "/runtime/hangar-api.json";
         ApiClient client;
-        QVERIFY(client.connectTo(runtimeFile));
+        const qint64 oldPid = connectToManager(client, runtimeFile);
+        QVERIFY(oldPid > 0);
         QJsonObject status;
         for (int i = 0; i < 300 && !status["updateAvailable"].toBool(); ++i) {
-            status = QJsonDocument::fromJson(client.query({ { "method", "getSelfUpdateStatus" } }).toUtf8()).object();
+            status = QJsonDocument::fromJson(query(client, { { "method", "getSelfUpdateStatus" } }).toUtf8()).object();
             QTest::qWait(100);
         }
         QVERIFY2(status["updateAvailable"].toBool(), QJsonDocument(status).toJson().constData());
@@ -196,14 +182,15 @@ private slots:
         QVERIFY(!status.contains("managedBy"));
 
         QString error;
-        client.query({ { "method", "updateSelf" } }, &error);
+        query(client, { { "method", "updateSelf" } }, &error);
         QVERIFY2(error.isEmpty(), qPrintable(error));
         QVERIFY(old.waitForFinished(120000));
 
         ApiClient updated;
-        QVERIFY(updated.connectTo(runtimeFile, client.pid(), 120000));
+        const qint64 newPid = connectToManager(updated, runtimeFile, oldPid, 120000);
+        QVERIFY(newPid > 0);
         const QJsonObject after
-            = QJsonDocument::fromJson(updated.query({ { "method", "getSelfUpdateStatus" } }).toUtf8()).object();
+            = QJsonDocument::fromJson(query(updated, { { "method", "getSelfUpdateStatus" } }).toUtf8()).object();
         QCOMPARE(after["current_version"].toString(), QString(HANGAR_NEWER_VERSION));
         QCOMPARE(versionOf(root, home), QString(HANGAR_NEWER_VERSION));
         const QString selfChannel = home + "/.local/share/Vantrel/apps/Hangar/self";
@@ -211,7 +198,7 @@ private slots:
             QTest::qWait(100);
         QCOMPARE(QDir(selfChannel).entryList(QDir::Dirs | QDir::NoDotAndDotDot), QStringList());
         QCOMPARE(InstallationSwap::leftovers(root), QStringList());
-        killAndReap(updated.pid());
+        killAndReap(newPid);
     }
 };
 

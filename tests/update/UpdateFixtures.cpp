@@ -1,5 +1,6 @@
 #include "UpdateFixtures.h"
 
+#include "support/FeedBuilder.h"
 #include "support/HangarProcess.h"
 
 #include <QCryptographicHash>
@@ -7,7 +8,6 @@
 #include <QElapsedTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QSignalSpy>
 #include <QtTest>
 #include <QFile>
 #include <QProcess>
@@ -129,59 +129,48 @@ QJsonObject selfEntry(const QString &version, const QString &url, const QString 
     return entry;
 }
 
-bool ApiClient::connectTo(const QString &runtimeFile, qint64 notPid, int timeoutMs)
+bool writeSignedRootFeed(const QString &home, const QJsonArray &entries)
+{
+    const QString json = home + "/feeds/root.json";
+    QDir().mkpath(home + "/feeds");
+    QFile file(json);
+    if (!file.open(QIODevice::WriteOnly) || file.write(FeedBuilder::feed(entries)) < 0)
+        return false;
+    file.close();
+    return run(FeedBuilder::hangarFeedPath(),
+               { "sign", "--cert", binaryDir() + "/feed-dev-ca/signer.crt", "--key",
+                   binaryDir() + "/feed-dev-ca/signer.key", json, HangarProcess::rootFeedPathFor(home) })
+        == 0;
+}
+
+qint64 connectToManager(ApiClient &client, const QString &runtimeFile, qint64 notPid, int timeoutMs)
 {
     QElapsedTimer timer;
     timer.start();
-    QJsonObject found;
     while (timer.elapsed() < timeoutMs) {
         QFile file(runtimeFile);
         if (file.open(QIODevice::ReadOnly)) {
-            found = QJsonDocument::fromJson(file.readAll()).object();
-            if (found["port"].toInt() > 0 && qint64(found["pid"].toDouble()) != notPid)
-                break;
+            const QJsonObject found = QJsonDocument::fromJson(file.readAll()).object();
+            const qint64 pid = qint64(found["pid"].toDouble());
+            if (found["port"].toInt() > 0 && pid != notPid
+                && client.open(QUrl(QStringLiteral("ws://127.0.0.1:%1/api?token=%2")
+                                        .arg(found["port"].toInt())
+                                        .arg(found["token"].toString()))))
+                return pid;
         }
-        found = QJsonObject();
         QTest::qWait(100);
     }
-    if (found.isEmpty())
-        return false;
-    m_pid = qint64(found["pid"].toDouble());
-    m_socket = std::make_unique<QWebSocket>();
-    QSignalSpy connected(m_socket.get(), &QWebSocket::connected);
-    m_socket->open(QUrl(QStringLiteral("ws://127.0.0.1:%1/api?token=%2")
-                            .arg(found["port"].toInt())
-                            .arg(found["token"].toString())));
-    return connected.wait(10000);
+    return 0;
 }
 
-QString ApiClient::query(const QJsonObject &request, QString *error, int timeoutMs)
+QString query(ApiClient &client, const QJsonObject &request, QString *error, int timeoutMs)
 {
-    const int id = m_nextId++;
-    QString answer;
-    bool done = false;
-    const QMetaObject::Connection connection = QObject::connect(m_socket.get(), &QWebSocket::textMessageReceived,
-        [&](const QString &frame) {
-            const QJsonObject message = QJsonDocument::fromJson(frame.toUtf8()).object();
-            if (message["id"].toInt() != id)
-                return;
-            done = true;
-            if (message["ok"].toBool())
-                answer = message["answer"].toString();
-            else if (error)
-                *error = message["error"].toString() + message["answer"].toString();
-        });
-    m_socket->sendTextMessage(QJsonDocument(QJsonObject { { "id", id },
-        { "query", QString::fromUtf8(QJsonDocument(request).toJson(QJsonDocument::Compact)) } })
-                                  .toJson(QJsonDocument::Compact));
-    QElapsedTimer timer;
-    timer.start();
-    while (!done && timer.elapsed() < timeoutMs && m_socket->state() == QAbstractSocket::ConnectedState)
-        QTest::qWait(20);
-    QObject::disconnect(connection);
-    if (!done && error)
-        *error = QStringLiteral("no answer");
-    return answer;
+    const QJsonObject answer = client.ask(request, timeoutMs);
+    if (answer["ok"].toBool())
+        return answer["answer"].toString();
+    if (error)
+        *error = answer.isEmpty() ? QStringLiteral("no answer") : answer["error"].toString();
+    return QString();
 }
 
 } // namespace UpdateFixtures

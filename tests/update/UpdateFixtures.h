@@ -1,12 +1,13 @@
 #pragma once
 
+#include "support/ApiClient.h"
+
 #include <QByteArray>
 #include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
+#include <QJsonArray>
 #include <QJsonObject>
-#include <QWebSocket>
-#include <memory>
 
 // Manager installations for the self-update tests: this build installed with `cmake --install`
 // (the older manager) and the newer manager's release package, unpacked.
@@ -38,20 +39,14 @@ void killAndReap(qint64 pid);
 QJsonObject selfEntry(const QString &version, const QString &url, const QString &packagePath, int quality = 1,
     const QString &branch = QString());
 
-// A client of a headless manager's API, found through its "hangar-api.json".
-class ApiClient
-{
-public:
-    // Reads {"port", "token", "pid"} from `runtimeFile`; false when it is missing or from `notPid`.
-    bool connectTo(const QString &runtimeFile, qint64 notPid = 0, int timeoutMs = 60000);
-    qint64 pid() const { return m_pid; }
-    // The answer text of one request ({"method": ..., ...}); empty with `error` set on failure.
-    QString query(const QJsonObject &request, QString *error = nullptr, int timeoutMs = 60000);
+// Signs a feed of `entries` with this build's development CA and puts it where the manager of
+// `home` looks for its root feed (HangarProcess).
+bool writeSignedRootFeed(const QString &home, const QJsonArray &entries);
 
-private:
-    std::unique_ptr<QWebSocket> m_socket;
-    qint64 m_pid = 0;
-    int m_nextId = 1;
-};
+// Connects `client` to the headless manager announced in `runtimeFile` ("hangar-api.json"),
+// waiting until the file names a process other than `notPid`; that process id, or 0.
+qint64 connectToManager(ApiClient &client, const QString &runtimeFile, qint64 notPid = 0, int timeoutMs = 60000);
+// The answer text of one request; empty, with `error` set, on failure.
+QString query(ApiClient &client, const QJsonObject &request, QString *error = nullptr, int timeoutMs = 60000);
 
 } // namespace UpdateFixtures

@@ -53,8 +53,6 @@ bool AutoUpdateManager::isAutoUpdateOn(const ApplicationManagerModelLocalEntry &
 {
     if (entry.isDetected())
         return false;
-    if (m_settings->getSettings().getAllToolsAutoUpdateEnabled())
-        return true;
     return entry.getSettings().value(ChannelSettings::InstallAutomaticallyKey).toBool(false);
 }
 

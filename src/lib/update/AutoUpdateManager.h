@@ -27,7 +27,7 @@ class UpdateManager;
 // and "window shown", which cannot), an update is scheduled when the manager has one and its
 // own automatic updates are on ("update" -> "install_automatically"), or when an installed
 // tool has one and automatic updates are on for its channel ("install_automatically" in the
-// channel settings, or "tools" -> "update_all_automatically" for every tool). The update runs
+// channel settings; "setAutoUpdateAllTools" sets it in every channel). The update runs
 // after a random delay between `minDelayMs` and `maxDelayMs`, so that installations do not all
 // download at once after a feed change; a rebuild while one is scheduled changes nothing.
 //
