@@ -1,5 +1,6 @@
 #include "base/Capabilities.h"
 #include "feed/RemoteApplications.h"
+#include "install/ApplicationPackagePatchesGraph.h"
 #include "local/ChannelSettingsManager.h"
 #include "local/LocalApplications.h"
 #include "local/LocalApplicationsFeed.h"
@@ -68,18 +69,18 @@ struct Rig
             installed.toJson(), dir.path() + "/tools/apps/tool/ch-0/1.0", dir.path() + "/tools/apps/tool/ch-0/1.0", "ch-0");
         ApplicationManagerModelLocalEntry entry(item.getChannel(), item);
         entry.loadSettings(QJsonObject { { "install_automatically", channelAutoUpdate } });
+        entry.setRootFeedItem(installed);
         entry.includeRemoteItem(RemoteFeedItem(FeedBuilder::entry("tool", "2.0", "2.0")));
+        entry.setPatches(ApplicationPackagePatchesGraph());
         return ApplicationManagerModel({ entry }, {}, {});
     }
     void setSelfAutoUpdate(bool on)
     {
-        settings.updateSettings([on](SelfSettings &s) { s.setAutoUpdateEnabled(on); });
+        QVERIFY(settings.updateSettings([on](SelfSettings &s) { s.setAutoUpdateEnabled(on); }).isSuccessful());
     }
 };
 
 } // namespace
-
-Q_DECLARE_METATYPE(ModelUpdateReason)
 
 class AutoUpdateTest : public QObject
 {

@@ -178,7 +178,7 @@ private slots:
         QVERIFY2(status["updateAvailable"].toBool(), QJsonDocument(status).toJson().constData());
         QCOMPARE(status["latestVersion"].toString(), QString(HANGAR_NEWER_VERSION));
         QCOMPARE(status["current_version"].toString(), QString(HANGAR_VERSION));
-        QCOMPARE(status["filter_options"]["quality"]["levels"].toArray().size(), 2);
+        QCOMPARE(status["filter_options"].toObject()["quality"].toObject()["levels"].toArray().size(), 2);
         QVERIFY(!status.contains("managedBy"));
 
         QString error;
