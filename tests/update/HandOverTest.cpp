@@ -170,7 +170,7 @@ private slots:
         QVERIFY2(prepared.isEmpty(), qPrintable(prepared));
 
         QProcess handOver;
-        installations.startHandOver(handOver, 60000);
+        installations.startHandOver(handOver, 5000);
         QVERIFY2(waitForText(installations.log(), "Hand-over step done: " + step, 60000),
             qPrintable(readAll(installations.log())));
         ::kill(pid_t(handOver.processId()), SIGKILL);
