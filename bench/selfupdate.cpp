@@ -17,6 +17,7 @@
 #include <QRandomGenerator>
 #include <QRegularExpression>
 #include <QTemporaryDir>
+#include <QTest>
 #include <cstdio>
 
 using namespace UpdateFixtures;
