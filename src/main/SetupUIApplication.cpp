@@ -58,6 +58,7 @@
 #include <QUrl>
 #include <QUuid>
 #include <cstdio>
+#include <malloc.h>
 
 namespace {
 
@@ -76,9 +77,10 @@ void storeSystemProxy(SettingsManager *settingsManager)
 }
 
 // A link handed over by a second start: a tool to launch (with a project).
-void handleLink(const QUrl &url, ApplicationManager *manager)
+void handleLink(const QString &link, ApplicationManager *manager)
 {
-    qInfo().noquote() << "Received link from second instance:" << url.toString();
+    qInfo().noquote() << "Received link from second instance:" << link;
+    const QUrl url(link);
     if (!manager->getActivateApplicationByURL(url)) {
         qWarning().noquote() << "No installed tool for link" << url.toString();
         return;
@@ -98,7 +100,7 @@ void onActivation(const QStringList &messages, CommandLine *commandLine, Applica
         if (commandLine->hasOption(message)) {
             qInfo().noquote() << "Received command line option from second instance:" << message;
         } else if (message.startsWith(QLatin1String("url "))) {
-            handleLink(QUrl(message.mid(4).trimmed()), manager);
+            handleLink(message.mid(4), manager);
         } else if (message.startsWith(QLatin1String("activate "))) {
             qInfo().noquote() << "Bringing main window forward on request of second instance";
         } else {
@@ -156,6 +158,19 @@ void loadInitialState(QObject *owner, RemoteApplications *remoteApplications,
 
     // The first refresh downloads the feed and builds the model.
     modelSignals->scheduleApplicationsListRefresh(ModelUpdateReason::UserRequest);
+}
+
+// A feed download and a model rebuild parse and copy megabytes on worker threads
+// and free them again; the allocator keeps such pages unless told otherwise. A
+// second after each burst of new models, while the manager sits idle, they go
+// back to the system.
+void returnFreedMemoryAfterRebuilds(QObject *owner, ApplicationManager *manager)
+{
+    auto *timer = new QTimer(owner);
+    timer->setSingleShot(true);
+    timer->setInterval(1000);
+    QObject::connect(timer, &QTimer::timeout, []() { ::malloc_trim(0); });
+    QObject::connect(manager, &ApplicationManager::refreshApplicationsList, timer, [timer]() { timer->start(); });
 }
 
 // The owner of the runtime file: removed when the graph is torn down at exit.
@@ -250,6 +265,13 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
     updateManager->setPassThroughArguments(handOverPassThroughArguments(*commandLine));
     filters->addFilter(updateManager->applicationFilter());
 
+    // The one-shot feed dump needs the feed store alone; the model and the manager
+    // would only start work that the dump's exit cuts short.
+    if (commandLine->isInternalDumpFeed()) {
+        InternalCommandLineOptionsHandler::handle(remoteApplications, application);
+        return;
+    }
+
     // No window exists yet; headless mode never gets one.
     auto *connector = new HeadlessUIApiConnector();
     QObject::connect(owner, &QObject::destroyed, [connector]() { delete connector; });
@@ -305,11 +327,6 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
                 applicationManager->setAutoUpdateAllTools(newSettings.getAllToolsAutoUpdateEnabled());
         });
 
-    if (commandLine->isInternalDumpFeed()) {
-        InternalCommandLineOptionsHandler::handle(remoteApplications, application);
-        return;
-    }
-
     auto *selfApi = new SelfApi(connector, owner);
     connector->setEventSink(
         [selfApi](const QString &name, const QJsonObject &payload) { selfApi->apiSignalInternal(name, payload); });
@@ -322,6 +339,7 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
     methods.logFilePath = logPath;
     new SelfApiMethods(selfApi, methods);
     ApplicationRequests::registerInto(selfApi, applicationManager);
+    returnFreedMemoryAfterRebuilds(owner, applicationManager);
     new SelfUpdateRequests(selfApi, updateManager, applicationManager);
     new AutoUpdateManager(updateManager, settingsManager, applicationManager, progressManager, pendingActions,
         modelHolder, modelSignals, std::make_shared<NetworkManagerConnectionInfo>(),
