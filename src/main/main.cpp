@@ -1,4 +1,5 @@
 #include "EarlyLogBuffer.h"
+#include "SelfUpdateHandOver.h"
 #include "SetupUIApplication.h"
 #include "SingleApplicationInstanceController.h"
 #include "TerminationSignalHandler.h"
@@ -50,7 +51,7 @@
 
 namespace {
 
-constexpr int WaitForPidTimeoutMs = 20000;
+constexpr int WaitForPidTimeoutMs = 60000;
 constexpr int ProgressIntervalMs = 1000;
 constexpr int RemoveOutdatedSettingsDelayMs = 10000;
 
@@ -242,6 +243,10 @@ int main(int argc, char *argv[])
 
     Capabilities capabilities;
     logBanner(capabilities);
+
+    // A downloaded build that was started to replace the running installation does only that.
+    if (!commandLine.getInstallTarget().isEmpty())
+        return runSelfUpdateHandOver(&commandLine);
 
     const Option<SingleApplicationInstanceController *> instanceController
         = ensureSingleInstance(&application, &commandLine);
