@@ -120,8 +120,11 @@ class CrashSafetyTest : public QObject
             return "connect " + api.toString();
         // The served feed, not the built-in one (whose URLs lead nowhere here).
         const QString base = m_nginx->url("/").toString();
+        // (Looked for in the remote lists only: an installed build's own record carries the
+        // served URL from the start, before the feed is read.)
         const auto served = [base](const QJsonObject &model) {
-            return QJsonDocument(model).toJson(QJsonDocument::Compact).contains(base.toUtf8());
+            const QJsonObject remote { { "remote", model.value("remote") }, { "other", model.value("remote_other") } };
+            return QJsonDocument(remote).toJson(QJsonDocument::Compact).contains(base.toUtf8());
         };
         if (!served(m_client->lastModel()) && m_client->waitEvent("refreshApplicationsList", served).isEmpty())
             return "served feed";
