@@ -1,0 +1,44 @@
+#pragma once
+
+#include "base/Result.h"
+#include "feed/records/RemoteFeedItem.h"
+
+#include <QJsonObject>
+#include <QList>
+#include <QObject>
+#include <QString>
+#include <functional>
+
+class FeedletManager;
+
+// Handles the manager's "hangar:" links, from the desktop entry (the first
+// start's argument) or a second start's "url " message:
+//  - hangar://install?tool=<application type>[&build=<build>] proposes that
+//    build (the newest, most stable one when no build is named) to the page,
+//    which asks the user before anything is installed;
+//  - hangar://feedlet?url=<http(s) address of a signed one-entry feed> goes to
+//    the feedlet manager, which checks the signature and asks the page too.
+// Anything else is logged and ignored. A link never installs by itself.
+class VantrelProtocolHandler : public QObject
+{
+    Q_OBJECT
+public:
+    using RemoteItemsProvider = std::function<QList<RemoteFeedItem>()>;
+
+    VantrelProtocolHandler(
+        RemoteItemsProvider remoteItems, FeedletManager *feedlets, QObject *parent = nullptr);
+
+    // Succeeds when the link was handed on; a refused link is logged and its
+    // reason returned.
+    Result<void> handle(const QString &link);
+
+signals:
+    // {"feed_item": <the build's feed record>} for the page to confirm.
+    void proposeInstallItem(const QJsonObject &event);
+
+private:
+    Result<void> proposeInstall(const QString &tool, const QString &build);
+
+    RemoteItemsProvider m_remoteItems;
+    FeedletManager *m_feedlets;
+};
