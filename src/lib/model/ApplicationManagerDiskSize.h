@@ -43,6 +43,9 @@ signals:
     void diskSizeRecalculated();
 
 private:
+    static qint64 sumOldVersions(LocalApplications *localApplications, int depth);
+    void store(qint64 total);
+
     LocalApplications *m_localApplications;
     SettingsManager *m_settings;
     QAtomicInteger<qint64> m_size { 0 };

@@ -99,5 +99,5 @@ private:
     mutable QMutex m_mutex;
     QWaitCondition m_changed;
     QMap<QString, PendingActionState> m_pending;
-    bool m_globalLock = false;
+    int m_globalLocks = 0; // tokens alive
 };
