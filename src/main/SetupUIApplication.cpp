@@ -17,6 +17,8 @@
 #include "projects/ProjectsManager.h"
 #include "settings/CommandLine.h"
 #include "settings/SettingsManager.h"
+#include "tools/OSIntegrationManager.h"
+#include "tools/ToolsIntegration.h"
 
 #include <QApplication>
 #include <QCryptographicHash>
@@ -52,7 +54,7 @@ void storeSystemProxy(SettingsManager *settingsManager)
 
 // What a second start of the manager asked for. Options are only noted: the
 // running instance keeps the options it was started with.
-void onActivation(const QStringList &messages, CommandLine *commandLine)
+void onActivation(const QStringList &messages, CommandLine *commandLine, VantrelProtocolHandler *links)
 {
     qDebug().noquote() << "onActivation messages: " + messages.join(", ");
     for (const QString &message : messages) {
@@ -60,6 +62,7 @@ void onActivation(const QStringList &messages, CommandLine *commandLine)
             qInfo().noquote() << "Received command line option from second instance:" << message;
         } else if (message.startsWith(QLatin1String("url "))) {
             qInfo().noquote() << "Received link from second instance:" << message.mid(4);
+            (void)links->handle(message.mid(4));
         } else if (message.startsWith(QLatin1String("activate "))) {
             qInfo().noquote() << "Bringing main window forward on request of second instance";
         } else {
@@ -185,7 +188,23 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
     projectCache->setParent(owner);
 
     auto *feedletManager = new FeedletManager(*signatureManager, settingsManager, progressManager, owner);
-    Q_UNUSED(feedletManager)
+
+    // Launchers, VM options, desktop entries, autostart and links. Its listeners()
+    // and sectionProviders() belong to the application manager and the model
+    // builder; getLaunchEnvironment() to the manager's launchEnvironment.
+    ToolsIntegrationServices toolServices;
+    toolServices.settings = settingsManager;
+    toolServices.channelSettings = channelSettingsManager;
+    toolServices.localApplications = localApplications;
+    toolServices.feedlets = feedletManager;
+    toolServices.remoteItems = [remoteApplications] { return remoteApplications->getRemoteFeed(); };
+    toolServices.executable = QCoreApplication::applicationFilePath();
+    auto *tools = new ToolsIntegration(toolServices, owner);
+    if (!commandLine->isInternalDumpFeed()
+        && tools->integration()->performStartupTasks(commandLine->isIntegrateIntoSystem())) {
+        application->quit();
+        return;
+    }
 
     QObject::connect(settingsManager, &SettingsManager::settingsChanged, owner,
         [localFeed, localApplications, projectsManager](
@@ -200,9 +219,17 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
     }
 
     QObject::connect(instanceController, &SingleApplicationInstanceController::messageAvailable, owner,
-        [commandLine](const QStringList &messages) { onActivation(messages, commandLine); });
+        [commandLine, tools](const QStringList &messages) {
+            onActivation(messages, commandLine, tools->protocolHandler());
+        });
 
     loadInitialState(owner, remoteApplications, localApplications, projectsManager);
+    // A link the desktop started us with (the entry's "%u") when no manager was running;
+    // the built-in feed is loaded by now.
+    const QStringList arguments = QCoreApplication::arguments().mid(1);
+    for (const QString &argument : arguments)
+        if (argument.startsWith(OSIntegrationManager::LinkScheme + ":"))
+            (void)tools->protocolHandler()->handle(argument);
 
     QTimer::singleShot(1, owner, [commandLine]() {
         if (!commandLine->isMinimize()) {

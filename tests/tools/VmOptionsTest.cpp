@@ -1,4 +1,5 @@
 #include "ToolsTestKit.h"
+#include "manager/ApplicationLauncher.h"
 #include "support/LogCapture.h"
 #include "tools/LatheSettings.h"
 #include "tools/LatheSettingsModelSectionProvider.h"
@@ -72,9 +73,11 @@ private slots:
         QVERIFY(ToolsTestKit::read(getChannelVmOptionsPath(second)).startsWith("-Xmx2g\n"));
 
         // The tool itself is told where its file is.
-        QProcessEnvironment environment;
-        addVmOptionsEnvironment(second, environment);
-        QCOMPARE(environment.value("QUERN_VM_OPTIONS"), getChannelVmOptionsPath(second));
+        QCOMPARE(getLaunchEnvironment(second),
+            QStringList { "QUERN_VM_OPTIONS=" + getChannelVmOptionsPath(second) });
+        QVERIFY(ApplicationLauncher::launch(second, { "project" }, getLaunchEnvironment(second)));
+        QTRY_COMPARE_WITH_TIMEOUT(
+            ToolsTestKit::read(kit.argvDir() + "/2"), "ENV=" + getChannelVmOptionsPath(second), 10000);
     }
 
     void refusesBadInputAndKeepsTheFile_data()

@@ -79,13 +79,14 @@ QString getVmOptionsEnvironmentVariable(const LocalFeedItem &item)
     return variable + QStringLiteral("_VM_OPTIONS");
 }
 
-void addVmOptionsEnvironment(const LocalFeedItem &item, QProcessEnvironment &environment)
+QStringList getLaunchEnvironment(const LocalFeedItem &item)
 {
     if (!item.getFeedItem().getLathePlatformData())
-        return;
+        return {};
     const QString path = getChannelVmOptionsPath(item);
-    if (QFileInfo(path).isFile())
-        environment.insert(getVmOptionsEnvironmentVariable(item), path);
+    if (!QFileInfo(path).isFile())
+        return {};
+    return { getVmOptionsEnvironmentVariable(item) + QLatin1Char('=') + path };
 }
 
 } // namespace VmOptionsFiles

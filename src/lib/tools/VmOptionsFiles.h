@@ -4,8 +4,8 @@
 #include "feed/records/LathePlatformData.h"
 #include "local/LocalFeedItem.h"
 
-#include <QProcessEnvironment>
 #include <QString>
+#include <QStringList>
 
 // Where a build's VM options live and how the tool is told about them.
 namespace VmOptionsFiles {
@@ -29,8 +29,8 @@ QString normalizeVmOptionsPath(const QString &path);
 // "_VM_OPTIONS" (quern gives QUERN_VM_OPTIONS), or the application type the
 // same way when there is no script name.
 QString getVmOptionsEnvironmentVariable(const LocalFeedItem &item);
-// Adds the variable pointing at the build's options file, when the build is a
-// platform-based tool and its file exists. Tool launches go through here.
-void addVmOptionsEnvironment(const LocalFeedItem &item, QProcessEnvironment &environment);
+// "NAME=<the build's options file>" for a platform-based tool whose file
+// exists, nothing otherwise: what a launch of the build adds to its environment.
+QStringList getLaunchEnvironment(const LocalFeedItem &item);
 
 } // namespace VmOptionsFiles
