@@ -60,11 +60,12 @@ QList<ApplicationManagerModelLocalEntry> ApplicationManagerModelBuilder::scanIns
         QList<LocalFeedItem> items = byChannel.value(channel);
         std::stable_sort(items.begin(), items.end(), &LocalFeedItem::compareByVersion);
         LocalFeedItem current = items.first();
-        if (m_localApplications) {
-            const Option<LocalFeedItem> active = m_localApplications->getActiveItem(channel);
-            if (active && items.contains(*active))
-                current = *active;
-        }
+        // A channel the registry no longer knows (removed meanwhile) gets no history look-ups:
+        // they would bring its history file back.
+        const Option<LocalFeedItem> active
+            = m_localApplications ? m_localApplications->getActiveItem(channel) : Option<LocalFeedItem>();
+        if (active && items.contains(*active))
+            current = *active;
         ApplicationManagerModelLocalEntry entry(current.getChannel(), current);
         for (const LocalFeedItem &item : items)
             entry.includeLocalItem(item);
@@ -80,7 +81,7 @@ QList<ApplicationManagerModelLocalEntry> ApplicationManagerModelBuilder::scanIns
                     qWarning().noquote() << "Failed to load setting for " + channel.toDebugString() + ": "
                             + loaded.error() + ". Fallback to default";
             }
-            if (m_localApplications) {
+            if (m_localApplications && active) {
                 const LocalApplicationsHistory history = m_localApplications->getHistory(channel);
                 if (const Option<RemoteFeedItem> root = history.getRollbackItem(current.getBuild()))
                     entry.setRootFeedItem(*root);

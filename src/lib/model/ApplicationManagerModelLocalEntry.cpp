@@ -183,8 +183,7 @@ void ApplicationManagerModelLocalEntry::updateDefaultUpdateItem(const RemoteFeed
             d->newest = candidate;
         if (d->skipped.contains(candidate.getBuild()) && (!d->newestSkipped || isNewer(candidate, *d->newestSkipped)))
             d->newestSkipped = candidate;
-    } else if (isNewer(current, candidate) && candidate.versionOrder() == current.versionOrder()
-        && candidate.getApplicationType() == getApplicationType()) {
+    } else if (isNewer(current, candidate) && candidate.getApplicationType() == getApplicationType()) {
         if (!d->downgrade || isNewer(candidate, *d->downgrade))
             d->downgrade = candidate;
     }

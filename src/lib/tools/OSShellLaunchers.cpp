@@ -163,7 +163,7 @@ Result<void> OSShellLaunchers::removeLocked(const LocalFeedItem &item)
     const QString marker = resolveMarkerFile(item);
     const QString script = OSShellLauncherConflictsResolver::readMarker(item);
     if (script.isEmpty())
-        return {};
+        return removeOrphanedScripts(item);
     qInfo().noquote() << "OSShellLaunchers::deactivate. remove" << script;
     // An older build of the channel may still carry a marker for the script
     // that the current build has taken over: the script stays for the latter.
@@ -180,6 +180,31 @@ Result<void> OSShellLaunchers::removeLocked(const LocalFeedItem &item)
     }
     if (!QFile::remove(marker) && QFileInfo::exists(marker))
         return Error("Unable to remove " + marker);
+    return {};
+}
+
+Result<void> OSShellLaunchers::removeOrphanedScripts(const LocalFeedItem &item) const
+{
+    // The build's folder, marker included, may be gone already (an uninstall
+    // removes the files first): our scripts that start this build go too.
+    const Option<QString> folder = scriptsFolder();
+    const Result<QString> executable = OSShellLaunchersGenerator::resolveExecutablePath(item);
+    if (!folder || !executable || QFileInfo::exists(resolveMarkerFile(item)))
+        return {};
+    const QString line = "\n\n" + OSShellLaunchersGenerator::quoteForShell(*executable) + " \"$@\"\n";
+    const QFileInfoList scripts = QDir(*folder).entryInfoList(QDir::Files);
+    for (const QFileInfo &candidate : scripts) {
+        if (candidate.size() > 64 * 1024)
+            continue;
+        const Result<QByteArray> content = ToolFiles::readIfExists(candidate.filePath());
+        const QString text = content ? QString::fromUtf8(*content) : QString();
+        if (!text.startsWith(OSShellLaunchersGenerator::ScriptSignature)
+            || !OSShellLaunchersGenerator::scriptBody(text).startsWith(line))
+            continue;
+        qInfo().noquote() << "OSShellLaunchers::deactivate. remove" << candidate.filePath();
+        if (!QFile::remove(candidate.filePath()))
+            return Error("Unable to remove " + candidate.filePath());
+    }
     return {};
 }
 

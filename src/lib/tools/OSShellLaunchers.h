@@ -57,6 +57,7 @@ private:
     Result<void> createLocked(const LocalFeedItem &item, const ShellScriptUsages &usages);
     Result<void> removeLocked(const LocalFeedItem &item);
     Result<void> removeScriptFile(const QString &path) const;
+    Result<void> removeOrphanedScripts(const LocalFeedItem &item) const;
     void logFailure(const char *what, const LocalFeedItem &item, const Result<void> &result) const;
 
     SettingsManager *m_settings;

@@ -38,6 +38,8 @@ Result<void> VantrelProtocolHandler::handle(const QString &link)
             result = Error(QStringLiteral("Feedlets cannot be installed in this run"));
         else
             m_feedlets->handleUrl(feed);
+    } else if (url.host() == QLatin1String("activate") && m_activate) {
+        m_activate(url);
     } else {
         result = Error("Unknown Hangar link: " + link);
     }

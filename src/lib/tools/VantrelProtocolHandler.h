@@ -7,6 +7,7 @@
 #include <QList>
 #include <QObject>
 #include <QString>
+#include <QUrl>
 #include <functional>
 
 class FeedletManager;
@@ -18,15 +19,22 @@ class FeedletManager;
 //    which asks the user before anything is installed;
 //  - hangar://feedlet?url=<http(s) address of a signed one-entry feed> goes to
 //    the feedlet manager, which checks the signature and asks the page too.
+//  - hangar://activate?... starts an installed tool through the activate
+//    handler (the application manager's).
 // Anything else is logged and ignored. A link never installs by itself.
 class VantrelProtocolHandler : public QObject
 {
     Q_OBJECT
 public:
     using RemoteItemsProvider = std::function<QList<RemoteFeedItem>()>;
+    using ActivateHandler = std::function<void(const QUrl &)>;
 
     VantrelProtocolHandler(
         RemoteItemsProvider remoteItems, FeedletManager *feedlets, QObject *parent = nullptr);
+
+    // Made later in start-up than this handler.
+    void setFeedletManager(FeedletManager *feedlets) { m_feedlets = feedlets; }
+    void setActivateHandler(ActivateHandler handler) { m_activate = std::move(handler); }
 
     // Succeeds when the link was handed on; a refused link is logged and its
     // reason returned.
@@ -41,4 +49,5 @@ private:
 
     RemoteItemsProvider m_remoteItems;
     FeedletManager *m_feedlets;
+    ActivateHandler m_activate;
 };
