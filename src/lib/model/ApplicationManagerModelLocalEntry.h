@@ -86,6 +86,9 @@ public:
     void includeLocalItem(const LocalFeedItem &item);
     void setRootFeedItem(const RemoteFeedItem &item);
     bool includeRemoteItem(const RemoteFeedItem &item);
+    // The same with the fields the builder has read once per item.
+    bool includeRemoteItem(const RemoteFeedItem &item, const QString &applicationType,
+        const QStringList &supersededTypes, int versionOrder, int qualityOrder);
     void updateDefaultUpdateItem(const RemoteFeedItem &candidate);
     void setInstantRollbackItem(const Option<LocalFeedItem> &item);
     void addReinstallItem(const RemoteFeedItem &item);
