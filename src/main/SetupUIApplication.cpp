@@ -78,9 +78,10 @@ void storeSystemProxy(SettingsManager *settingsManager)
 }
 
 // A link handed over by a second start: a tool to launch (with a project).
-void handleLink(const QUrl &url, ApplicationManager *manager)
+void handleLink(const QString &link, ApplicationManager *manager)
 {
-    qInfo().noquote() << "Received link from second instance:" << url.toString();
+    qInfo().noquote() << "Received link from second instance:" << link;
+    const QUrl url(link);
     if (!manager->getActivateApplicationByURL(url)) {
         qWarning().noquote() << "No installed tool for link" << url.toString();
         return;
@@ -262,6 +263,13 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
     auto *pendingActions = new ApplicationPendingActions(progressManager, owner);
     auto *localApplications = new LocalApplications(localFeed, channelSettingsManager, owner);
 
+    // The one-shot feed dump needs the feed store alone; the model and the manager
+    // would only start work that the dump's exit cuts short.
+    if (commandLine->isInternalDumpFeed()) {
+        InternalCommandLineOptionsHandler::handle(remoteApplications, application);
+        return;
+    }
+
     // No window exists yet; headless mode never gets one.
     auto *connector = new HeadlessUIApiConnector();
     QObject::connect(owner, &QObject::destroyed, [connector]() { delete connector; });
@@ -335,7 +343,7 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
         [applicationManager](const RemoteFeedItem &item) { return applicationManager->installFeedletItemAndWait(item); });
     tools->protocolHandler()->setFeedletManager(feedletManager);
     tools->protocolHandler()->setActivateHandler(
-        [applicationManager](const QUrl &url) { handleLink(url, applicationManager); });
+        [applicationManager](const QUrl &url) { handleLink(url.toString(), applicationManager); });
 
     QObject::connect(settingsManager, &SettingsManager::settingsChanged, owner,
         [localFeed, localApplications, projectsManager, applicationManager](
@@ -350,11 +358,6 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
             if (oldSettings.getAllToolsAutoUpdateEnabled() != newSettings.getAllToolsAutoUpdateEnabled())
                 applicationManager->setAutoUpdateAllTools(newSettings.getAllToolsAutoUpdateEnabled());
         });
-
-    if (commandLine->isInternalDumpFeed()) {
-        InternalCommandLineOptionsHandler::handle(remoteApplications, application);
-        return;
-    }
 
     auto *selfApi = new SelfApi(connector, owner);
     connector->setEventSink(
