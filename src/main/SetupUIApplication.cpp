@@ -101,7 +101,11 @@ void onActivation(const QStringList &messages, CommandLine *commandLine, Vantrel
         if (commandLine->hasOption(message)) {
             qInfo().noquote() << "Received command line option from second instance:" << message;
         } else if (message.startsWith(QLatin1String("url "))) {
-            (void)links->handle(message.mid(4).trimmed());
+            const QString link = message.mid(4);
+            // Activate links are logged again by the manager's handler; the others only here.
+            if (!QUrl(link.trimmed()).host().startsWith(QLatin1String("activate")))
+                qInfo().noquote() << "Received link from second instance:" << link;
+            (void)links->handle(link.trimmed());
         } else if (message.startsWith(QLatin1String("activate "))) {
             qInfo().noquote() << "Bringing main window forward on request of second instance";
         } else {
