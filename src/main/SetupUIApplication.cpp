@@ -7,6 +7,7 @@
 #include "api/HeadlessUIApiConnector.h"
 #include "api/SelfApi.h"
 #include "api/SelfApiMethods.h"
+#include "api/SelfUpdateRequests.h"
 #include "api/UsageEventLog.h"
 #include "base/AppDataDirectory.h"
 #include "base/Capabilities.h"
@@ -16,6 +17,7 @@
 #include "feed/InternalCommandLineOptionsHandler.h"
 #include "feed/RemoteApplications.h"
 #include "feed/SignatureManager.h"
+#include "install/InstallLeftovers.h"
 #include "local/ChannelSettingsManager.h"
 #include "local/LocalApplications.h"
 #include "local/LocalApplicationsFeed.h"
@@ -42,6 +44,10 @@
 #include "tools/OSIntegrationManager.h"
 #include "tools/ToolsIntegration.h"
 #include "tools/VmOptionsFiles.h"
+#include "update/AutoUpdateManager.h"
+#include "update/HandOverArguments.h"
+#include "update/SelfInstallation.h"
+#include "update/UpdateManager.h"
 
 #include <QApplication>
 #include <QCryptographicHash>
@@ -150,7 +156,12 @@ void loadInitialState(QObject *owner, RemoteApplications *remoteApplications,
         qWarning().noquote() << "Built-in feed not loaded:" << preloaded.error();
 
     WorkerThread::runInThread<Result<void>>(
-        owner, [localApplications]() { return localApplications->rescan(); },
+        owner,
+        [localApplications]() {
+            // What a killed manager left half-done goes before anything looks at the folder.
+            InstallLeftovers::clean(localApplications->getFeed()->getApplicationsDir());
+            return localApplications->rescan();
+        },
         [localApplications, projectsManager](const Result<void> &scanned) {
             if (scanned.isError()) {
                 qWarning().noquote() << "Failed to scan installed applications:" << scanned.error();
@@ -234,7 +245,6 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
     ProgressManager *progressManager, ChannelSettingsManager *channelSettingsManager,
     CommandLine *commandLine, const QString &logPath)
 {
-    Q_UNUSED(capabilities)
     Q_UNUSED(logPath)
 
     qInfo().noquote() << "Available system fonts: " + QFontDatabase().families().join(", ");
@@ -266,6 +276,10 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
         *signatureManager, installationId(), progressManager, settingsManager, owner);
     auto *pendingActions = new ApplicationPendingActions(progressManager, owner);
     auto *localApplications = new LocalApplications(localFeed, channelSettingsManager, owner);
+    auto *updateManager = new UpdateManager(remoteApplications, localApplications, settingsManager, progressManager,
+        pendingActions, capabilities, SelfInstallation::forRunningProgram(), owner);
+    updateManager->setPassThroughArguments(handOverPassThroughArguments(*commandLine));
+    filters->addFilter(updateManager->applicationFilter());
 
     // The one-shot feed dump needs the feed store alone; the model and the manager
     // would only start work that the dump's exit cuts short.
@@ -379,6 +393,11 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
     QObject::connect(tools->protocolHandler(), &VantrelProtocolHandler::proposeInstallItem, selfApi,
         [selfApi](const QJsonObject &event) { selfApi->apiSignalInternal("proposeInstallItem", event); });
     returnFreedMemoryAfterRebuilds(owner, applicationManager);
+    new SelfUpdateRequests(selfApi, updateManager, applicationManager);
+    new AutoUpdateManager(updateManager, settingsManager, applicationManager, progressManager, pendingActions,
+        modelHolder, modelSignals, std::make_shared<NetworkManagerConnectionInfo>(),
+        AutoUpdateManager::DefaultMinDelayMs, AutoUpdateManager::DefaultMaxDelayMs, owner);
+    updateManager->checkUpdateStatus();
 
     if (commandLine->isInternalHeadless() && !startHeadlessFront(application, owner, selfApi, commandLine))
         return;
@@ -396,14 +415,15 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
         if (argument.startsWith(OSIntegrationManager::LinkScheme + ":"))
             (void)tools->protocolHandler()->handle(argument);
 
-    QTimer::singleShot(1, owner, [commandLine]() {
-        if (!commandLine->isMinimize() && !commandLine->isInternalHeadless()) {
+    QTimer::singleShot(1, owner, [commandLine, selfApi]() {
+        if (!commandLine->isMinimize() && !commandLine->isInternalHeadless())
             qInfo().noquote() << "Showing main window";
-            // No notification area yet: the log and standard error carry the notice.
-            if (commandLine->isUpdateFailed())
-                qCritical().noquote() << "Failed to access installation dir "
-                        + QCoreApplication::applicationDirPath()
-                        + ". Older version is re-started. Please re-install Hangar manually";
+        // No notification area yet: the log, standard error and the page carry the notice.
+        if (!commandLine->isMinimize() && commandLine->isUpdateFailed()) {
+            const QString text = "Failed to access installation dir " + QCoreApplication::applicationDirPath()
+                + ". Older version is re-started. Please re-install Hangar manually";
+            qCritical().noquote() << text;
+            selfApi->notifyOnHandleApiError(text);
         }
         logNetworkConfigurations();
     });
