@@ -23,8 +23,10 @@
 #include "local/LocalApplicationsFeed.h"
 #include "manager/ApplicationManager.h"
 #include "manager/PurgeOldVersionsController.h"
+#include "model/ApplicationEventsListener.h"
 #include "model/ApplicationFilters.h"
 #include "model/ApplicationManagerDiskSize.h"
+#include "model/ApplicationManagerModel.h"
 #include "model/ApplicationManagerModelBuilder.h"
 #include "model/ApplicationManagerModelHolderFacade.h"
 #include "model/ApplicationManagerModelSignals.h"
@@ -38,6 +40,10 @@
 #include "projects/ProjectsManager.h"
 #include "settings/CommandLine.h"
 #include "settings/SettingsManager.h"
+#include "tools/LatheSettingsModelSectionProvider.h"
+#include "tools/OSIntegrationManager.h"
+#include "tools/ToolsIntegration.h"
+#include "tools/VmOptionsFiles.h"
 #include "update/AutoUpdateManager.h"
 #include "update/HandOverArguments.h"
 #include "update/SelfInstallation.h"
@@ -94,14 +100,18 @@ void handleLink(const QString &link, ApplicationManager *manager)
 
 // What a second start of the manager asked for. Options are only noted: the
 // running instance keeps the options it was started with.
-void onActivation(const QStringList &messages, CommandLine *commandLine, ApplicationManager *manager)
+void onActivation(const QStringList &messages, CommandLine *commandLine, VantrelProtocolHandler *links)
 {
     qDebug().noquote() << "onActivation messages: " + messages.join(", ");
     for (const QString &message : messages) {
         if (commandLine->hasOption(message)) {
             qInfo().noquote() << "Received command line option from second instance:" << message;
         } else if (message.startsWith(QLatin1String("url "))) {
-            handleLink(message.mid(4), manager);
+            const QString link = message.mid(4);
+            // Activate links are logged again by the manager's handler; the others only here.
+            if (!QUrl(link.trimmed()).host().startsWith(QLatin1String("activate")))
+                qInfo().noquote() << "Received link from second instance:" << link;
+            (void)links->handle(link.trimmed());
         } else if (message.startsWith(QLatin1String("activate "))) {
             qInfo().noquote() << "Bringing main window forward on request of second instance";
         } else {
@@ -292,7 +302,23 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
     // Adopted last, so destroyed after the sources and the manager that use it.
     projectCache->setParent(owner);
 
-    auto *builder = new ApplicationManagerModelBuilder(settingsManager, channelSettingsManager, localApplications);
+    // Launchers, VM options, desktop entries, autostart and links: listeners of the
+    // manager, sections of the model's settings, the environment tools start with.
+    ToolsIntegrationServices toolServices;
+    toolServices.settings = settingsManager;
+    toolServices.channelSettings = channelSettingsManager;
+    toolServices.localApplications = localApplications;
+    toolServices.remoteItems = [remoteApplications] { return remoteApplications->getRemoteFeed(); };
+    toolServices.executable = QCoreApplication::applicationFilePath();
+    auto *tools = new ToolsIntegration(toolServices, owner);
+    if (!commandLine->isInternalDumpFeed()
+        && tools->integration()->performStartupTasks(commandLine->isIntegrateIntoSystem())) {
+        application->quit();
+        return;
+    }
+
+    auto *builder = new ApplicationManagerModelBuilder(
+        settingsManager, channelSettingsManager, localApplications, tools->sectionProviders());
     QObject::connect(owner, &QObject::destroyed, [builder]() { delete builder; });
     auto *modelHolder = new ApplicationManagerModelHolderFacade(
         builder, localApplications, remoteApplications, projectsManager, filters, owner);
@@ -312,12 +338,30 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
     services.modelSignals = modelSignals;
     services.diskSize = diskSize;
     services.projects = projectsManager;
+    services.sectionProviders = tools->sectionProviders();
+    services.launchEnvironment = VmOptionsFiles::getLaunchEnvironment;
     auto *applicationManager = new ApplicationManager(services, owner);
+    for (ApplicationEventsListener *listener : tools->listeners())
+        applicationManager->addEventsListener(listener);
+    applicationManager->setVmOptionsOpener([tools](const LocalFeedItem &item) {
+        return tools->latheSection()->openChannelVmOptionsFile(item);
+    });
+    tools->setLocalItems([modelHolder]() {
+        QList<LocalFeedItem> current;
+        const QList<ApplicationManagerModelLocalEntry> entries = modelHolder->getModel().getLocalEntries();
+        for (const ApplicationManagerModelLocalEntry &entry : entries)
+            if (!entry.isDetected())
+                current << entry.getLocalItem();
+        return current;
+    });
     new PurgeOldVersionsController(applicationManager, settingsManager, owner);
 
     auto *feedletManager = new FeedletManager(*signatureManager, settingsManager, progressManager, owner);
     feedletManager->addInstallHandler(
         [applicationManager](const RemoteFeedItem &item) { return applicationManager->installFeedletItemAndWait(item); });
+    tools->protocolHandler()->setFeedletManager(feedletManager);
+    tools->protocolHandler()->setActivateHandler(
+        [applicationManager](const QUrl &url) { handleLink(url.toString(), applicationManager); });
 
     QObject::connect(settingsManager, &SettingsManager::settingsChanged, owner,
         [localFeed, localApplications, projectsManager, applicationManager](
@@ -345,6 +389,9 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
     methods.logFilePath = logPath;
     new SelfApiMethods(selfApi, methods);
     ApplicationRequests::registerInto(selfApi, applicationManager);
+    // A link proposes a build the page asks the user about, as a feedlet does.
+    QObject::connect(tools->protocolHandler(), &VantrelProtocolHandler::proposeInstallItem, selfApi,
+        [selfApi](const QJsonObject &event) { selfApi->apiSignalInternal("proposeInstallItem", event); });
     returnFreedMemoryAfterRebuilds(owner, applicationManager);
     new SelfUpdateRequests(selfApi, updateManager, applicationManager);
     new AutoUpdateManager(updateManager, settingsManager, applicationManager, progressManager, pendingActions,
@@ -356,10 +403,17 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
         return;
 
     QObject::connect(instanceController, &SingleApplicationInstanceController::messageAvailable, owner,
-        [commandLine, applicationManager](
-            const QStringList &messages) { onActivation(messages, commandLine, applicationManager); });
+        [commandLine, tools](const QStringList &messages) {
+            onActivation(messages, commandLine, tools->protocolHandler());
+        });
 
     loadInitialState(owner, remoteApplications, localApplications, projectsManager, modelSignals);
+    // A link the desktop started us with (the entry's "%u") when no manager was running;
+    // the built-in feed is loaded by now.
+    const QStringList arguments = QCoreApplication::arguments().mid(1);
+    for (const QString &argument : arguments)
+        if (argument.startsWith(OSIntegrationManager::LinkScheme + ":"))
+            (void)tools->protocolHandler()->handle(argument);
 
     QTimer::singleShot(1, owner, [commandLine, selfApi]() {
         if (!commandLine->isMinimize() && !commandLine->isInternalHeadless())
