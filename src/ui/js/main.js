@@ -116,6 +116,9 @@ async function refreshList() {
 connection.on('refreshApplicationsList', model => {
   const received = performance.now();
   store.set('model', { local: [], manual: [], remote: [], remote_other: [], projects: [], ...model });
+  // No tool offered at all means the feed could not be read: say so, never just show nothing.
+  const offered = store.model.remote.length + store.model.remote_other.length;
+  store.set('notice', offered ? null : 'No tools could be loaded from the feed. It may be unreachable.');
   // The lists draw in the next frame; the timer after it fires once that frame is painted.
   requestAnimationFrame(() => setTimeout(() => store.renderTimes.push({ received, drawn: performance.now() })));
 });
@@ -133,7 +136,8 @@ connection.on('onWindowShown', () => views[tabs.find(tab => tab.getAttribute('ar
 connection.onState(async state => {
   store.set('connected', state === 'open');
   if (state !== 'open') return;
-  const hadModel = Boolean(store.model);
+  // "apiReady" releases the events kept for the page (the model among them); a page that
+  // reconnects is sent the latest ones again.
   await store.run('apiReady', {}, 'global');
   try {
     store.config = (await connection.requestJson('config')) || {};
@@ -142,8 +146,8 @@ connection.onState(async state => {
     store.showError('global', error.message);
   }
   await store.loadSettings();
-  // A page that reconnects (or a second page) gets no pending model: it asks for a fresh one.
-  if (hadModel || !store.model) setTimeout(() => { if (hadModel || !store.model) refreshList(); }, hadModel ? 0 : 1500);
+  // A manager that has no model yet builds one when asked; the page never stays empty.
+  setTimeout(() => { if (!store.model && store.connected) refreshList(); }, 3000);
 });
 
 selectTab('tools');
