@@ -1,4 +1,5 @@
 #include "EarlyLogBuffer.h"
+#include "MainWindow.h"
 #include "SetupUIApplication.h"
 #include "SingleApplicationInstanceController.h"
 #include "TerminationSignalHandler.h"
@@ -225,6 +226,7 @@ int main(int argc, char *argv[])
     QCoreApplication::setOrganizationName(QStringLiteral("Vantrel"));
     QCoreApplication::setApplicationName(QStringLiteral("Hangar"));
     QCoreApplication::setApplicationVersion(QStringLiteral(HANGAR_BUILD_VERSION));
+    MainWindow::prepareWebEngine(argc, argv);
 
     QApplication application(argc, argv);
     EarlyLogBuffer::start();

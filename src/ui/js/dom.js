@@ -128,18 +128,3 @@ export function toast(text) {
   region.append(note);
   setTimeout(() => note.remove(), 2500);
 }
-
-// Arrow keys move the focus between the rows of a list; `rows()` gives the focusable rows.
-export function listNavigation(list, rows, onMove) {
-  list.addEventListener('keydown', event => {
-    if (event.target.closest('.menu, input, select, textarea')) return;
-    const all = rows();
-    const row = event.target.closest('[data-row]');
-    const index = all.indexOf(row);
-    const move = { ArrowDown: 1, ArrowUp: -1 }[event.key];
-    if (move === undefined || index < 0 || event.altKey) return;
-    event.preventDefault();
-    if (onMove) onMove(index + move);
-    else if (all[index + move]) all[index + move].focus();
-  });
-}
