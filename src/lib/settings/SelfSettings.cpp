@@ -1,181 +1,28 @@
 #include "settings/SelfSettings.h"
 
+#include "settings/SettingsCleanup.h"
+#include "settings/SettingsJson.h"
+#include "settings/SettingsKeys.h"
+#include "settings/SettingsTypeCheck.h"
+
 #include <QDebug>
 #include <QDir>
-#include <QFileInfo>
 #include <QNetworkProxy>
 #include <QStandardPaths>
-#include <cmath>
-#include <limits>
+
+using namespace SettingsKeys;
 
 namespace {
-
-const QStringList kAutostart { "autostart" };
-const QStringList kHotkey { "ui", "hotkey" };
-const QStringList kInstallLocation { "install_location" };
-const QStringList kRollbackDepth { "channel_rollback_max_history" };
-const QStringList kAutoUpdate { "update", "install_automatically" };
-const QStringList kQualityOrder { "update", "filter", "quality_filter", "order_value" };
-const QStringList kBranchFilter { "update", "filter", "branch_filter" };
-const QStringList kUpdateAllTools { "tools", "update_all_automatically" };
-const QStringList kDownloadTimeout { "network", "download_timeout" };
-const QStringList kStatistics { "statistics", "allow" };
-const QStringList kShellScriptsEnabled { "shell_scripts", "enabled" };
-const QStringList kShellScriptsLocation { "shell_scripts", "location" };
-const QStringList kProxyEnabled { "proxy", "enabled" };
-const QStringList kProxyHost { "proxy", "host" };
-const QStringList kProxyPort { "proxy", "port" };
-const QStringList kProxyUsername { "proxy", "auth", "username" };
-const QStringList kProxyPassword { "proxy", "auth", "password" };
-const QStringList kProjects { "projects" };
-const QStringList kHidden { "projects", "hidden" };
-const QStringList kSpecial { "projects", "special" };
-const QStringList kDefaultOpenItem { "projects", "default_open_item" };
-const QStringList kInternalEnabled { "internal", "enabled" };
-const QStringList kInspect { "internal", "auto_inspect_in_chrome" };
-const QStringList kInternalUiUrl { "internal", "ui", "url" };
-const QStringList kPrivacyVersion { "privacy_policy", "eua_accepted_version" };
-const QStringList kActiveAccount { "vantrel_account", "active" };
 
 constexpr int kDefaultRollbackDepth = 2;
 constexpr int kDefaultQualityOrder = 10000;
 constexpr int kDefaultDownloadTimeout = 300000;
 
-QStringList orderingPath(bool manual)
-{
-    return { "ordering", manual ? "manual" : "local" };
-}
-
-// A JSON number that is a whole value within int range; JSON has no integer type.
-Option<int> toInt(const QJsonValue &value)
-{
-    if (!value.isDouble())
-        return None;
-    const double number = value.toDouble();
-    if (std::floor(number) != number || number < std::numeric_limits<int>::min()
-        || number > std::numeric_limits<int>::max())
-        return None;
-    return int(number);
-}
-
-QJsonObject itemKeyJson(const QString &applicationId, const QString &channelId)
-{
-    return QJsonObject { { "application_id", applicationId }, { "channel_id", channelId } };
-}
-
-Option<SettingsItemKey> toItemKey(const QJsonValue &value)
-{
-    if (!value.isObject())
-        return None;
-    const QJsonObject object = value.toObject();
-    const QJsonValue application = object.value("application_id");
-    const QJsonValue channel = object.value("channel_id");
-    if (!application.isString() || !channel.isString())
-        return None;
-    return SettingsItemKey { application.toString(), channel.toString() };
-}
-
-int indexOf(const QJsonArray &array, const QString &applicationId, const QString &channelId)
-{
-    for (int i = 0; i < array.size(); ++i) {
-        const Option<SettingsItemKey> key = toItemKey(array.at(i));
-        if (key && key->applicationId == applicationId && key->channelId == channelId)
-            return i;
-    }
-    return -1;
-}
-
-// Removes the leaf and then the parents that the removal left empty, so that setting
-// a value and clearing it again gives back the very same document. A missing or
-// non-object parent means there is nothing to remove.
-void removePruning(JsonEditor &editor, const QStringList &path)
-{
-    if (editor.value(path).isUndefined())
-        return;
-    (void)editor.remove(path);
-    for (int length = path.size() - 1; length > 0; --length) {
-        const QStringList parent = path.mid(0, length);
-        const QJsonValue node = editor.value(parent);
-        if (!node.isObject() || !node.toObject().isEmpty())
-            break;
-        (void)editor.remove(parent);
-    }
-}
-
 } // namespace
 
 QStringList SelfSettings::findWrongTypedKeys() const
 {
-    enum Kind
-    {
-        Bool,
-        Int,
-        String,
-        Object,
-        Array
-    };
-    static const QList<QPair<QStringList, Kind>> kTyped = {
-        { kAutostart, Bool },
-        { kHotkey, String },
-        { kInstallLocation, String },
-        { kRollbackDepth, Int },
-        { kAutoUpdate, Bool },
-        { kQualityOrder, Int },
-        { kBranchFilter, Object },
-        { kUpdateAllTools, Bool },
-        { kDownloadTimeout, Int },
-        { kStatistics, Bool },
-        { kShellScriptsEnabled, Bool },
-        { kShellScriptsLocation, String },
-        { kProxyEnabled, Bool },
-        { kProxyHost, String },
-        { kProxyPort, Int },
-        { kProxyUsername, String },
-        { orderingPath(false), Array },
-        { orderingPath(true), Array },
-        { kProjects, Object },
-        { kHidden, Object },
-        { kSpecial, Object },
-        { kDefaultOpenItem, Object },
-        { kInternalEnabled, Bool },
-        { kInspect, Bool },
-        { kInternalUiUrl, String },
-        { kPrivacyVersion, String },
-        { kActiveAccount, String },
-    };
-    static const char *const kKindNames[]
-        = { "a boolean", "an integer", "a string", "an object", "an array" };
-
-    QStringList problems;
-    for (const auto &[path, kind] : kTyped) {
-        // Report a damaged parent once rather than every key below it.
-        QJsonObject node = m_json;
-        bool reachable = true;
-        for (int i = 0; i < path.size() - 1; ++i) {
-            const QJsonValue child = node.value(path.at(i));
-            if (child.isUndefined()) {
-                reachable = false;
-                break;
-            }
-            if (!child.isObject()) {
-                const QString problem = "\"" + path.mid(0, i + 1).join(" -> ") + "\" is not an object";
-                if (!problems.contains(problem))
-                    problems << problem;
-                reachable = false;
-                break;
-            }
-            node = child.toObject();
-        }
-        if (!reachable || !node.contains(path.last()))
-            continue;
-        const QJsonValue value = node.value(path.last());
-        const bool ok = (kind == Bool && value.isBool()) || (kind == Int && toInt(value).has_value())
-            || (kind == String && value.isString()) || (kind == Object && value.isObject())
-            || (kind == Array && value.isArray());
-        if (!ok)
-            problems << "\"" + path.join(" -> ") + "\" is not " + kKindNames[kind];
-    }
-    return problems;
+    return SettingsTypeCheck::findWrongTypedKeys(m_json);
 }
 
 Result<void> SelfSettings::updateSettings(const std::function<Result<void>(JsonEditor &)> &edit)
@@ -199,69 +46,13 @@ QString SelfSettings::defaultApplicationInstallDirectory()
 
 void SelfSettings::resetToDefaults()
 {
-    QJsonObject fresh = defaultContent();
-    fresh.insert("autostart", true);
-    // What the user did not choose in the preferences panel survives a reset:
-    // the project marks, the signed-in account, the privacy-policy answer and the
-    // detected system proxy (its credentials go).
-    for (const char *key : { "projects", "vantrel_account", "privacy_policy" }) {
-        if (m_json.contains(key))
-            fresh.insert(key, m_json.value(key));
-    }
-    if (m_json.value("proxy").isObject()) {
-        QJsonObject proxy = m_json.value("proxy").toObject();
-        proxy.remove("auth");
-        fresh.insert("proxy", proxy);
-    }
-    m_json = fresh;
+    m_json = SettingsCleanup::resetToDefaults(m_json);
 }
 
 void SelfSettings::removeOutdated()
 {
-    const auto exists = [](const QString &path) { return QFileInfo::exists(path); };
-
-    edit([&](JsonEditor &editor) -> Result<void> {
-        const QJsonValue hidden = editor.value(kHidden);
-        if (hidden.isObject()) {
-            QJsonObject kept = hidden.toObject();
-            for (const QString &path : hidden.toObject().keys()) {
-                if (!exists(path))
-                    kept.remove(path);
-            }
-            (void)editor.insert(kHidden, kept);
-        }
-        const QJsonValue special = editor.value(kSpecial);
-        if (special.isObject()) {
-            QJsonObject marks = special.toObject();
-            for (const QString &mark : marks.keys()) {
-                QJsonArray kept;
-                for (const QJsonValue &path : marks.value(mark).toArray()) {
-                    if (path.isString() && exists(path.toString()))
-                        kept.append(path);
-                }
-                marks.insert(mark, kept);
-            }
-            (void)editor.insert(kSpecial, marks);
-        }
-        const QJsonValue openItems = editor.value(kDefaultOpenItem);
-        if (openItems.isObject()) {
-            QJsonObject kept = openItems.toObject();
-            for (const QString &path : openItems.toObject().keys()) {
-                if (!exists(path))
-                    kept.remove(path);
-            }
-            (void)editor.insert(kDefaultOpenItem, kept);
-        }
-        // A time-out that is not a positive number would make every download fail at
-        // once (or never time out); forget it so the default applies again.
-        const QJsonValue timeout = editor.value(kDownloadTimeout);
-        if (!timeout.isUndefined()) {
-            const Option<int> milliseconds = toInt(timeout);
-            if (!milliseconds || *milliseconds <= 0) {
-                qWarning().noquote() << "Removing invalid download timeout" << timeout.toVariant().toString();
-                removePruning(editor, kDownloadTimeout);
-            }
-        }
+    edit([](JsonEditor &editor) -> Result<void> {
+        SettingsCleanup::removeOutdated(editor);
         return {};
     });
 }
@@ -274,8 +65,7 @@ void SelfSettings::edit(const std::function<Result<void>(JsonEditor &)> &change)
 
 QJsonValue SelfSettings::valueAt(const QStringList &path) const
 {
-    QJsonObject copy = m_json;
-    return JsonEditor(copy).value(path);
+    return SettingsJson::valueAt(m_json, path);
 }
 
 bool SelfSettings::boolAt(const QStringList &path, bool fallback) const
@@ -286,7 +76,7 @@ bool SelfSettings::boolAt(const QStringList &path, bool fallback) const
 
 int SelfSettings::intAt(const QStringList &path, int fallback) const
 {
-    return toInt(valueAt(path)).value_or(fallback);
+    return SettingsJson::toInt(valueAt(path)).value_or(fallback);
 }
 
 QString SelfSettings::stringAt(const QStringList &path, const QString &fallback) const
@@ -308,7 +98,7 @@ void SelfSettings::set(const QStringList &path, const QJsonValue &value)
 void SelfSettings::unset(const QStringList &path)
 {
     edit([&](JsonEditor &editor) {
-        removePruning(editor, path);
+        SettingsJson::removePruning(editor, path);
         return Result<void>();
     });
 }
@@ -411,7 +201,7 @@ int SelfSettings::getNetworkDownloadTimeout() const
 
 Option<int> SelfSettings::findNetworkDownloadTimeout() const
 {
-    return toInt(valueAt(kDownloadTimeout));
+    return SettingsJson::toInt(valueAt(kDownloadTimeout));
 }
 
 void SelfSettings::setNetworkDownloadTimeout(int milliseconds)
@@ -516,7 +306,7 @@ QList<SettingsItemKey> SelfSettings::getOrdering(bool manual) const
 {
     QList<SettingsItemKey> keys;
     for (const QJsonValue &entry : valueAt(orderingPath(manual)).toArray()) {
-        if (const Option<SettingsItemKey> key = toItemKey(entry))
+        if (const Option<SettingsItemKey> key = SettingsJson::toItemKey(entry))
             keys.append(*key);
     }
     return keys;
@@ -532,7 +322,8 @@ Option<int> SelfSettings::getOrderingIndex(const QString &applicationId, const Q
 Option<int> SelfSettings::getOrderingIndex(
     const QString &applicationId, const QString &channelId, bool manual) const
 {
-    const int index = indexOf(valueAt(orderingPath(manual)).toArray(), applicationId, channelId);
+    const int index
+        = SettingsJson::indexOf(valueAt(orderingPath(manual)).toArray(), applicationId, channelId);
     return index < 0 ? Option<int>() : Option<int>(index);
 }
 
@@ -540,8 +331,8 @@ void SelfSettings::addItemToOrdering(const QString &applicationId, const QString
 {
     edit([&](JsonEditor &editor) {
         return editor.updateArray(orderingPath(manual), [&](QJsonArray &array) {
-            if (indexOf(array, applicationId, channelId) < 0)
-                array.append(itemKeyJson(applicationId, channelId));
+            if (SettingsJson::indexOf(array, applicationId, channelId) < 0)
+                array.append(SettingsJson::itemKeyJson(applicationId, channelId));
         });
     });
 }
@@ -551,10 +342,10 @@ void SelfSettings::setOrderingIndex(
 {
     edit([&](JsonEditor &editor) {
         return editor.updateArray(orderingPath(manual), [&](QJsonArray &array) {
-            const int current = indexOf(array, applicationId, channelId);
+            const int current = SettingsJson::indexOf(array, applicationId, channelId);
             if (current >= 0)
                 array.removeAt(current);
-            array.insert(qBound(0, index, array.size()), itemKeyJson(applicationId, channelId));
+            array.insert(qBound(0, index, array.size()), SettingsJson::itemKeyJson(applicationId, channelId));
         });
     });
 }
@@ -567,7 +358,7 @@ void SelfSettings::removeItemFromOrdering(const QString &applicationId, const QS
         edit([&](JsonEditor &editor) {
             return editor.updateArray(orderingPath(manual), [&](QJsonArray &array) {
                 int index;
-                while ((index = indexOf(array, applicationId, channelId)) >= 0)
+                while ((index = SettingsJson::indexOf(array, applicationId, channelId)) >= 0)
                     array.removeAt(index);
             });
         });
@@ -639,13 +430,13 @@ void SelfSettings::setSpecialProject(const QString &path, const QString &mark, b
 
 Option<SettingsItemKey> SelfSettings::getDefaultOpenItem(const QString &project) const
 {
-    return toItemKey(objectAt(kDefaultOpenItem).value(project));
+    return SettingsJson::toItemKey(objectAt(kDefaultOpenItem).value(project));
 }
 
 void SelfSettings::setDefaultOpenItem(
     const QString &project, const QString &applicationId, const QString &channelId)
 {
-    set(kDefaultOpenItem + QStringList { project }, itemKeyJson(applicationId, channelId));
+    set(kDefaultOpenItem + QStringList { project }, SettingsJson::itemKeyJson(applicationId, channelId));
 }
 
 void SelfSettings::removeDefaultOpenItem(const QString &project)
