@@ -17,6 +17,7 @@
 #include <QUrl>
 #include <functional>
 
+class ApplicationActions;
 class ApplicationEventsListener;
 class ApplicationManagerDiskSize;
 class ApplicationManagerModelHolderFacade;
@@ -104,6 +105,9 @@ public:
     void setVmOptionsOpener(VmOptionsOpener opener);
 
     // Tool actions (asynchronous; see above).
+    // `request`: a remote entry ("new-..."); options: "item" (a feed item, or an object
+    // holding "feed_item", naming one of the entry's builds; the entry's root item when
+    // absent), "channel_id", "install_location".
     void installApplication(const QJsonObject &request, const QJsonObject &options, Done done = {});
     void updateApplication(const QJsonObject &request, Done done = {});
     void updateLocalApplication(const QJsonObject &request, Done done = {});
@@ -162,20 +166,26 @@ signals:
     void onApplicationUpdated();
 
 private:
-    class Actions;
-    friend class Actions;
-
     using ModelAction = std::function<Result<void>(const ApplicationManagerModel &)>;
-    // Refreshes the feed, then runs `action` on a worker against the fresh model.
-    void executeUnderUpToDateModel(const QString &taskName, ModelAction action, Done done);
-    // Runs `work` on a worker against the current model, then rebuilds it.
-    void executeOnCurrentModel(ModelAction action, Done done, bool rebuild = true);
-    void finish(const Done &done, const Result<void> &result);
-    // Refuses at once when the entry named by `request` is busy.
-    bool refuseWhenBusy(const QJsonObject &request, const QString &prefix, const Done &done);
+    // Refreshes the feed, then runs `action` on a worker against the fresh model;
+    // `progress` (owned from here on) ends when the action has ended.
+    void executeUnderUpToDateModel(ActionProgress *progress, ModelAction action, Done done);
+    // Runs `action` on a worker against the current model, then rebuilds it.
+    void executeOnCurrentModel(ActionProgress *progress, ModelAction action, Done done);
+    // On the main thread: ends the progress, sends the model, reports.
+    void finish(ActionProgress *progress, const Done &done, const Result<void> &result);
+    void fail(const Done &done, const QString &error);
+    // A progress started under the key of the local entry that `request` names in the
+    // current model; nothing (and `done` told) when that channel is busy.
+    ActionProgress *startOnEntry(const QJsonObject &request, const QString &taskName, const QString &failurePrefix,
+        const Done &done, bool cancelable = true);
+    // The key is taken at once so that a second request fails at once, not after the feed refresh.
+    ActionProgress *startOnKey(const QString &key, const QString &taskName, const QString &refusal,
+        const Done &done, bool cancelable = true);
+    QString newChannelId(const QString &applicationType) const;
     void sendModel();
 
     ApplicationManagerServices m_services;
-    Actions *m_actions;
+    ApplicationActions *m_actions;
     QTimer m_sendTimer;
 };

@@ -1,0 +1,654 @@
+#include "manager/ApplicationManager.h"
+
+#include "base/WorkerThread.h"
+#include "local/ChannelSettings.h"
+#include "local/LocalApplications.h"
+#include "local/LocalApplicationsFeed.h"
+#include "local/LocalApplicationsFilter.h"
+#include "manager/ApplicationActions.h"
+#include "manager/ApplicationLauncher.h"
+#include "manager/ToolSettingsActions.h"
+#include "model/ApplicationManagerDiskSize.h"
+#include "model/ApplicationManagerModelHolderFacade.h"
+#include "model/ApplicationManagerModelJSON.h"
+#include "model/ApplicationManagerModelSignals.h"
+#include "model/ApplicationPendingActions.h"
+#include "model/SettingsModelSectionProvider.h"
+#include "net/ProgressManager.h"
+#include "projects/ProjectsManager.h"
+#include "settings/SettingsManager.h"
+
+#include <QDebug>
+#include <QDir>
+#include <QFileInfo>
+#include <QPointer>
+#include <QThread>
+#include <QUrlQuery>
+#include <future>
+
+namespace {
+
+const QString kCollision = QStringLiteral("Another action is running for the same channel and application.");
+
+} // namespace
+
+ApplicationManager::ApplicationManager(ApplicationManagerServices services, QObject *parent)
+    : QObject(parent)
+    , m_services(std::move(services))
+    , m_actions(new ApplicationActions(m_services))
+{
+    // Bursts of changes (an action ends, the model follows) become one document.
+    m_sendTimer.setSingleShot(true);
+    m_sendTimer.setInterval(0);
+    connect(&m_sendTimer, &QTimer::timeout, this, &ApplicationManager::sendModel);
+    connect(m_services.modelHolder, &ApplicationManagerModelHolderFacade::onModelUpdated, this,
+        [this] { m_sendTimer.start(); });
+    connect(m_services.pendingActions, &ApplicationPendingActions::onPendingProgressChanged, this,
+        [this] { m_sendTimer.start(); });
+}
+
+ApplicationManager::~ApplicationManager()
+{
+    delete m_actions;
+}
+
+void ApplicationManager::addEventsListener(ApplicationEventsListener *listener)
+{
+    m_actions->addListener(listener);
+}
+
+void ApplicationManager::setVmOptionsOpener(VmOptionsOpener opener)
+{
+    m_actions->setVmOptionsOpener(std::move(opener));
+}
+
+QJsonObject ApplicationManager::getModelDocument() const
+{
+    return m_services.modelHolder->getModel().toJSON(m_services.pendingActions, m_services.diskSize);
+}
+
+void ApplicationManager::sendModel()
+{
+    m_sendTimer.stop();
+    emit refreshApplicationsList(getModelDocument());
+}
+
+void ApplicationManager::fail(const Done &done, const QString &error)
+{
+    qWarning().noquote() << error;
+    QMetaObject::invokeMethod(
+        this, [done, error] { if (done) done(Result<void>(Error(error))); }, Qt::QueuedConnection);
+}
+
+void ApplicationManager::finish(ActionProgress *progress, const Done &done, const Result<void> &result)
+{
+    if (result.isError())
+        qWarning().noquote() << result.error();
+    delete progress; // ends the pending action
+    sendModel();
+    if (done)
+        done(result);
+}
+
+ActionProgress *ApplicationManager::startOnKey(
+    const QString &key, const QString &taskName, const QString &refusal, const Done &done, bool cancelable)
+{
+    ActionProgress *progress
+        = m_services.progressManager->createProgress(taskName, ActionProgress::SingleAction, cancelable);
+    if (!m_services.pendingActions->startTask(key, progress)) {
+        delete progress;
+        fail(done, refusal);
+        return nullptr;
+    }
+    return progress;
+}
+
+ActionProgress *ApplicationManager::startOnEntry(const QJsonObject &request, const QString &taskName,
+    const QString &failurePrefix, const Done &done, bool cancelable)
+{
+    const Option<ApplicationManagerModelLocalEntry> entry = m_services.modelHolder->getModel().findLocalEntry(request);
+    if (!entry) {
+        fail(done, QStringLiteral("Item to install not found"));
+        return nullptr;
+    }
+    const QString refusal = failurePrefix + QLatin1Char(' ')
+        + entry->getRootItem().getPresentableFullNameAndVersion() + QStringLiteral(". ") + kCollision;
+    return startOnKey(ApplicationPendingActions::keyFor(entry->getLocalItem()), taskName, refusal, done, cancelable);
+}
+
+void ApplicationManager::executeUnderUpToDateModel(ActionProgress *progress, ModelAction action, Done done)
+{
+    QPointer<ApplicationManager> self(this);
+    ApplicationManagerModelHolderFacade *holder = m_services.modelHolder;
+    progress->update(QStringLiteral("Checking for updates…"));
+    m_services.modelSignals->runAfterRemotesUpdated([self, holder, progress, action, done](Option<ApplicationManagerModel> model) {
+        const Result<void> result
+            = model ? action(*model) : Result<void>(Error("Failed to update feed. Please check internet connection"));
+        if (result.isError())
+            progress->error(result.error());
+        holder->updateModelAndWait(ModelUpdateReason::LocalFeedUpdated);
+        if (!self)
+            return;
+        QMetaObject::invokeMethod(
+            self.data(), [self, progress, done, result] { self->finish(progress, done, result); }, Qt::QueuedConnection);
+    });
+}
+
+void ApplicationManager::executeOnCurrentModel(ActionProgress *progress, ModelAction action, Done done)
+{
+    ApplicationManagerModelHolderFacade *holder = m_services.modelHolder;
+    WorkerThread::runInThread<Result<void>>(
+        this,
+        [holder, action] {
+            const Result<void> result = action(holder->getModel());
+            holder->updateModelAndWait(ModelUpdateReason::LocalFeedUpdated);
+            return result;
+        },
+        [this, progress, done](Result<void> result) { finish(progress, done, result); });
+}
+
+QString ApplicationManager::newChannelId(const QString &applicationType) const
+{
+    const QString channelDirRoot = m_services.localApplications->getFeed()->getChannelDir(applicationType, QString());
+    for (int n = 0;; ++n) {
+        const QString id = QStringLiteral("ch-") + QString::number(n);
+        if (QFileInfo::exists(m_services.localApplications->getFeed()->getChannelDir(applicationType, id)))
+            continue;
+        if (m_services.pendingActions->getPendingProgress(
+                QStringLiteral("install-") + applicationType + QStringLiteral("$$") + id))
+            continue;
+        Q_UNUSED(channelDirRoot)
+        return id;
+    }
+}
+
+void ApplicationManager::installApplication(const QJsonObject &request, const QJsonObject &options, Done done)
+{
+    const ApplicationManagerModel current = m_services.modelHolder->getModel();
+    const Option<ApplicationManagerModelRemoteEntry> entry = current.findRemoteEntry(request);
+    QString type = entry ? entry->getApplicationType() : QString();
+    QJsonObject itemJson = options.value(QLatin1String("item")).toObject();
+    if (!itemJson.contains(QLatin1String("feed_item")) && !itemJson.isEmpty())
+        itemJson = QJsonObject { { QStringLiteral("feed_item"), itemJson } };
+    const RemoteFeedItem wanted = ApplicationManagerModelJSON::readRemoteFeedItemJSON(itemJson);
+    if (type.isEmpty())
+        type = wanted.getApplicationType();
+    if (type.isEmpty())
+        return fail(done, QStringLiteral("Cannot find item to install"));
+
+    const QString location = options.value(QLatin1String("install_location")).toString();
+    if (!location.isEmpty()) {
+        const QString root = m_services.localApplications->getFeed()->getInstallRoot();
+        if (QDir::cleanPath(location) != QDir::cleanPath(root)) {
+            if (!m_services.localApplications->getLocalItems().isEmpty())
+                return fail(done, "Cannot install into " + location + ": the tools are installed in " + root
+                        + ". Change the install location in the settings to move them all.");
+            (void)m_services.settings->updateSettings(
+                [&location](SelfSettings &settings) { settings.setApplicationInstallDirectory(location); });
+            m_services.localApplications->getFeed()->setInstallRoot(location);
+        }
+    }
+    const QString optionChannel = options.value(QLatin1String("channel_id")).toString();
+    const QString channelId = optionChannel.isEmpty() ? newChannelId(type) : optionChannel;
+    if (channelId.contains(QLatin1Char('/')) || channelId.startsWith(QLatin1Char('.')))
+        return fail(done, "Invalid channel id: " + channelId);
+    const QString name = wanted.isValid() ? wanted.getPresentableFullNameAndVersion()
+                                          : entry ? entry->getRootItem().getPresentableFullNameAndVersion() : type;
+    const QString refusal = "Failed to install " + name + ". " + kCollision;
+    ActionProgress *progress = startOnKey(QStringLiteral("install-") + type + QStringLiteral("$$") + channelId,
+        QStringLiteral("Installing"), refusal, done);
+    if (!progress)
+        return;
+    // An install into an existing channel excludes every other action on it too.
+    if (current.findLocalEntry(channelId, type)
+        && !m_services.pendingActions->startTask(ApplicationPendingActions::localKey(type, channelId), progress)) {
+        delete progress;
+        return fail(done, refusal);
+    }
+    // The remote entry shows the progress as well (a second install of the tool elsewhere may run).
+    if (entry)
+        (void)m_services.pendingActions->subscribe(entry->getRootItem(), progress);
+
+    ApplicationActions *actions = m_actions;
+    LocalApplications *local = m_services.localApplications;
+    executeUnderUpToDateModel(progress,
+        [actions, local, type, channelId, wanted, progress](const ApplicationManagerModel &model) -> Result<void> {
+            const Option<ApplicationManagerModelRemoteEntry> fresh = model.findRemoteEntry(type);
+            const Option<ApplicationManagerModelLocalEntry> existing = model.findLocalEntry(channelId, type);
+            Option<RemoteFeedItem> item;
+            if (fresh)
+                item = wanted.isValid() ? fresh->findItem(wanted.getBuild()) : fresh->getRootItem();
+            if (!item && existing && wanted.isValid()) {
+                for (const RemoteFeedItem &remote : existing->getRemoteItems())
+                    if (remote.isEqualByID(wanted))
+                        item = remote;
+            }
+            if (!item)
+                return Error(QStringLiteral("Cannot find item to install"));
+            qInfo().noquote() << "Action: Start" << item->getPresentableFullNameAndVersionAndBuild();
+            const LocalChannel channel(false, local->getFeed()->getChannelDir(type, channelId), type, channelId);
+            const InstallItem chosen = fresh ? fresh->selectInstallItem(*item) : InstallItem(channel, *item, None);
+            const InstallItem installItem(channel, *item, chosen.getPatchSequence());
+            const Result<LocalFeedItem> installed = actions->installIntoChannel(
+                installItem, existing ? Option<LocalFeedItem>(existing->getLocalItem()) : None, progress);
+            if (!installed)
+                return Error("Failed to install " + item->getPresentableFullNameAndVersion() + ": " + installed.error());
+            return {};
+        },
+        done);
+}
+
+void ApplicationManager::updateApplication(const QJsonObject &request, Done done)
+{
+    ActionProgress *progress = startOnEntry(request, QStringLiteral("Updating"), QStringLiteral("Failed to update"), done);
+    if (!progress)
+        return;
+    ApplicationActions *actions = m_actions;
+    executeUnderUpToDateModel(progress,
+        [actions, request, progress](const ApplicationManagerModel &model) -> Result<void> {
+            const Option<ApplicationManagerModelLocalEntry> entry = model.findLocalEntry(request);
+            if (!entry)
+                return Error(QStringLiteral("Item to install not found"));
+            qInfo().noquote() << "Action: Update" << entry->getLocalItem().toDebugString();
+            const Option<InstallItem> item = entry->getDefaultUpdateItemIncludingSkipped();
+            if (!item)
+                return Error("Failed to update " + entry->getRootItem().getPresentableFullNameAndVersion()
+                    + ": no update is available");
+            const Result<void> updated = actions->doUpdateApplication(*entry, *item, progress);
+            if (!updated)
+                return Error("Failed to update " + entry->getRootItem().getPresentableFullNameAndVersion() + ": "
+                    + updated.error());
+            return {};
+        },
+        done);
+}
+
+void ApplicationManager::updateLocalApplication(const QJsonObject &request, Done done)
+{
+    ActionProgress *progress
+        = startOnEntry(request, QStringLiteral("Re-nstalling"), QStringLiteral("Failed to re-install"), done);
+    if (!progress)
+        return;
+    ApplicationActions *actions = m_actions;
+    executeUnderUpToDateModel(progress,
+        [actions, request, progress](const ApplicationManagerModel &model) -> Result<void> {
+            const Option<ApplicationManagerModelLocalEntry> entry = model.findLocalEntry(request);
+            if (!entry)
+                return Error(QStringLiteral("Item to install not found"));
+            qInfo().noquote() << "Action: Re-install" << entry->getLocalItem().toDebugString();
+            const Result<void> done = actions->doUpdateLocalApplication(*entry, progress);
+            if (!done)
+                return Error("Failed to re-install " + entry->getRootItem().getPresentableFullNameAndVersion() + ": "
+                    + done.error());
+            return {};
+        },
+        done);
+}
+
+void ApplicationManager::downgradeApplication(const QJsonObject &request, Done done)
+{
+    ActionProgress *progress
+        = startOnEntry(request, QStringLiteral("Installing"), QStringLiteral("Failed to downgrade"), done);
+    if (!progress)
+        return;
+    ApplicationActions *actions = m_actions;
+    executeUnderUpToDateModel(progress,
+        [actions, request, progress](const ApplicationManagerModel &model) -> Result<void> {
+            const Option<ApplicationManagerModelLocalEntry> entry = model.findLocalEntry(request);
+            if (!entry)
+                return Error(QStringLiteral("Item to install not found"));
+            qInfo().noquote() << "Action: Downgrade" << entry->getLocalItem().toDebugString();
+            const Result<void> done = actions->downgrade(*entry, progress);
+            if (!done)
+                return Error("Failed to downgrade " + entry->getRootItem().getPresentableFullNameAndVersion() + ": "
+                    + done.error());
+            return {};
+        },
+        done);
+}
+
+void ApplicationManager::rollbackApplication(const QJsonObject &request, Done done)
+{
+    ActionProgress *progress
+        = startOnEntry(request, QStringLiteral("Rolling back"), QStringLiteral("Failed to roll back"), done, false);
+    if (!progress)
+        return;
+    ApplicationActions *actions = m_actions;
+    executeOnCurrentModel(progress,
+        [actions, request](const ApplicationManagerModel &model) -> Result<void> {
+            const Option<ApplicationManagerModelLocalEntry> entry = model.findLocalEntry(request);
+            if (!entry)
+                return Error(QStringLiteral("Item to install not found"));
+            qInfo().noquote() << "Action: Rollback" << entry->getLocalItem().toDebugString();
+            const Result<void> done = actions->rollback(*entry);
+            if (!done)
+                return Error("Failed to roll back " + entry->getPresentableName() + ": " + done.error());
+            return {};
+        },
+        done);
+}
+
+void ApplicationManager::uninstallApplication(const QJsonObject &request, Done done)
+{
+    ActionProgress *progress
+        = startOnEntry(request, QStringLiteral("Uninstalling"), QStringLiteral("Failed to uninstall"), done, false);
+    if (!progress)
+        return;
+    ApplicationActions *actions = m_actions;
+    executeOnCurrentModel(progress,
+        [actions, request](const ApplicationManagerModel &model) -> Result<void> {
+            const Option<ApplicationManagerModelLocalEntry> entry = model.findLocalEntry(request);
+            if (!entry)
+                return Error(QStringLiteral("Item to install not found"));
+            qInfo().noquote() << "Action: Uninstall" << entry->getLocalItem().toDebugString();
+            const Result<void> done = actions->uninstall(*entry);
+            if (!done)
+                return Error("Failed to uninstall " + entry->getPresentableName() + ": " + done.error());
+            return {};
+        },
+        done);
+}
+
+void ApplicationManager::skipDefaultUpdateItem(const QJsonObject &request, Done done)
+{
+    ActionProgress *progress
+        = startOnEntry(request, QStringLiteral("Skipping update"), QStringLiteral("Failed to skip the update of"), done, false);
+    if (!progress)
+        return;
+    ChannelSettings *channelSettings = m_services.channelSettings;
+    executeOnCurrentModel(progress,
+        [channelSettings, request](const ApplicationManagerModel &model) -> Result<void> {
+            const Option<ApplicationManagerModelLocalEntry> entry = model.findLocalEntry(request);
+            if (!entry)
+                return Error(QStringLiteral("Item to install not found"));
+            const Option<InstallItem> update = entry->getDefaultUpdateItem();
+            if (!update)
+                return Error(entry->getPresentableName() + " has no update to skip");
+            qInfo().noquote() << "Action: Skip update" << update->getItem().getPresentableFullNameAndVersionAndBuild();
+            const QString build = update->getItem().getBuild();
+            const LocalFeedItem local = entry->getLocalItem();
+            const Result<void> saved = channelSettings->updateSettings(local.getChannel(), [&](QJsonObject &settings) {
+                const Result<LocalApplicationsFilter> stored = LocalApplicationsFilter::fromSettingsJSON(settings);
+                LocalApplicationsFilter filter = stored ? *stored : LocalApplicationsFilter::fromFeedItem(local);
+                filter.skipUpdate(build);
+                settings = filter.updateFilterSettingsJSON(settings);
+            });
+            if (!saved) {
+                qWarning().noquote() << "Failed to write channel settings" << saved.error();
+                return saved;
+            }
+            return {};
+        },
+        done);
+}
+
+void ApplicationManager::updateAllInstalledApplications(Done done)
+{
+    ActionProgress *progress
+        = m_services.progressManager->createProgress(QStringLiteral("Updating all tools"), ActionProgress::UpdateAll, true);
+    progress->reset(ActionProgress::UpdateAll, 1);
+    if (!m_services.pendingActions->subscribeUpdateAll(progress)) {
+        delete progress;
+        qInfo().noquote() << "Another update-all is running";
+        return fail(done, QStringLiteral("Another update-all is running"));
+    }
+    qInfo().noquote() << "Update all action is running";
+    ApplicationActions *actions = m_actions;
+    ApplicationPendingActions *pending = m_services.pendingActions;
+    executeUnderUpToDateModel(progress,
+        [actions, pending, progress](const ApplicationManagerModel &model) -> Result<void> {
+            QStringList errors;
+            const QList<ApplicationManagerModelLocalEntry> entries = model.getLocalEntries();
+            progress->totalSteps(entries.size());
+            for (const ApplicationManagerModelLocalEntry &entry : entries) {
+                if (progress->isCancelled())
+                    break;
+                progress->advance(1);
+                const Option<InstallItem> item = entry.getDefaultUpdateItem();
+                if (!item)
+                    continue;
+                const Option<ActionProgress *> single
+                    = pending->subscribe(entry.getLocalItem(), QStringLiteral("Updating…"), ActionProgress::SingleAction, true);
+                if (!single) {
+                    qInfo().noquote() << "Update all: skip " + entry.getLocalItem().toDebugString()
+                            + " another action is pending";
+                    continue;
+                }
+                const QMetaObject::Connection forward
+                    = QObject::connect(progress, &ActionProgress::cancelled, *single, &ActionProgress::cancel, Qt::DirectConnection);
+                const Result<void> updated = entry.isDetected()
+                    ? actions->doUpdateLocalApplication(entry, *single)
+                    : actions->doUpdateApplication(entry, *item, *single);
+                QObject::disconnect(forward);
+                delete *single;
+                if (!updated)
+                    errors << "Failed to update " + entry.getRootItem().getPresentableFullNameAndVersion() + ": "
+                            + updated.error();
+            }
+            if (!errors.isEmpty())
+                return Error(joinErrors(errors));
+            return {};
+        },
+        done);
+}
+
+void ApplicationManager::purgeOldVersions(bool userRequest, Done done)
+{
+    ActionProgress *progress
+        = m_services.progressManager->createProgress(QStringLiteral("Removing old versions"), ActionProgress::SingleAction, false);
+    if (!m_services.pendingActions->subscribePurgeOld(progress)) {
+        delete progress;
+        return fail(done, QStringLiteral("Old versions are being removed already"));
+    }
+    ApplicationActions *actions = m_actions;
+    executeOnCurrentModel(progress,
+        [actions, userRequest](const ApplicationManagerModel &) -> Result<void> {
+            const Result<void> purged = actions->purge();
+            if (!purged && !userRequest)
+                qWarning().noquote() << "Failed to remove old versions:" << purged.error();
+            return purged;
+        },
+        done);
+}
+
+void ApplicationManager::renameApplication(const QJsonObject &request, const QString &name, Done done)
+{
+    const ToolSettingsActions actions(m_services);
+    executeOnCurrentModel(nullptr,
+        [actions, request, name](const ApplicationManagerModel &model) { return actions.rename(model, request, name); },
+        done);
+}
+
+void ApplicationManager::saveChannelSettings(const QJsonObject &request, const QJsonObject &settings, Done done)
+{
+    const ToolSettingsActions actions(m_services);
+    executeOnCurrentModel(nullptr,
+        [actions, request, settings](const ApplicationManagerModel &model) {
+            return actions.saveChannelSettings(model, request, settings);
+        },
+        done);
+}
+
+void ApplicationManager::applySettingsModel(const QJsonObject &request, const QJsonObject &model, Done done)
+{
+    const ToolSettingsActions actions(m_services);
+    executeOnCurrentModel(nullptr,
+        [actions, request, model](const ApplicationManagerModel &current) {
+            return actions.applySettingsModel(current, request, model);
+        },
+        done);
+}
+
+void ApplicationManager::reorderTools(const QJsonArray &tools, bool manual, Done done)
+{
+    const ToolSettingsActions actions(m_services);
+    executeOnCurrentModel(nullptr,
+        [actions, tools, manual](const ApplicationManagerModel &model) { return actions.reorderTools(model, tools, manual); },
+        done);
+}
+
+void ApplicationManager::reorderSubitems(const QJsonObject &request, const QJsonArray &subitems, Done done)
+{
+    const ToolSettingsActions actions(m_services);
+    executeOnCurrentModel(nullptr,
+        [actions, request, subitems](const ApplicationManagerModel &model) {
+            return actions.reorderSubitems(model, request, subitems);
+        },
+        done);
+}
+
+void ApplicationManager::openUserVmOptionsFile(const QJsonObject &request, Done done)
+{
+    ApplicationActions *actions = m_actions;
+    executeOnCurrentModel(nullptr,
+        [actions, request](const ApplicationManagerModel &model) -> Result<void> {
+            const Result<ApplicationManagerModelLocalEntry> entry = ToolSettingsActions::entryOf(model, request);
+            if (!entry)
+                return entry.toError();
+            return actions->openUserVmOptionsFile(entry->getLocalItem());
+        },
+        done);
+}
+
+void ApplicationManager::setAutoUpdateAllTools(bool enabled, Done done)
+{
+    const ToolSettingsActions actions(m_services);
+    executeOnCurrentModel(nullptr,
+        [actions, enabled](const ApplicationManagerModel &model) { return actions.setAutoUpdateAllTools(model, enabled); },
+        done);
+}
+
+void ApplicationManager::activateApplication(const QJsonObject &request, const QJsonObject &item, Done done)
+{
+    const ToolSettingsActions actions(m_services);
+    executeOnCurrentModel(nullptr,
+        [actions, request, item](const ApplicationManagerModel &model) {
+            return actions.activate(model, request, item, QString());
+        },
+        done);
+}
+
+void ApplicationManager::openProject(const QJsonObject &project, const QJsonObject &item, Done done)
+{
+    const ToolSettingsActions actions(m_services);
+    executeOnCurrentModel(nullptr,
+        [actions, project, item](const ApplicationManagerModel &model) { return actions.openProject(model, project, item); },
+        done);
+}
+
+Option<ApplicationManagerModelLocalEntry> ApplicationManager::getActivateApplicationByURL(const QUrl &url) const
+{
+    if (!url.isValid() || url.host() != QLatin1String("activate"))
+        return None;
+    const QUrlQuery query(url);
+    const QString type = query.queryItemValue(QStringLiteral("tool"), QUrl::FullyDecoded);
+    const QString channel = query.queryItemValue(QStringLiteral("channel"), QUrl::FullyDecoded);
+    if (type.isEmpty())
+        return None;
+    for (const ApplicationManagerModelLocalEntry &entry : m_services.modelHolder->getModel().getLocalEntries()) {
+        if (entry.getApplicationType() == type && (channel.isEmpty() || entry.getChannelId() == channel))
+            return entry;
+    }
+    return None;
+}
+
+void ApplicationManager::activateProtocol(const QUrl &url, Done done)
+{
+    const Option<ApplicationManagerModelLocalEntry> entry = getActivateApplicationByURL(url);
+    if (!entry)
+        return fail(done, "No installed tool matches the link " + url.toString());
+    const QString project = QUrlQuery(url).queryItemValue(QStringLiteral("project"), QUrl::FullyDecoded);
+    const QJsonObject tool { { QStringLiteral("key"), entry->key() } };
+    const ToolSettingsActions actions(m_services);
+    executeOnCurrentModel(nullptr,
+        [actions, tool, project](const ApplicationManagerModel &model) {
+            return actions.activate(model, tool, QJsonObject(), project);
+        },
+        done);
+}
+
+QJsonObject ApplicationManager::getApplicationStatuses() const
+{
+    QJsonArray applications;
+    const ApplicationManagerModel model = m_services.modelHolder->getModel();
+    for (const ApplicationManagerModelLocalEntry &entry : model.getLocalEntries()) {
+        QJsonObject status { { QStringLiteral("application_type"), entry.getApplicationType() },
+            { QStringLiteral("channel_id"), entry.getChannelId() }, { QStringLiteral("name"), entry.getPresentableName() },
+            { QStringLiteral("version"), entry.getRootItem().getPresentableVersion() },
+            { QStringLiteral("build"), entry.getRootItem().getBuild() } };
+        const Option<InstallItem> update = entry.getDefaultUpdateItemIncludingSkipped();
+        QString state = QStringLiteral("up_to_date");
+        if (entry.isDetected())
+            state = QStringLiteral("detected");
+        else if (m_services.pendingActions->isUnderProgress(entry.getLocalItem()))
+            state = QStringLiteral("busy");
+        else if (entry.getDefaultUpdateItem())
+            state = QStringLiteral("update_available");
+        else if (entry.isUpdateSkipped())
+            state = QStringLiteral("update_skipped");
+        status.insert(QStringLiteral("status"), state);
+        if (update) {
+            status.insert(QStringLiteral("update_version"), update->getItem().getPresentableVersion());
+            status.insert(QStringLiteral("update_build"), update->getItem().getBuild());
+        }
+        applications.append(status);
+    }
+    return QJsonObject { { QStringLiteral("applications"), applications },
+        { QStringLiteral("updates_count"), model.getDefaultUpdatesCount() } };
+}
+
+int ApplicationManager::getUpdatesCount() const
+{
+    return m_services.modelHolder->getModel().getDefaultUpdatesCount();
+}
+
+bool ApplicationManager::isSupportedFeedletItem(const RemoteFeedItem &item) const
+{
+    static const QStringList supported { QStringLiteral("tar.gz"), QStringLiteral("zip"), QStringLiteral("app_image"),
+        QStringLiteral("copy") };
+    const QString os = item.toJson().value(QLatin1String("package")).toObject().value(QLatin1String("os")).toString();
+    return item.isValid() && supported.contains(item.getPackageType().getPackageType())
+        && (os.isEmpty() || os == QLatin1String("linux")) && !item.getDownloadUrl().isEmpty();
+}
+
+void ApplicationManager::installFeedletItem(const RemoteFeedItem &item, Done done)
+{
+    if (!isSupportedFeedletItem(item))
+        return fail(done, "This build cannot be installed here: " + item.getPresentableFullNameAndVersion());
+    const QString type = item.getApplicationType();
+    const QString channelId = newChannelId(type);
+    const QString refusal = "Failed to install " + item.getPresentableFullNameAndVersion() + ". " + kCollision;
+    ActionProgress *progress = startOnKey(QStringLiteral("install-") + type + QStringLiteral("$$") + channelId,
+        QStringLiteral("Installing"), refusal, done);
+    if (!progress)
+        return;
+    ApplicationActions *actions = m_actions;
+    LocalApplications *local = m_services.localApplications;
+    executeOnCurrentModel(progress,
+        [actions, local, item, type, channelId, progress](const ApplicationManagerModel &) -> Result<void> {
+            qInfo().noquote() << "Action: Start" << item.getPresentableFullNameAndVersionAndBuild();
+            const LocalChannel channel(false, local->getFeed()->getChannelDir(type, channelId), type, channelId);
+            const Result<LocalFeedItem> installed = actions->installIntoChannel(InstallItem(channel, item, None), None, progress);
+            if (!installed)
+                return Error("Failed to install " + item.getPresentableFullNameAndVersion() + ": " + installed.error());
+            return {};
+        },
+        done);
+}
+
+Result<void> ApplicationManager::installFeedletItemAndWait(const RemoteFeedItem &item)
+{
+    if (QThread::currentThread() == thread())
+        return Error(QStringLiteral("A feedlet install cannot wait on the main thread"));
+    auto promise = std::make_shared<std::promise<Result<void>>>();
+    std::future<Result<void>> future = promise->get_future();
+    QMetaObject::invokeMethod(
+        this, [this, item, promise] { installFeedletItem(item, [promise](const Result<void> &r) { promise->set_value(r); }); },
+        Qt::QueuedConnection);
+    return future.get();
+}
+
+void ApplicationManager::scheduleApplicationsListRefresh(ModelUpdateReason reason)
+{
+    m_services.modelSignals->scheduleApplicationsListRefresh(reason);
+}
