@@ -1,0 +1,185 @@
+// The model builder's merge rules, driven by feed documents: each row is a feed, the
+// installed builds, and the model summarised in one line.
+
+#include "model/ApplicationManagerModelBuilder.h"
+#include "model/ApplicationManagerModelJSON.h"
+#include "model/OperatingSystemApplicationFilter.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QtTest>
+
+namespace {
+
+const QDateTime NOW = QDateTime::fromString("2026-11-22T12:00:00Z", Qt::ISODate);
+
+// "id:build" with optional ",q<quality order>", ",v<version order>", ",o<order value>",
+// ",x<expiry>", ",s<superseded type>", ",os<system>"; the name is the id.
+QJsonObject item(const QString &spec)
+{
+    const QStringList parts = spec.split(',');
+    const QStringList idBuild = parts.first().split(':');
+    QJsonObject package { { "type", "tar.gz" }, { "url", "http://127.0.0.1/p.tar.gz" }, { "size", 1000 } };
+    QJsonObject json { { "id", idBuild[0] }, { "name", idBuild[0] }, { "version", idBuild[1] },
+        { "build", idBuild[1] }, { "quality", QJsonObject { { "name", "Release" }, { "order_value", 1 } } },
+        { "major_version", QJsonObject { { "name", "1" }, { "order_value", 1 } } } };
+    for (const QString &part : parts.mid(1)) {
+        if (part.startsWith("os"))
+            package["os"] = part.mid(2);
+        else if (part[0] == 'q')
+            json["quality"] = QJsonObject { { "name", "Q" + part.mid(1) }, { "order_value", part.mid(1).toInt() } };
+        else if (part[0] == 'v')
+            json["major_version"] = QJsonObject { { "name", part.mid(1) }, { "order_value", part.mid(1).toInt() } };
+        else if (part[0] == 'o')
+            json["order_value"] = part.mid(1).toInt();
+        else if (part[0] == 'x')
+            json["expires"] = part.mid(1);
+        else if (part[0] == 's')
+            json["supersedes"] = QJsonArray { QJsonObject { { "id", part.mid(1) } } };
+    }
+    json["package"] = package;
+    return json;
+}
+
+// "channel=id:build" installed, "~channel=id:build" detected.
+LocalFeedItem local(const QString &spec)
+{
+    const bool detected = spec.startsWith('~');
+    const QStringList parts = spec.mid(detected ? 1 : 0).split('=');
+    const QJsonObject json = item(parts[1]);
+    const QString dir = "/nonexistent/apps/" + json["id"].toString() + "/" + parts[0] + "/" + json["build"].toString();
+    return detected ? LocalFeedItem::detectedApplication(json, dir, parts[0])
+                    : LocalFeedItem::localApplication(json, dir, dir, parts[0]);
+}
+
+QString summary(const ApplicationManagerModel &model)
+{
+    QStringList out;
+    for (const ApplicationManagerModelLocalEntry &entry : model.getLocalEntries()) {
+        QString line = (entry.isDetected() ? "~" : "") + entry.getChannelId() + "=" + entry.getApplicationType() + ":"
+            + entry.getRootItem().getBuild();
+        if (const auto update = entry.getDefaultUpdateItem())
+            line += " update " + update->getItem().getBuild();
+        if (const auto reinstall = entry.getReinstallItem())
+            line += " reinstall " + reinstall->getBuild();
+        if (const auto downgrade = entry.getDowngradeItem())
+            line += " downgrade " + downgrade->getBuild();
+        out << line;
+    }
+    for (const ApplicationManagerModelRemoteEntry &entry : model.getRemoteEntries()) {
+        QStringList builds;
+        for (const RemoteFeedItem &remote : entry.getRemoteItems())
+            builds << remote.getBuild();
+        out << entry.getApplicationType() + "[" + builds.join(' ') + "]";
+    }
+    return out.join("; ");
+}
+
+} // namespace
+
+class ModelBuilderTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void mergesFeedIntoModel_data()
+    {
+        QTest::addColumn<QStringList>("feed");
+        QTest::addColumn<QStringList>("installed");
+        QTest::addColumn<QString>("expected");
+
+        QTest::newRow("empty feed") << QStringList() << QStringList() << "";
+        QTest::newRow("expired items never reach the model")
+            << QStringList { "a:1.0,x2026-11-21T00:00:00Z", "a:1.1,v2,x2026-12-01T00:00:00Z", "a:0.9,v3,xnot-a-date" }
+            << QStringList() << "a[0.9 1.1]";
+        QTest::newRow("first of each type, version and quality triple wins")
+            << QStringList { "a:1.0", "a:1.2", "a:1.1", "a:2.0,q2" } << QStringList() << "a[1.2 2.0]";
+        QTest::newRow("remote entries by order value, then name")
+            << QStringList { "b:1,o2", "c:1,o1", "a:1,o2" } << QStringList() << "c[1]; a[1]; b[1]";
+        QTest::newRow("installed channel takes its tool's builds and picks the newest as update")
+            << QStringList { "a:1.0", "a:1.3,q2", "a:1.2,v2", "b:5" } << QStringList { "ch=a:1.1,v2" }
+            << "ch=a:1.1 update 1.2; b[5]";
+        QTest::newRow("a newer build of another quality is held back by the channel's quality")
+            << QStringList { "a:2.0,q2" } << QStringList { "ch=a:1.0" } << "ch=a:1.0";
+        QTest::newRow("an older build of the same major version is the downgrade")
+            << QStringList { "a:0.8", "a:0.9,v2", "a:2.0,q2,v2" } << QStringList { "ch=a:1.0,v2,q2" }
+            << "ch=a:1.0 update 2.0 downgrade 0.9";
+        QTest::newRow("a superseding tool updates the channel it supersedes")
+            << QStringList { "new:2.0,sold" } << QStringList { "ch=old:1.0" } << "ch=old:1.0 update 2.0";
+        QTest::newRow("a detected tool gets a reinstall item only for a build the feed has")
+            << QStringList { "a:1.0", "b:3" } << QStringList { "~x=a:1.0", "~y=b:2" }
+            << "~x=a:1.0 reinstall 1.0; ~y=b:2; a[1.0]; b[3]";
+        QTest::newRow("items of another system are filtered out before the merge")
+            << QStringList { "a:1.0,oswindows", "a:0.9,oslinux", "b:1" } << QStringList() << "a[0.9]; b[1]";
+        QTest::newRow("several builds of a channel: the newest is current, others stay installed")
+            << QStringList { "a:1.2" } << QStringList { "ch=a:1.0", "ch=a:1.1" } << "ch=a:1.1 update 1.2";
+    }
+
+    void mergesFeedIntoModel()
+    {
+        QFETCH(QStringList, feed);
+        QFETCH(QStringList, installed);
+        QFETCH(QString, expected);
+        QList<RemoteFeedItem> items;
+        for (const QString &spec : feed)
+            items << RemoteFeedItem(item(spec));
+        QList<LocalFeedItem> locals;
+        for (const QString &spec : installed)
+            locals << local(spec);
+        const OperatingSystemApplicationFilter filter("linux");
+        const ApplicationManagerModelBuilder builder(nullptr, nullptr, nullptr);
+        const ApplicationManagerModel model = builder.buildModel(filter.filter(items), {}, locals, {}, NOW);
+        QCOMPARE(summary(model), expected);
+
+        const QJsonObject document = model.toJSON(nullptr, nullptr);
+        QCOMPARE(document["default_updates"].toObject()["count"].toInt(), model.getDefaultUpdatesCount());
+        QCOMPARE(document["remote"].toArray().size() + document["remote_other"].toArray().size(),
+            model.getRemoteEntries().size());
+        // Every entry is found again by the object the page sends back.
+        for (const char *list : { "local", "manual" })
+            for (const QJsonValue &entry : document[list].toArray())
+                QVERIFY(model.findLocalEntry(entry.toObject()));
+        for (const char *list : { "remote", "remote_other" })
+            for (const QJsonValue &entry : document[list].toArray())
+                QVERIFY(model.findRemoteEntry(entry.toObject()));
+        QVERIFY(!model.findLocalEntry(QJsonObject { { "key", "local-nothing-ch" } }));
+        QVERIFY(!model.findRemoteEntry(QJsonObject()));
+    }
+
+    // The page document's keys come in the document's order on the wire.
+    void documentKeysKeepTheirOrder()
+    {
+        const QList<RemoteFeedItem> items { RemoteFeedItem(item("a:1.1")), RemoteFeedItem(item("b:1")) };
+        const ApplicationManagerModelBuilder builder(nullptr, nullptr, nullptr);
+        const ApplicationManagerModel model = builder.buildModel(items, {}, { local("ch=a:1.0") }, {}, NOW);
+        const QJsonObject document = model.toJSON(nullptr, nullptr);
+        const QByteArray text = ApplicationManagerModelJSON::toOrderedJson(document);
+        QCOMPARE(QJsonDocument::fromJson(text).object(), document);
+
+        const auto inOrder = [&text](const QByteArray &scope, const QList<QByteArray> &keys) {
+            int at = text.indexOf(scope);
+            for (const QByteArray &key : keys) {
+                const int next = text.indexOf("\"" + key + "\":", at);
+                if (next < at)
+                    return QString::fromLatin1(key) + " out of order in " + QString::fromLatin1(scope);
+                at = next;
+            }
+            return QString();
+        };
+        QCOMPARE(inOrder("{", { "default_updates", "old_versions", "local", "manual", "remote", "remote_other", "projects" }),
+            QString());
+        QCOMPARE(inOrder("\"local\":[{", { "feed_item", "key", "isInstalled", "display_path", "full_path", "open_items",
+                     "custom_open_items", "default_open_item", "settings_model", "default_update",
+                     "skipped_after_last_update", "isDetected", "isLegacy", "canBeUninstalled", "promoteUninstall",
+                     "quality", "shouldDisambiguate", "major_version", "filter" }),
+            QString());
+        QCOMPARE(inOrder("\"remote\":[{", { "versions", "stable", "feed_item", "key", "isInstalled", "name",
+                     "application_type", "installed_builds" }),
+            QString());
+        QCOMPARE(inOrder("\"default_update\":{", { "feed_item", "size", "use_patch" }), QString());
+        QCOMPARE(document["old_versions"].toObject()["size"].toString(), QString("0 B"));
+    }
+};
+
+QTEST_GUILESS_MAIN(ModelBuilderTest)
+#include "ModelBuilderTest.moc"
