@@ -14,8 +14,8 @@ async function main() {
   const port = await freePort();
   const feed = makeDemoFeed(`http://127.0.0.1:${port}`);
   const nginx = await startNginx(feed.www, port, `
-    location /packages/ { limit_rate 1k; }
-    location /packages/Beacon { limit_rate 64; }`);
+    location /packages/ { limit_rate 100; }
+    location /packages/Beacon { limit_rate 40; }`);
   const home = makeHome();
   writeRecentProjects(home.home);
   const hangar = await startHangar(home, feed.url);
