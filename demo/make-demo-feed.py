@@ -9,6 +9,10 @@ configuration generated in the state folder, on a free loopback port, as the
 current user. Prints the root feed URL on stdout; everything else goes to stderr.
 
     demo/make-demo-feed.py --build BUILD_DIR [--state DIR] [--stop]
+    demo/make-demo-feed.py --build BUILD_DIR --state DIR --base-url URL --no-serve
+
+With --no-serve only the files are made (STATE/www), for a server of the
+caller's own that will answer at URL.
 """
 import argparse
 import hashlib
@@ -271,6 +275,8 @@ def main():
     parser.add_argument("--build", required=True, help="build folder (holds hangar-feed and the development CA)")
     parser.add_argument("--state", help="where to put the feed, packages and nginx files (default BUILD/demo-feed)")
     parser.add_argument("--stop", action="store_true", help="only stop a running demo server")
+    parser.add_argument("--base-url", help="address the files will be served at (default: a free loopback port)")
+    parser.add_argument("--no-serve", action="store_true", help="only make the files; do not start nginx")
     args = parser.parse_args()
     build = os.path.abspath(args.build)
     state = os.path.abspath(args.state or os.path.join(build, "demo-feed"))
@@ -289,7 +295,7 @@ def main():
     www = os.path.join(state, "www")
     shutil.rmtree(www, ignore_errors=True)
     port = free_port()
-    base_url = f"http://127.0.0.1:{port}"
+    base_url = args.base_url.rstrip("/") if args.base_url else f"http://127.0.0.1:{port}"
 
     feeds = {}
     for t in TOOLS:
@@ -310,7 +316,8 @@ def main():
         subprocess.run([tool, "sign", "--cert", os.path.join(ca, "signer.crt"), "--key", os.path.join(ca, "signer.key"),
                         source, os.path.join(www, "feeds", f"{name}.feed.xz.signed")], check=True)
 
-    start_server(state, www, port)
+    if not args.no_serve:
+        start_server(state, www, port)
     url = f"{base_url}/feeds/demo-feed.feed.xz.signed"
     log(f"serving {len(root_entries) + len(feeds['demo-beacon'][0])} builds and {len(root_patches)} patches at {url}")
     log(f"stop it with: {sys.argv[0]} --build {build} --stop")

@@ -1,6 +1,18 @@
 #include "SetupUIApplication.h"
 
+#include "DesktopFront.h"
+#include "DesktopNotifications.h"
+#include "DesktopUIApiConnector.h"
+#include "MainWindow.h"
 #include "SingleApplicationInstanceController.h"
+#include "api/ApiRuntimeFile.h"
+#include "api/ApplicationRequests.h"
+#include "api/HeadlessApiServer.h"
+#include "api/HeadlessUIApiConnector.h"
+#include "api/SelfApi.h"
+#include "api/SelfApiMethods.h"
+#include "api/UsageEventLog.h"
+#include "base/AppDataDirectory.h"
 #include "base/Capabilities.h"
 #include "base/WorkerThread.h"
 #include "feed/FeedResources.h"
@@ -11,6 +23,17 @@
 #include "local/ChannelSettingsManager.h"
 #include "local/LocalApplications.h"
 #include "local/LocalApplicationsFeed.h"
+#include "manager/ApplicationManager.h"
+#include "manager/PurgeOldVersionsController.h"
+#include "model/ApplicationFilters.h"
+#include "model/ApplicationManagerDiskSize.h"
+#include "model/ApplicationManagerModelBuilder.h"
+#include "model/ApplicationManagerModelHolderFacade.h"
+#include "model/ApplicationManagerModelSignals.h"
+#include "model/ApplicationPendingActions.h"
+#include "model/NetworkConnectionInfo.h"
+#include "model/OperatingSystemApplicationFilter.h"
+#include "net/DownloadSession.h"
 #include "net/ProgressManager.h"
 #include "projects/LatheProjectSource.h"
 #include "projects/ProjectCache.h"
@@ -33,6 +56,7 @@
 #include <QTimer>
 #include <QUrl>
 #include <QUuid>
+#include <cstdio>
 
 namespace {
 
@@ -50,18 +74,35 @@ void storeSystemProxy(SettingsManager *settingsManager)
         qWarning().noquote() << "Failed to store proxy configuration:" << stored.error();
 }
 
+// A link handed over by a second start: a tool to launch (with a project).
+void handleLink(const QUrl &url, ApplicationManager *manager)
+{
+    qInfo().noquote() << "Received link from second instance:" << url.toString();
+    if (!manager->getActivateApplicationByURL(url)) {
+        qWarning().noquote() << "No installed tool for link" << url.toString();
+        return;
+    }
+    manager->activateProtocol(url, [url](const Result<void> &activated) {
+        if (!activated)
+            qWarning().noquote() << "Failed to open link" << url.toString() << ":" << activated.error();
+    });
+}
+
 // What a second start of the manager asked for. Options are only noted: the
 // running instance keeps the options it was started with.
-void onActivation(const QStringList &messages, CommandLine *commandLine)
+void onActivation(
+    const QStringList &messages, CommandLine *commandLine, ApplicationManager *manager, MainWindow *window)
 {
     qDebug().noquote() << "onActivation messages: " + messages.join(", ");
     for (const QString &message : messages) {
         if (commandLine->hasOption(message)) {
             qInfo().noquote() << "Received command line option from second instance:" << message;
         } else if (message.startsWith(QLatin1String("url "))) {
-            qInfo().noquote() << "Received link from second instance:" << message.mid(4);
+            handleLink(QUrl(message.mid(4).trimmed()), manager);
         } else if (message.startsWith(QLatin1String("activate "))) {
             qInfo().noquote() << "Bringing main window forward on request of second instance";
+            if (window)
+                window->bringForward();
         } else {
             qWarning().noquote() << "Ignoring unknown message from second instance:" << message;
         }
@@ -93,11 +134,11 @@ void showCriticalMessage(const QString &text)
     QMessageBox::critical(nullptr, QStringLiteral("Hangar"), text);
 }
 
-// What the application model will do once it exists: find the installed tools,
-// publish the built-in feed at once and then bring it up to date, and look for
-// recent projects. Each result is logged.
+// Finds the installed tools, publishes the built-in feed at once and then brings
+// it up to date, and looks for recent projects. Each result is logged.
 void loadInitialState(QObject *owner, RemoteApplications *remoteApplications,
-    LocalApplications *localApplications, ProjectsManager *projectsManager)
+    LocalApplications *localApplications, ProjectsManager *projectsManager,
+    ApplicationManagerModelSignals *modelSignals)
 {
     const Result<void> preloaded = remoteApplications->preloadFeedFromResources();
     if (preloaded.isError())
@@ -115,14 +156,44 @@ void loadInitialState(QObject *owner, RemoteApplications *remoteApplications,
             projectsManager->setInstalledItems(installed);
         });
 
-    WorkerThread::runInThread<Result<bool>>(
-        owner, [remoteApplications]() { return remoteApplications->updateRemoteFeed(false); },
-        [remoteApplications](const Result<bool> &updated) {
-            if (updated.isError())
-                qWarning().noquote() << "Feed update failed:" << updated.error();
-            qInfo().noquote() << "Remote feed:" << remoteApplications->getRemoteFeed().size() << "items,"
-                              << remoteApplications->getRemotePatches().size() << "patches";
-        });
+    // The first refresh downloads the feed and builds the model.
+    modelSignals->scheduleApplicationsListRefresh(ModelUpdateReason::UserRequest);
+}
+
+// The owner of the runtime file: removed when the graph is torn down at exit.
+struct RuntimeFileHolder : QObject
+{
+    ApiRuntimeFile file;
+};
+
+// Headless mode: the page and the API on a loopback port, announced by exactly
+// one line on standard output and by the runtime file. No window, no tray.
+// "--ws-port" not given means a free port, as 0 does. With a window the same API
+// serves scripts and the command-line client; there a port that cannot be had
+// only costs them, not the window (`required` false).
+bool startHeadlessFront(
+    QApplication *application, QObject *owner, SelfApi *selfApi, CommandLine *commandLine, bool required = true)
+{
+    auto *server = new HeadlessApiServer(selfApi, PageResources(), owner);
+    const int requested = commandLine->getInternalWebSocketPort();
+    const Result<void> listening = server->listen(requested > 0 && requested <= 65535 ? quint16(requested) : 0);
+    if (!listening) {
+        qCritical().noquote() << "Failed to start the headless API:" << listening.error();
+        std::fprintf(stderr, "Hangar: %s\n", qPrintable(listening.error()));
+        if (required)
+            application->exit(1);
+        return false;
+    }
+    qInfo().noquote() << "Headless API listening on 127.0.0.1:" + QString::number(server->port());
+    // The file first: whoever reads the line may look for the file at once.
+    auto *runtime = new RuntimeFileHolder();
+    runtime->setParent(owner);
+    const Result<void> written = runtime->file.write(ApiRuntimeFile::defaultPath(), server->port(), server->token());
+    if (!written)
+        qWarning().noquote() << "Failed to write the API runtime file:" << written.error();
+    std::printf("Hangar API: %s\n", server->pageUrl().toString(QUrl::FullyEncoded).toUtf8().constData());
+    std::fflush(stdout);
+    return true;
 }
 
 QT_WARNING_PUSH
@@ -158,6 +229,13 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
     storeSystemProxy(settingsManager);
 
     auto *localFeed = new LocalApplicationsFeed(settingsManager, owner);
+    auto *operatingSystemFilter = new OperatingSystemApplicationFilter();
+    auto *filters = new ApplicationFilters({ operatingSystemFilter });
+    // Plain values owned by the graph's owner, destroyed with it.
+    QObject::connect(owner, &QObject::destroyed, [filters, operatingSystemFilter]() {
+        delete filters;
+        delete operatingSystemFilter;
+    });
 
     initFeedResources();
     const Result<SignatureManager *> signatureManager
@@ -172,7 +250,18 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
 
     auto *remoteApplications = new RemoteApplications(
         *signatureManager, installationId(), progressManager, settingsManager, owner);
+    auto *pendingActions = new ApplicationPendingActions(progressManager, owner);
     auto *localApplications = new LocalApplications(localFeed, channelSettingsManager, owner);
+
+    // Headless mode has no desktop to act on; otherwise the window, made later, does.
+    HeadlessUIApiConnector *headlessConnector = nullptr;
+    DesktopUIApiConnector *desktopConnector = nullptr;
+    UIApiConnector *connector = nullptr;
+    if (commandLine->isInternalHeadless())
+        connector = headlessConnector = new HeadlessUIApiConnector();
+    else
+        connector = desktopConnector = new DesktopUIApiConnector();
+    QObject::connect(owner, &QObject::destroyed, [connector]() { delete connector; });
 
     // One cache and one source per platform kind of tool; the file watching that
     // the settings allow is switched on per source.
@@ -184,14 +273,45 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
     // Adopted last, so destroyed after the sources and the manager that use it.
     projectCache->setParent(owner);
 
+    auto *builder = new ApplicationManagerModelBuilder(settingsManager, channelSettingsManager, localApplications);
+    QObject::connect(owner, &QObject::destroyed, [builder]() { delete builder; });
+    auto *modelHolder = new ApplicationManagerModelHolderFacade(
+        builder, localApplications, remoteApplications, projectsManager, filters, owner);
+    auto *diskSize = new ApplicationManagerDiskSize(localApplications, settingsManager, owner);
+    auto *modelSignals = new ApplicationManagerModelSignals(localApplications, remoteApplications, modelHolder,
+        channelSettingsManager, projectsManager, diskSize, std::make_shared<NetworkManagerConnectionInfo>(), owner);
+
+    ApplicationManagerServices services;
+    services.settings = settingsManager;
+    services.channelSettings = channelSettingsManager;
+    services.localApplications = localApplications;
+    services.remoteApplications = remoteApplications;
+    services.pendingActions = pendingActions;
+    services.progressManager = progressManager;
+    services.downloadSession = new DownloadSession(settingsManager, owner);
+    services.modelHolder = modelHolder;
+    services.modelSignals = modelSignals;
+    services.diskSize = diskSize;
+    services.projects = projectsManager;
+    auto *applicationManager = new ApplicationManager(services, owner);
+    new PurgeOldVersionsController(applicationManager, settingsManager, owner);
+
     auto *feedletManager = new FeedletManager(*signatureManager, settingsManager, progressManager, owner);
-    Q_UNUSED(feedletManager)
+    feedletManager->addInstallHandler(
+        [applicationManager](const RemoteFeedItem &item) { return applicationManager->installFeedletItemAndWait(item); });
 
     QObject::connect(settingsManager, &SettingsManager::settingsChanged, owner,
-        [localFeed, localApplications, projectsManager](
+        [localFeed, localApplications, projectsManager, applicationManager](
             const SelfSettings &oldSettings, const SelfSettings &newSettings) {
             localFeed->onSettingsChange(oldSettings, newSettings, localApplications);
             projectsManager->onSettingsChange(oldSettings, newSettings);
+            if (oldSettings.getApplicationInstallDirectory() != newSettings.getApplicationInstallDirectory()
+                || oldSettings.getOrdering(false) != newSettings.getOrdering(false)
+                || oldSettings.getOrdering(true) != newSettings.getOrdering(true)
+                || oldSettings.getShellLinksEnabled() != newSettings.getShellLinksEnabled())
+                applicationManager->scheduleApplicationsListRefresh(ModelUpdateReason::SettingsChanged);
+            if (oldSettings.getAllToolsAutoUpdateEnabled() != newSettings.getAllToolsAutoUpdateEnabled())
+                applicationManager->setAutoUpdateAllTools(newSettings.getAllToolsAutoUpdateEnabled());
         });
 
     if (commandLine->isInternalDumpFeed()) {
@@ -199,19 +319,48 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
         return;
     }
 
+    auto *selfApi = new SelfApi(connector, owner);
+    const auto events
+        = [selfApi](const QString &name, const QJsonObject &payload) { selfApi->apiSignalInternal(name, payload); };
+    if (headlessConnector)
+        headlessConnector->setEventSink(events);
+    else
+        desktopConnector->setEventSink(events);
+    SelfApiMethods::Dependencies methods;
+    methods.settingsManager = settingsManager;
+    methods.progressManager = progressManager;
+    methods.projectsManager = projectsManager;
+    methods.feedletManager = feedletManager;
+    methods.usageEventLog = new UsageEventLog(appDataDirectory() + "/usage-events.jsonl", owner);
+    methods.logFilePath = logPath;
+    new SelfApiMethods(selfApi, methods);
+    ApplicationRequests::registerInto(selfApi, applicationManager);
+
+    if (commandLine->isInternalHeadless() && !startHeadlessFront(application, owner, selfApi, commandLine))
+        return;
+    DesktopFront *front = nullptr;
+    if (!commandLine->isInternalHeadless()) {
+        startHeadlessFront(application, owner, selfApi, commandLine, false);
+        front = new DesktopFront(selfApi, desktopConnector, settingsManager, commandLine, owner);
+    }
+
     QObject::connect(instanceController, &SingleApplicationInstanceController::messageAvailable, owner,
-        [commandLine](const QStringList &messages) { onActivation(messages, commandLine); });
+        [commandLine, applicationManager, front](const QStringList &messages) {
+            onActivation(messages, commandLine, applicationManager, front ? front->window() : nullptr);
+        });
 
-    loadInitialState(owner, remoteApplications, localApplications, projectsManager);
+    loadInitialState(owner, remoteApplications, localApplications, projectsManager, modelSignals);
 
-    QTimer::singleShot(1, owner, [commandLine]() {
-        if (!commandLine->isMinimize()) {
+    QTimer::singleShot(1, owner, [commandLine, front]() {
+        if (!commandLine->isMinimize() && front) {
             qInfo().noquote() << "Showing main window";
-            // No notification area yet: the log and standard error carry the notice.
-            if (commandLine->isUpdateFailed())
-                qCritical().noquote() << "Failed to access installation dir "
-                        + QCoreApplication::applicationDirPath()
-                        + ". Older version is re-started. Please re-install Hangar manually";
+            front->window()->show();
+            if (commandLine->isUpdateFailed()) {
+                const QString text = "Failed to access installation dir " + QCoreApplication::applicationDirPath()
+                    + ". Older version is re-started. Please re-install Hangar manually";
+                qCritical().noquote() << text;
+                front->notifications()->notify(QStringLiteral("Hangar"), text, true);
+            }
         }
         logNetworkConfigurations();
     });

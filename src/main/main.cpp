@@ -276,7 +276,7 @@ int main(int argc, char *argv[])
     qInfo().noquote() << "Library load paths: " + QCoreApplication::libraryPaths().join(", ");
     QTimer::singleShot(1, &application, [&]() {
         setupUIApplication(&application, &uiObjects, &capabilities, *instanceController, &settingsManager,
-            &progressManager, nullptr, &commandLine, logPath);
+            &progressManager, &channelSettingsManager, &commandLine, logPath);
     });
 
     const int exitCode = application.exec();

@@ -136,3 +136,21 @@ void HangarProcess::kill()
     m_process.kill();
     m_process.waitForFinished(10000);
 }
+
+QUrl HangarProcess::readApiAddress(int timeoutMs)
+{
+    static const QByteArray prefix("Hangar API: ");
+    QElapsedTimer timer;
+    timer.start();
+    while (timer.elapsed() < timeoutMs) {
+        while (m_process.canReadLine()) {
+            const QByteArray line = m_process.readLine().trimmed();
+            if (line.startsWith(prefix))
+                return QUrl(QString::fromUtf8(line.mid(prefix.size())));
+        }
+        if (m_process.state() == QProcess::NotRunning)
+            return QUrl();
+        m_process.waitForReadyRead(50);
+    }
+    return QUrl();
+}

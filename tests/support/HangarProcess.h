@@ -5,6 +5,7 @@
 #include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
+#include <QUrl>
 
 // Runs the real `hangar` executable in a home folder of the test's choosing.
 //
@@ -59,6 +60,10 @@ public:
     {
         return waitForLog(QStringLiteral("Default configuration:"), timeoutMs);
     }
+    // Headless mode ("--internal-headless"): the page's address from the one line
+    // "Hangar API: <address>" on standard output; empty on time-out or exit.
+    QUrl readApiAddress(int timeoutMs = 30000);
+
     // Sends SIGTERM and waits; true when the process exited by itself with code 0.
     bool stop(int timeoutMs = 15000);
     void kill();

@@ -1,0 +1,260 @@
+// The headless front in-process: raw HTTP requests against the access checks,
+// the page's files with their MIME types, and the WebSocket wire format with the
+// pending-event store behind it.
+#include "api/HeadlessApiServer.h"
+#include "api/HeadlessUIApiConnector.h"
+#include "api/SelfApi.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QSignalSpy>
+#include <QTcpSocket>
+#include <QTemporaryDir>
+#include <QWebSocket>
+#include <QtTest>
+
+namespace {
+
+struct HttpAnswer
+{
+    int status = 0;
+    QByteArray head;
+    QByteArray body;
+};
+
+// Sends raw bytes and reads until the server closes the connection. The server
+// runs in this thread: the waits keep its event loop turning.
+HttpAnswer rawRequest(quint16 port, const QByteArray &request)
+{
+    QTcpSocket socket;
+    QByteArray data;
+    QObject::connect(&socket, &QTcpSocket::readyRead, [&]() { data += socket.readAll(); });
+    socket.connectToHost(QHostAddress::LocalHost, port);
+    socket.write(request);
+    QElapsedTimer timer;
+    timer.start();
+    while (socket.state() != QAbstractSocket::UnconnectedState && timer.elapsed() < 10000)
+        QTest::qWait(5);
+    data += socket.readAll();
+    HttpAnswer answer;
+    const int end = data.indexOf("\r\n\r\n");
+    answer.head = data.left(end);
+    answer.body = end < 0 ? QByteArray() : data.mid(end + 4);
+    answer.status = data.mid(9, 3).toInt();
+    return answer;
+}
+
+QJsonObject parse(const QString &text)
+{
+    return QJsonDocument::fromJson(text.toUtf8()).object();
+}
+
+} // namespace
+
+class HeadlessServerTest : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_page;
+    HeadlessUIApiConnector m_connector;
+    std::unique_ptr<SelfApi> m_api;
+    std::unique_ptr<HeadlessApiServer> m_server;
+
+    QByteArray fill(QByteArray text) const
+    {
+        return text.replace("{PORT}", QByteArray::number(m_server->port()))
+            .replace("{TOKEN}", m_server->token())
+            .replace("{BADTOKEN}", QByteArray(m_server->token().size(), 'f'))
+            .replace("\n", "\r\n");
+    }
+
+    // A WebSocket client that collects every frame it receives.
+    struct Client
+    {
+        QWebSocket socket;
+        QStringList frames;
+        Client() { QObject::connect(&socket, &QWebSocket::textMessageReceived, [this](const QString &f) { frames << f; }); }
+        bool open(const QUrl &url)
+        {
+            QSignalSpy connected(&socket, &QWebSocket::connected);
+            socket.open(url);
+            return connected.wait(5000);
+        }
+        // Sends one query and waits for its answer; events seen meanwhile stay in `frames`.
+        QJsonObject ask(int id, const QJsonObject &request)
+        {
+            socket.sendTextMessage(QJsonDocument(QJsonObject { { "id", id },
+                                                     { "query", QString(QJsonDocument(request).toJson()) } })
+                                       .toJson());
+            return waitFor([id](const QJsonObject &f) { return f.value("id").toInt(-1) == id; });
+        }
+        QJsonObject waitFor(const std::function<bool(const QJsonObject &)> &match)
+        {
+            QElapsedTimer timer;
+            timer.start();
+            while (timer.elapsed() < 5000) {
+                for (const QString &frame : qAsConst(frames))
+                    if (match(parse(frame)))
+                        return parse(frame);
+                QTest::qWait(10);
+            }
+            return {};
+        }
+    };
+
+    QUrl apiUrl() const
+    {
+        return QUrl(QStringLiteral("ws://127.0.0.1:%1/api?token=%2").arg(m_server->port()).arg(QString(m_server->token())));
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY(m_page.isValid());
+        for (const char *name : { "index.html", "icon.svg", "ICON.SVG", "app.js", "data.json", "style.css" }) {
+            QFile file(m_page.filePath(name));
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write(QByteArray("content of ") + name);
+        }
+        m_api = std::make_unique<SelfApi>(&m_connector);
+        m_server = std::make_unique<HeadlessApiServer>(m_api.get(), PageResources(m_page.path()));
+        const Result<void> listening = m_server->listen(0);
+        QVERIFY2(listening, qPrintable(listening.error()));
+        QCOMPARE(m_server->token().size(), 32);
+        QVERIFY(m_server->pageUrl().toString().startsWith("http://127.0.0.1:"));
+    }
+
+    void answersHttpRequests_data()
+    {
+        QTest::addColumn<QByteArray>("request");
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QByteArray>("expectedInHead");
+
+        const QByteArray upgrade = "Upgrade: websocket\nConnection: Upgrade\nSec-WebSocket-Version: 13\n"
+                                   "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\n";
+        QTest::newRow("no token") << QByteArray("GET / HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n") << 403 << QByteArray();
+        QTest::newRow("wrong token") << QByteArray("GET /?token={BADTOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n") << 403
+                                     << QByteArray();
+        QTest::newRow("token prefix") << QByteArray("GET /?token=0 HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n") << 403
+                                      << QByteArray();
+        QTest::newRow("wrong cookie") << QByteArray("GET / HTTP/1.1\nHost: 127.0.0.1:{PORT}\nCookie: hangar_token={BADTOKEN}\n\n")
+                                      << 403 << QByteArray();
+        QTest::newRow("foreign host") << QByteArray("GET /?token={TOKEN} HTTP/1.1\nHost: evil.example:{PORT}\n\n")
+                                      << 403 << QByteArray();
+        QTest::newRow("host without port") << QByteArray("GET /?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1\n\n") << 403
+                                           << QByteArray();
+        QTest::newRow("no host") << QByteArray("GET /?token={TOKEN} HTTP/1.1\n\n") << 403 << QByteArray();
+        QTest::newRow("foreign origin")
+            << QByteArray("GET /?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\nOrigin: http://evil.example\n\n") << 403
+            << QByteArray();
+        QTest::newRow("null origin") << QByteArray("GET /?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\nOrigin: null\n\n")
+                                     << 403 << QByteArray();
+        QTest::newRow("https origin")
+            << QByteArray("GET /?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\nOrigin: https://127.0.0.1:{PORT}\n\n")
+            << 403 << QByteArray();
+        QTest::newRow("upgrade without token") << "GET /api HTTP/1.1\nHost: 127.0.0.1:{PORT}\n" + upgrade + "\n" << 403
+                                               << QByteArray();
+        QTest::newRow("upgrade from a foreign page")
+            << "GET /api HTTP/1.1\nHost: 127.0.0.1:{PORT}\nCookie: hangar_token={TOKEN}\nOrigin: http://evil.example\n"
+                + upgrade + "\n"
+            << 403 << QByteArray();
+        QTest::newRow("malformed") << QByteArray("GET\n\n") << 400 << QByteArray();
+        QTest::newRow("absolute target") << QByteArray("GET http://127.0.0.1:{PORT}/ HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n")
+                                         << 400 << QByteArray();
+        QTest::newRow("head too large") << "GET / HTTP/1.1\nHost: 127.0.0.1:{PORT}\nX: " + QByteArray(20000, 'a') + "\n\n"
+                                        << 431 << QByteArray();
+        QTest::newRow("first load sets the cookie")
+            << QByteArray("GET /?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n") << 200
+            << QByteArray("Set-Cookie: hangar_token={TOKEN}; Path=/; HttpOnly; SameSite=Strict");
+        QTest::newRow("cookie, localhost, own origin")
+            << QByteArray("GET /index.html HTTP/1.1\nHost: localhost:{PORT}\nOrigin: http://localhost:{PORT}\n"
+                          "Cookie: a=b; hangar_token={TOKEN}\n\n")
+            << 200 << QByteArray("Content-Type: text/html");
+        QTest::newRow("svg") << QByteArray("GET /icon.svg?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n") << 200
+                             << QByteArray("Content-Type: image/svg\n");
+        QTest::newRow("SVG is case-sensitive")
+            << QByteArray("GET /ICON.SVG?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n") << 200
+            << QByteArray("Content-Type: text/html");
+        QTest::newRow("js") << QByteArray("GET /app.js?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n") << 200
+                            << QByteArray("Content-Type: text/javascript");
+        QTest::newRow("json") << QByteArray("GET /data.json?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n") << 200
+                              << QByteArray("Content-Type: application/json");
+        QTest::newRow("anything else is html")
+            << QByteArray("GET /style.css?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n") << 200
+            << QByteArray("Content-Type: text/html");
+        QTest::newRow("outside the folder")
+            << QByteArray("GET /%2e%2e/secret?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n") << 404 << QByteArray();
+        QTest::newRow("missing file") << QByteArray("GET /nothing.js?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n")
+                                      << 404 << QByteArray();
+        QTest::newRow("post") << QByteArray("POST /?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n") << 405 << QByteArray();
+        QTest::newRow("api without upgrade") << QByteArray("GET /api?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n")
+                                             << 400 << QByteArray();
+    }
+
+    void answersHttpRequests()
+    {
+        QFETCH(QByteArray, request);
+        QFETCH(int, status);
+        QFETCH(QByteArray, expectedInHead);
+        const HttpAnswer answer = rawRequest(m_server->port(), fill(request));
+        QCOMPARE(answer.status, status);
+        QVERIFY2(answer.head.contains(fill(expectedInHead)), answer.head.constData());
+        if (status == 403)
+            QCOMPARE(answer.body, QByteArray());
+        QVERIFY(answer.head.contains("Referrer-Policy: no-referrer"));
+        QCOMPARE(m_server->clientCount(), 0);
+    }
+
+    // Events before "apiReady" wait, the latest of each name only; "apiReady"
+    // sends them in name order before its answer; a client joining later gets the
+    // state events at once. Bad envelopes are answered and the connection stays.
+    void carriesQueriesAndEvents()
+    {
+        Client first;
+        QVERIFY(first.open(apiUrl()));
+        m_api->apiSignalInternal("totalProgress", QJsonObject { { "n", 1 } });
+        m_api->apiSignalInternal("totalProgress", QJsonObject { { "n", 2 } });
+        m_api->apiSignalInternal("refreshApplicationsList", QJsonObject { { "local", QJsonArray() } });
+        m_api->apiSignalInternal("noSuchEvent", QJsonObject());
+
+        const QJsonObject config = first.ask(1, QJsonObject { { "method", "config" } });
+        QVERIFY(config.value("ok").toBool());
+        QCOMPARE(parse(config.value("answer").toString()).value("os").toString(), QString("linux"));
+        QCOMPARE(parse(config.value("answer").toString()).value("custom_name_max_length").toInt(), 90);
+        QCOMPARE(first.frames.size(), 1);
+
+        first.socket.sendTextMessage("not json");
+        first.socket.sendTextMessage(R"({"query": "{}"})");
+        first.socket.sendTextMessage(R"({"id": 7, "query": {"method": "config"}})");
+        const QJsonObject badEnvelope = first.waitFor([](const QJsonObject &f) { return f.value("id").toInt() == 7; });
+        QCOMPARE(badEnvelope.value("ok").toBool(true), false);
+        QCOMPARE(first.frames.size(), 4);
+        QCOMPARE(parse(first.frames[1]).value("id").type(), QJsonValue::Null);
+
+        first.frames.clear();
+        QVERIFY(first.ask(2, QJsonObject { { "method", "apiReady" } }).value("ok").toBool());
+        QCOMPARE(first.frames.size(), 3);
+        QCOMPARE(parse(first.frames[0]).value("signal").toString(), QString("refreshApplicationsList"));
+        QCOMPARE(parse(first.frames[1]).value("signal").toString(), QString("totalProgress"));
+        QCOMPARE(parse(first.frames[1]).value("n").toInt(), 2);
+
+        Client late;
+        QVERIFY(late.open(apiUrl()));
+        m_api->apiSignalInternal("showSettings", QJsonObject());
+        QVERIFY(!first.waitFor([](const QJsonObject &f) { return f.value("signal") == "showSettings"; }).isEmpty());
+        late.frames.clear();
+        QVERIFY(late.ask(1, QJsonObject { { "method", "apiReady" } }).value("ok").toBool());
+        QCOMPARE(late.frames.size(), 3);
+        QCOMPARE(parse(late.frames[1]).value("n").toInt(), 2);
+
+        // Over 1 MiB: the connection is closed as too big; the others stay.
+        QSignalSpy closed(&late.socket, &QWebSocket::disconnected);
+        late.socket.sendTextMessage(QString(HeadlessApiServer::MaxMessageSize + 1, 'x'));
+        QVERIFY(closed.wait(5000));
+        QCOMPARE(late.socket.closeCode(), QWebSocketProtocol::CloseCodeTooMuchData);
+        QVERIFY(first.ask(3, QJsonObject { { "method", "config" } }).value("ok").toBool());
+    }
+};
+
+QTEST_MAIN(HeadlessServerTest)
+#include "HeadlessServerTest.moc"

@@ -1,0 +1,68 @@
+#include "support/ApiClient.h"
+
+#include <QElapsedTimer>
+#include <QJsonDocument>
+#include <QSignalSpy>
+#include <QTest>
+
+ApiClient::ApiClient()
+{
+    QObject::connect(&m_socket, &QWebSocket::textMessageReceived, [this](const QString &text) {
+        const QJsonObject frame = QJsonDocument::fromJson(text.toUtf8()).object();
+        if (frame.contains("signal")) {
+            m_events << frame;
+            if (frame.value("signal") == "refreshApplicationsList")
+                m_lastModel = frame;
+        } else {
+            m_answers << frame;
+        }
+    });
+}
+
+bool ApiClient::open(const QUrl &url, int timeoutMs)
+{
+    QSignalSpy connected(&m_socket, &QWebSocket::connected);
+    m_socket.open(url);
+    return connected.wait(timeoutMs);
+}
+
+int ApiClient::send(const QJsonObject &request)
+{
+    return sendText(QString::fromUtf8(QJsonDocument(request).toJson(QJsonDocument::Compact)));
+}
+
+int ApiClient::sendText(const QString &queryText)
+{
+    const int id = m_nextId++;
+    m_socket.sendTextMessage(QString::fromUtf8(
+        QJsonDocument(QJsonObject { { "id", id }, { "query", queryText } }).toJson(QJsonDocument::Compact)));
+    return id;
+}
+
+QJsonObject ApiClient::waitAnswer(int id, int timeoutMs)
+{
+    QElapsedTimer timer;
+    timer.start();
+    do {
+        for (const QJsonObject &answer : qAsConst(m_answers))
+            if (answer.value("id").toInt() == id)
+                return answer;
+        QTest::qWait(10);
+    } while (timer.elapsed() < timeoutMs && isConnected());
+    return {};
+}
+
+QJsonObject ApiClient::waitEvent(
+    const QString &signal, const std::function<bool(const QJsonObject &)> &match, int timeoutMs)
+{
+    const int seen = m_events.size();
+    QElapsedTimer timer;
+    timer.start();
+    do {
+        for (int i = seen; i < m_events.size(); ++i)
+            if (m_events[i].value("signal") == signal && (!match || match(m_events[i])))
+                return m_events[i];
+        QTest::qWait(10);
+    } while (timer.elapsed() < timeoutMs && isConnected());
+    return {};
+}
