@@ -33,7 +33,8 @@ void DesktopNotifications::onApiSignal(const QString &name, const QJsonObject &p
         noticeUpdatedTools(payload);
     } else if (name == QLatin1String("onSelfUpdateStatusChange")) {
         const QString version = payload.value("latestVersion").toString();
-        if (payload.value("updateAvailable").toBool() && !version.isEmpty() && version != m_announcedSelfVersion) {
+        if (payload.value("updateAvailable").toBool() && !version.isEmpty()
+            && version != m_announcedSelfVersion) {
             m_announcedSelfVersion = version;
             if (!userIsLooking())
                 notify(QStringLiteral("Hangar update"),
@@ -57,7 +58,8 @@ void DesktopNotifications::noticeUpdatedTools(const QJsonObject &model)
             const QString name = entry.value("settings").toObject().value("custom_name").toString();
             notify(QStringLiteral("Tool updated"),
                 QStringLiteral("%1 is now %2.")
-                    .arg(name.isEmpty() ? item.value("name").toString() : name, item.value("version").toString()));
+                    .arg(name.isEmpty() ? item.value("name").toString() : name,
+                        item.value("version").toString()));
         }
     }
     m_builds = builds;

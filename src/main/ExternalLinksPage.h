@@ -15,8 +15,8 @@ public:
 protected:
     bool acceptNavigationRequest(const QUrl &url, NavigationType type, bool isMainFrame) override;
     QWebEnginePage *createWindow(WebWindowType type) override;
-    void javaScriptConsoleMessage(
-        JavaScriptConsoleMessageLevel level, const QString &message, int line, const QString &source) override;
+    void javaScriptConsoleMessage(JavaScriptConsoleMessageLevel level, const QString &message, int line,
+        const QString &source) override;
 
 private:
     bool isHome(const QUrl &url) const;

@@ -155,7 +155,8 @@ void MainWindow::saveGeometry()
 {
     m_saveTimer.stop();
     const QRect place = frameGeometry();
-    const QJsonObject json { { "x", place.x() }, { "y", place.y() }, { "width", width() }, { "height", height() } };
+    const QJsonObject json { { "x", place.x() }, { "y", place.y() }, { "width", width() },
+        { "height", height() } };
     const Result<void> saved = JsonEditor::saveJsonFile(m_options.geometryFile, json);
     if (saved.isError())
         qWarning().noquote() << "Window place not saved:" << saved.error();

@@ -151,9 +151,10 @@ void loadInitialState(QObject *owner, RemoteApplications *remoteApplications,
                 qWarning().noquote() << "Failed to scan installed applications:" << scanned.error();
                 return;
             }
-            const QList<LocalFeedItem> installed = localApplications->getLocalItems();
-            qInfo().noquote() << "Installed applications:" << installed.size();
-            projectsManager->setInstalledItems(installed);
+            qInfo().noquote() << "Installed applications:" << localApplications->getLocalItems().size();
+            // The projects manager reads the active builds from the registry at every search, so
+            // the projects of a tool installed later are found too (a list handed in would stay).
+            projectsManager->updateProjects(ProjectsUpdateReason::InstalledItemsChanged);
         });
 
     // The first refresh downloads the feed and builds the model.

@@ -28,8 +28,10 @@ TrayIcon::TrayIcon(SelfApi *api, MainWindow *window, bool animated, QObject *par
         if (m_window)
             m_window->bringForward();
     });
-    m_menu.addAction(QStringLiteral("Check for updates"), this, [this]() { request(QStringLiteral("updateFeed")); });
-    m_updateAll = m_menu.addAction(QString(), this, [this]() { request(QStringLiteral("updateAllInstalledApplications")); });
+    m_menu.addAction(
+        QStringLiteral("Check for updates"), this, [this]() { request(QStringLiteral("updateFeed")); });
+    m_updateAll = m_menu.addAction(
+        QString(), this, [this]() { request(QStringLiteral("updateAllInstalledApplications")); });
     m_updateAll->setVisible(false);
     m_menu.addSeparator();
     m_menu.addAction(QStringLiteral("Quit Hangar"), qApp, &QCoreApplication::quit);
@@ -56,7 +58,8 @@ void TrayIcon::onApiSignal(const QString &name, const QJsonObject &payload)
         const int count = payload.value("default_updates").toObject().value("count").toInt();
         m_updateAll->setText(QStringLiteral("Update all (%1)").arg(count));
         m_updateAll->setVisible(count > 0);
-        m_icon.setToolTip(count > 0 ? QStringLiteral("Hangar: %1 updates").arg(count) : QStringLiteral("Hangar"));
+        m_icon.setToolTip(
+            count > 0 ? QStringLiteral("Hangar: %1 updates").arg(count) : QStringLiteral("Hangar"));
     } else if (name == QLatin1String("totalProgress")) {
         const bool running = !payload.value("name").toString().isEmpty()
             || payload.value("current").toDouble() < payload.value("all").toDouble();

@@ -10,8 +10,9 @@ WebChannelBridge::WebChannelBridge(SelfApi *api, QObject *parent)
     : QObject(parent)
     , m_api(api)
 {
-    connect(api, &SelfApi::apiSignal, this,
-        [this](const QString &name, const QJsonObject &payload) { emit message(ApiEnvelope::eventFrame(name, payload)); });
+    connect(api, &SelfApi::apiSignal, this, [this](const QString &name, const QJsonObject &payload) {
+        emit message(ApiEnvelope::eventFrame(name, payload));
+    });
 }
 
 void WebChannelBridge::send(const QString &frame)

@@ -22,7 +22,8 @@ export async function cleanUp() {
 
 export function temporaryDir(prefix) {
   const dir = fs.mkdtempSync(path.join(os.tmpdir(), prefix));
-  cleanups.push(async () => fs.rmSync(dir, { recursive: true, force: true }));
+  // HANGAR_UI_KEEP=1 keeps the folders (homes with their logs) for a look after a failure.
+  if (!process.env.HANGAR_UI_KEEP) cleanups.push(async () => fs.rmSync(dir, { recursive: true, force: true }));
   return dir;
 }
 
@@ -102,6 +103,17 @@ export function makeDemoFeed(baseUrl) {
   const url = execFileSync('python3', [path.join(sourceDir, 'demo/make-demo-feed.py'), '--build', buildDir,
     '--state', state, '--base-url', baseUrl, '--no-serve'], { encoding: 'utf8' }).trim();
   return { www: path.join(state, 'www'), url };
+}
+
+// Signs a feed document with the build's development CA (which the manager built next to it
+// trusts) into `out`, dated `mtime` so that nginx announces it as a new version.
+export function signFeed(document, out, mtime = new Date()) {
+  const source = `${out}.json`;
+  fs.writeFileSync(source, JSON.stringify(document));
+  const ca = path.join(buildDir, 'feed-dev-ca');
+  execFileSync(path.join(buildDir, 'tools/hangar-feed/hangar-feed'), ['sign', '--cert', `${ca}/signer.crt`,
+    '--key', `${ca}/signer.key`, source, out]);
+  fs.utimesSync(out, mtime, mtime);
 }
 
 // A home folder with the XDG folders inside, as each run of the manager gets.

@@ -5,14 +5,22 @@
 import assert from 'node:assert/strict';
 import fs from 'node:fs';
 import path from 'node:path';
-import { cleanUp, freePort, launchBrowser, makeDemoFeed, makeHome, screenshotDir, startHangar, startNginx }
+import { cleanUp, freePort, launchBrowser, makeDemoFeed, makeHome, screenshotDir, signFeed, startHangar, startNginx }
   from './harness.mjs';
 
 const STEP_MS = 90000;
+// Kept for the failure screenshot.
+let page;
 
 async function main() {
   const port = await freePort();
   const feed = makeDemoFeed(`http://127.0.0.1:${port}`);
+  // At first the feed offers Quill 1.0 only; its later builds are published during the visit.
+  const rootFeed = path.join(feed.www, 'feeds/demo-feed.feed.xz.signed');
+  const fullFeed = JSON.parse(fs.readFileSync(path.join(feed.www, 'feeds/demo-feed.json'), 'utf8'));
+  const quillBuilds = entry => entry.id === 'demo-quill' && entry.build !== '101.10';
+  signFeed({ ...fullFeed, entries: fullFeed.entries.filter(entry => !quillBuilds(entry)) }, rootFeed,
+    new Date(Date.now() - 3600 * 1000));
   const nginx = await startNginx(feed.www, port, `
     location /packages/ { limit_rate 100; }
     location /packages/Beacon { limit_rate 40; }`);
@@ -22,7 +30,7 @@ async function main() {
   const shots = screenshotDir();
 
   const context = await launchBrowser();
-  const page = await context.newPage();
+  page = await context.newPage();
   page.setDefaultTimeout(STEP_MS);
   const pageErrors = [];
   page.on('pageerror', error => pageErrors.push(error.message));
@@ -41,16 +49,25 @@ async function main() {
   assert.equal(await page.locator('.empty', { hasText: 'No tools installed yet' }).isVisible(), true);
   await page.screenshot({ path: path.join(shots, 'tools-first-visit.png') });
 
-  // Install an older Quill from the version picker; the progress bar moves and goes away.
-  await menu(available('Quill'), 'Choose a version…');
-  const picker = page.getByRole('dialog');
-  await picker.locator('.version', { hasText: '101.10' }).waitFor();
+  // The version picker lists every build with its quality; Escape closes it.
+  await menu(available('Sift'), 'Choose a version…');
+  await page.getByRole('dialog').locator('.version', { hasText: 'Beta' }).waitFor();
   await page.screenshot({ path: path.join(shots, 'version-picker.png') });
-  await picker.locator('.version', { hasText: '101.10' }).getByRole('button', { name: 'Install' }).click();
+  await page.keyboard.press('Escape');
+  await page.getByRole('dialog').waitFor({ state: 'detached' });
+
+  // Install Quill by clicking; the progress bar moves and goes away.
+  await available('Quill').getByRole('button', { name: 'Install' }).click();
   const seen = await watchProgress(page);
   assert.ok(seen.length >= 2 && seen[seen.length - 1] > seen[0], `progress moved: ${seen}`);
-  await installed('Quill').locator('.details', { hasText: '1.0' }).waitFor();
+  await installed('Quill').locator('.details', { hasText: /^1\.0/ }).waitFor();
   await page.locator('#progress').waitFor({ state: 'hidden' });
+
+  // Quill 1.1 is published; "Check for updates now" brings it to the page.
+  signFeed(fullFeed, rootFeed, new Date());
+  await page.getByRole('tab', { name: 'Settings' }).click();
+  await page.getByRole('button', { name: 'Check for updates now' }).click();
+  await page.getByRole('tab', { name: /^Tools/ }).click();
 
   // An update is offered (as a patch), taken, then rolled back.
   const update = installed('Quill').getByRole('button', { name: /^Update/ });
@@ -136,7 +153,9 @@ function writeRecentProjects(home) {
   const options = `${home}/.config/Vantrel/Quill1.0/options`;
   fs.mkdirSync(options, { recursive: true });
   const paths = ['alpha-service', 'beta-client'].map(name => {
+    // An empty folder is no project.
     fs.mkdirSync(`${home}/projects/${name}`, { recursive: true });
+    fs.writeFileSync(`${home}/projects/${name}/README`, name);
     return `$USER_HOME$/projects/${name}`;
   });
   fs.writeFileSync(`${options}/recentProjects.xml`, `<application><component name="RecentProjectsManager">
@@ -146,6 +165,7 @@ function writeRecentProjects(home) {
 
 main().then(cleanUp, async error => {
   console.error(error);
+  if (page) await page.screenshot({ path: path.join(screenshotDir(), 'failure.png') }).catch(() => {});
   await cleanUp();
   process.exit(1);
 });

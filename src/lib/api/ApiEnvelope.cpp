@@ -1,6 +1,7 @@
 #include "api/ApiEnvelope.h"
 
 #include "api/SelfApi.h"
+#include "model/ApplicationManagerModelJSON.h"
 
 #include <QJsonDocument>
 
@@ -11,9 +12,11 @@ QString compact(const QJsonObject &object)
     return QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact));
 }
 
+// The method named by a query text, when it is a request object at all.
 QString queryMethod(const QString &query)
 {
-    return QJsonDocument::fromJson(query.toUtf8()).object().value(QStringLiteral("method")).toString();
+    const QJsonDocument document = QJsonDocument::fromJson(query.toUtf8());
+    return document.isObject() ? document.object().value(QStringLiteral("method")).toString() : QString();
 }
 
 } // namespace
@@ -51,5 +54,6 @@ QString ApiEnvelope::eventFrame(const QString &name, const QJsonObject &payload)
 {
     QJsonObject event = payload;
     event.insert(QStringLiteral("signal"), name);
-    return compact(event);
+    // In the model document's own key order, which the page may rely on.
+    return QString::fromUtf8(ApplicationManagerModelJSON::toOrderedJson(event));
 }

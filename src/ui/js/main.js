@@ -141,10 +141,11 @@ connection.onState(async state => {
   await store.run('apiReady', {}, 'global');
   try {
     store.config = (await connection.requestJson('config')) || {};
-    store.set('selfUpdate', await connection.requestJson('getSelfUpdateStatus'));
   } catch (error) {
     store.showError('global', error.message);
   }
+  // A build without self-update says so; the page then simply shows no update banner.
+  store.set('selfUpdate', await connection.requestJson('getSelfUpdateStatus').catch(() => null));
   await store.loadSettings();
   // A manager that has no model yet builds one when asked; the page never stays empty.
   setTimeout(() => { if (!store.model && store.connected) refreshList(); }, 3000);

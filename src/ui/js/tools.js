@@ -145,7 +145,7 @@ export class ToolsView {
   }
 
   remoteRow(entry) {
-    const record = entry.stable || entry.feed_item || {};
+    const record = (entry.stable && entry.stable.feed_item) || entry.feed_item || {};
     const title = entry.name || record.name || record.id;
     const installed = entry.isInstalled ? 'Installed · ' : '';
     const actions = entry.progress ? busy(this.store, entry.progress, title)
