@@ -130,7 +130,8 @@ async function main() {
   const headless = await idleMemory(['--internal-headless', '--ws-port', '0'], {});
   report('ui_headless_rss_mb', headless.rss / 1024, 'MB');
   await cleanUp();
-  const windowed = await idleMemory(['--window-mode'], { QT_QPA_PLATFORM: 'xcb', DISPLAY: process.env.DISPLAY });
+  const windowed = await idleMemory(['--window-mode'], { QT_QPA_PLATFORM: 'xcb', DISPLAY: process.env.DISPLAY,
+    XAUTHORITY: process.env.XAUTHORITY || '' });
   report('ui_window_rss_mb', windowed.rss / 1024, 'MB');
   report('ui_window_pss_mb', windowed.pss / 1024, 'MB');
 }

@@ -42,7 +42,13 @@ function waitFor(test, what, timeoutMs) {
   const deadline = Date.now() + timeoutMs;
   return new Promise((resolve, reject) => {
     const poll = async () => {
-      const value = await test().catch(() => null);
+      let value;
+      try {
+        value = await test();
+      } catch (error) {
+        reject(error);
+        return;
+      }
       if (value) resolve(value);
       else if (Date.now() > deadline) reject(new Error(`Timed out waiting for ${what}`));
       else setTimeout(poll, 100);
@@ -133,9 +139,11 @@ export async function startHangar(home, feedUrl, args = ['--internal-headless', 
   cleanups.push(stopChild(child));
   let output = '';
   child.stdout.on('data', chunk => { output += chunk; });
-  const address = await waitFor(() => Promise.resolve((output.match(/^Hangar API: (\S+)$/m) || [])[1]),
-    'the manager to print its address', 60000);
-  return { child, address, logFile: `${home.home}/.local/share/Vantrel/Hangar/log.txt` };
+  const address = await waitFor(() => {
+    if (child.exitCode !== null) throw new Error(`hangar ended with ${child.exitCode} before printing its address`);
+    return Promise.resolve((output.match(/^Hangar API: (\S+)$/m) || [])[1]);
+  }, 'the manager to print its address', 60000);
+  return { child, address, logFile: `${home.home}/.local/share/Vantrel/Hangar/logs/log.txt` };
 }
 
 export async function launchBrowser() {

@@ -65,7 +65,7 @@ async function main() {
   const home = makeHome();
   const debugPort = await freePort();
   const hangar = await startHangar(home, feed.url, ['--window-mode'], {
-    QT_QPA_PLATFORM: 'xcb', DISPLAY: process.env.DISPLAY,
+    QT_QPA_PLATFORM: 'xcb', DISPLAY: process.env.DISPLAY, XAUTHORITY: process.env.XAUTHORITY || '',
     QTWEBENGINE_REMOTE_DEBUGGING: `127.0.0.1:${debugPort}`,
   });
 

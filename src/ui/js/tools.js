@@ -69,7 +69,7 @@ export class ToolsView {
 
   drawFooter(old) {
     clear(this.footer);
-    if (!old.size) return;
+    if (!old.size || /^0(\.0)? /.test(old.size)) return;
     this.footer.append(h('span', { text: `Older builds kept for rolling back use ${old.size}.` }),
       old.is_removing ? h('span.muted', { text: 'Removing…' })
         : h('button', { text: 'Remove old builds', onclick: () => this.store.run('purgeOldVersions', {}, 'purge') }));
