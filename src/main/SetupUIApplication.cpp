@@ -57,6 +57,7 @@
 #include <QUrl>
 #include <QUuid>
 #include <cstdio>
+#include <malloc.h>
 
 namespace {
 
@@ -159,6 +160,19 @@ void loadInitialState(QObject *owner, RemoteApplications *remoteApplications,
 
     // The first refresh downloads the feed and builds the model.
     modelSignals->scheduleApplicationsListRefresh(ModelUpdateReason::UserRequest);
+}
+
+// A feed download and a model rebuild parse and copy megabytes on worker threads
+// and free them again; the allocator keeps such pages unless told otherwise. A
+// second after each burst of new models, while the manager sits idle, they go
+// back to the system.
+void returnFreedMemoryAfterRebuilds(QObject *owner, ApplicationManager *manager)
+{
+    auto *timer = new QTimer(owner);
+    timer->setSingleShot(true);
+    timer->setInterval(1000);
+    QObject::connect(timer, &QTimer::timeout, []() { ::malloc_trim(0); });
+    QObject::connect(manager, &ApplicationManager::refreshApplicationsList, timer, [timer]() { timer->start(); });
 }
 
 // The owner of the runtime file: removed when the graph is torn down at exit.
@@ -336,6 +350,7 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
     methods.logFilePath = logPath;
     new SelfApiMethods(selfApi, methods);
     ApplicationRequests::registerInto(selfApi, applicationManager);
+    returnFreedMemoryAfterRebuilds(owner, applicationManager);
 
     if (commandLine->isInternalHeadless() && !startHeadlessFront(application, owner, selfApi, commandLine))
         return;

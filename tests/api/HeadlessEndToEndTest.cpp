@@ -292,7 +292,7 @@ private slots:
         // patch, the second is refused.
         QJsonObject settings = local.value("settings").toObject();
         QJsonObject filter = local.value("filter").toObject();
-        filter.insert("quality", QJsonObject { { "name", "EAP" }, { "order_value", 2 } });
+        filter.insert("quality_filter", QJsonObject { { "name", "EAP" }, { "order_value", 2 } });
         settings.insert("filter", filter);
         answer = act({ { "method", "saveChannelSettings" }, { "tool", local }, { "settings", settings } });
         QVERIFY2(answer.value("ok").toBool(), qPrintable(answer.value("error").toString()));
@@ -328,7 +328,7 @@ private slots:
         local = localEntry(m_client->lastModel(), "demo-sift");
         settings = local.value("settings").toObject();
         filter = local.value("filter").toObject();
-        filter.insert("quality", QJsonObject { { "name", "Beta" }, { "order_value", 2 } });
+        filter.insert("quality_filter", QJsonObject { { "name", "Beta" }, { "order_value", 2 } });
         settings.insert("filter", filter);
         answer = act({ { "method", "saveChannelSettings" }, { "tool", local }, { "settings", settings } });
         QVERIFY2(answer.value("ok").toBool(), qPrintable(answer.value("error").toString()));

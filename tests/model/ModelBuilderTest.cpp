@@ -98,10 +98,10 @@ private slots:
             << QStringList { "b:1,o2", "c:1,o1", "a:1,o2" } << QStringList() << "c[1]; a[1]; b[1]";
         QTest::newRow("installed channel takes its tool's builds and picks the newest as update")
             << QStringList { "a:1.0", "a:1.3,q2", "a:1.2,v2", "b:5" } << QStringList { "ch=a:1.1,v2" }
-            << "ch=a:1.1 update 1.2; b[5]";
+            << "ch=a:1.1 update 1.2 downgrade 1.0; b[5]";
         QTest::newRow("a newer build of another quality is held back by the channel's quality")
             << QStringList { "a:2.0,q2" } << QStringList { "ch=a:1.0" } << "ch=a:1.0";
-        QTest::newRow("an older build of the same major version is the downgrade")
+        QTest::newRow("the newest older build is the downgrade")
             << QStringList { "a:0.8", "a:0.9,v2", "a:2.0,q2,v2" } << QStringList { "ch=a:1.0,v2,q2" }
             << "ch=a:1.0 update 2.0 downgrade 0.9";
         QTest::newRow("a superseding tool updates the channel it supersedes")

@@ -3,7 +3,8 @@
 #include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QSignalSpy>
-#include <QTest>
+#include <QEventLoop>
+#include <QTimer>
 
 ApiClient::ApiClient()
 {
@@ -17,6 +18,19 @@ ApiClient::ApiClient()
             m_answers << frame;
         }
     });
+}
+
+void ApiClient::waitForFrame(int timeoutMs)
+{
+    // Woken by the frame itself, so round trips are measured, not the polling.
+    QEventLoop loop;
+    QTimer timer;
+    timer.setSingleShot(true);
+    QObject::connect(&timer, &QTimer::timeout, &loop, &QEventLoop::quit);
+    QObject::connect(&m_socket, &QWebSocket::textMessageReceived, &loop, &QEventLoop::quit);
+    QObject::connect(&m_socket, &QWebSocket::disconnected, &loop, &QEventLoop::quit);
+    timer.start(timeoutMs);
+    loop.exec();
 }
 
 bool ApiClient::open(const QUrl &url, int timeoutMs)
@@ -43,13 +57,15 @@ QJsonObject ApiClient::waitAnswer(int id, int timeoutMs)
 {
     QElapsedTimer timer;
     timer.start();
-    do {
+    // One more look after the connection closed: the answer may have come with the close.
+    for (bool open = true;; open = isConnected()) {
         for (const QJsonObject &answer : qAsConst(m_answers))
             if (answer.value("id").toInt() == id)
                 return answer;
-        QTest::qWait(10);
-    } while (timer.elapsed() < timeoutMs && isConnected());
-    return {};
+        if (!open || timer.elapsed() >= timeoutMs)
+            return {};
+        waitForFrame(50);
+    }
 }
 
 QJsonObject ApiClient::waitEvent(
@@ -62,7 +78,7 @@ QJsonObject ApiClient::waitEvent(
         for (int i = seen; i < m_events.size(); ++i)
             if (m_events[i].value("signal") == signal && (!match || match(m_events[i])))
                 return m_events[i];
-        QTest::qWait(10);
+        waitForFrame(50);
     } while (timer.elapsed() < timeoutMs && isConnected());
     return {};
 }

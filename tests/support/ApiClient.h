@@ -32,6 +32,8 @@ public:
     QList<QJsonObject> events() const { return m_events; }
 
 private:
+    void waitForFrame(int timeoutMs);
+
     QWebSocket m_socket;
     int m_nextId = 1;
     QList<QJsonObject> m_answers;

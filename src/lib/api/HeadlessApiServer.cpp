@@ -4,6 +4,7 @@
 #include "api/HttpRequestHead.h"
 #include "api/SelfApi.h"
 
+#include <QCoreApplication>
 #include <QDebug>
 #include <QJsonDocument>
 #include <QPointer>
@@ -43,6 +44,11 @@ HeadlessApiServer::HeadlessApiServer(SelfApi *api, PageResources resources, QObj
     connect(&m_tcp, &QTcpServer::newConnection, this, &HeadlessApiServer::onNewConnection);
     connect(&m_webSockets, &QWebSocketServer::newConnection, this, &HeadlessApiServer::onWebSocketConnection);
     connect(m_api, &SelfApi::apiSignal, this, &HeadlessApiServer::broadcastEvent);
+    // The answer to "quitApplication" is written before the process goes.
+    connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit, this, [this]() {
+        for (QWebSocket *client : qAsConst(m_clients))
+            client->flush();
+    });
 }
 
 HeadlessApiServer::~HeadlessApiServer()

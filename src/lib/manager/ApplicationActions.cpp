@@ -250,7 +250,10 @@ Result<void> ApplicationActions::uninstall(const ApplicationManagerModelLocalEnt
         if (const Result<void> removed = removeBuild(build); !removed)
             errors << removed.error();
     }
+    // The registry forgets the channel before its history goes, so that no model rebuild
+    // asks for the history again and writes it back.
     LocalApplications *local = m_services.localApplications;
+    (void)local->rescan();
     local->onAppRemoved(current);
     const QString channelDir = current.getChannel().getChannelDirectory();
     QFile::remove(channelDir + QStringLiteral("/.channel.settings.json"));
@@ -262,7 +265,6 @@ Result<void> ApplicationActions::uninstall(const ApplicationManagerModelLocalEnt
             settings.removeItemFromOrdering(current.getApplicationType(), current.getChannelId());
         });
     }
-    (void)local->rescan();
     notify([&](ApplicationEventsListener *l) { l->onApplicationUninstalled(current); });
     if (!errors.isEmpty())
         return Error(joinErrors(errors));

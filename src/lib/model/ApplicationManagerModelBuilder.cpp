@@ -11,6 +11,7 @@
 #include <QSet>
 #include <algorithm>
 #include <climits>
+#include <vector>
 
 ApplicationManagerModelBuilder::ApplicationManagerModelBuilder(SettingsManager *settings,
     ChannelSettings *channelSettings, LocalApplications *localApplications,
@@ -60,11 +61,12 @@ QList<ApplicationManagerModelLocalEntry> ApplicationManagerModelBuilder::scanIns
         QList<LocalFeedItem> items = byChannel.value(channel);
         std::stable_sort(items.begin(), items.end(), &LocalFeedItem::compareByVersion);
         LocalFeedItem current = items.first();
-        if (m_localApplications) {
-            const Option<LocalFeedItem> active = m_localApplications->getActiveItem(channel);
-            if (active && items.contains(*active))
-                current = *active;
-        }
+        // A channel the registry no longer knows (removed meanwhile) gets no history look-ups:
+        // they would bring its history file back.
+        const Option<LocalFeedItem> active
+            = m_localApplications ? m_localApplications->getActiveItem(channel) : Option<LocalFeedItem>();
+        if (active && items.contains(*active))
+            current = *active;
         ApplicationManagerModelLocalEntry entry(current.getChannel(), current);
         for (const LocalFeedItem &item : items)
             entry.includeLocalItem(item);
@@ -80,7 +82,7 @@ QList<ApplicationManagerModelLocalEntry> ApplicationManagerModelBuilder::scanIns
                     qWarning().noquote() << "Failed to load setting for " + channel.toDebugString() + ": "
                             + loaded.error() + ". Fallback to default";
             }
-            if (m_localApplications) {
+            if (m_localApplications && active) {
                 const LocalApplicationsHistory history = m_localApplications->getHistory(channel);
                 if (const Option<RemoteFeedItem> root = history.getRollbackItem(current.getBuild()))
                     entry.setRootFeedItem(*root);
@@ -98,11 +100,62 @@ QList<ApplicationManagerModelLocalEntry> ApplicationManagerModelBuilder::scanIns
     return entries;
 }
 
+QList<RemoteFeedItem> ApplicationManagerModelBuilder::sortByNameAndVersion(const QList<RemoteFeedItem> &items) const
+{
+    struct Key
+    {
+        QString name;
+        int versionOrder;
+        Version build;
+        int index;
+    };
+    std::vector<Key> keys;
+    keys.reserve(size_t(items.size()));
+    {
+        QMutexLocker locker(&m_versionsMutex);
+        // A feed that changed a lot leaves numbers nobody asks for; start afresh then.
+        if (m_versions.size() > 4 * items.size() + 1024)
+            m_versions.clear();
+        for (int i = 0; i < items.size(); ++i) {
+            const RemoteFeedItem &item = items.at(i);
+            const QString build = item.getBuild();
+            auto it = m_versions.find(build);
+            if (it == m_versions.end())
+                it = m_versions.insert(build, Version(build));
+            keys.push_back(Key { item.getPresentableFullName().toLower(), item.versionOrder(), *it, i });
+        }
+    }
+    std::stable_sort(keys.begin(), keys.end(), [](const Key &a, const Key &b) {
+        if (a.name != b.name)
+            return a.name < b.name;
+        if (a.versionOrder != b.versionOrder)
+            return b.versionOrder < a.versionOrder;
+        return b.build < a.build;
+    });
+    QList<RemoteFeedItem> sorted;
+    sorted.reserve(items.size());
+    for (const Key &key : keys)
+        sorted.append(items.at(key.index));
+    return sorted;
+}
+
 QList<ApplicationManagerModelRemoteEntry> ApplicationManagerModelBuilder::scanRemoteItems(
     QList<ApplicationManagerModelLocalEntry> &local, const QList<RemoteFeedItem> &remoteItems, const QDateTime &now)
 {
     QList<RemoteFeedItem> sorted = remoteItems;
-    sortByNameAndVersion(sorted);
+    ::sortByNameAndVersion(sorted);
+    return mergeSorted(local, sorted, now);
+}
+
+QList<ApplicationManagerModelRemoteEntry> ApplicationManagerModelBuilder::scanRemoteItemsCached(
+    QList<ApplicationManagerModelLocalEntry> &local, const QList<RemoteFeedItem> &remoteItems, const QDateTime &now) const
+{
+    return mergeSorted(local, sortByNameAndVersion(remoteItems), now);
+}
+
+QList<ApplicationManagerModelRemoteEntry> ApplicationManagerModelBuilder::mergeSorted(
+    QList<ApplicationManagerModelLocalEntry> &local, const QList<RemoteFeedItem> &sorted, const QDateTime &now)
+{
 
     // An item goes to the local entries of its own type and of the types it supersedes,
     // and to the remote entry of its type; looking them up by type keeps the walk linear.
@@ -117,21 +170,24 @@ QList<ApplicationManagerModelRemoteEntry> ApplicationManagerModelBuilder::scanRe
         if (const Option<QDateTime> expires = item.getExpirationDate(); expires && *expires < now)
             continue;
         const QString type = item.getApplicationType();
-        const QString triple = type + QLatin1Char('\n') + QString::number(item.versionOrder()) + QLatin1Char('\n')
-            + QString::number(item.qualityOrder());
+        const int versionOrder = item.versionOrder();
+        const int qualityOrder = item.qualityOrder();
+        const QString triple = type + QLatin1Char('\n') + QString::number(versionOrder) + QLatin1Char('\n')
+            + QString::number(qualityOrder);
         if (seenTriples.contains(triple))
             continue;
         seenTriples.insert(triple);
 
         bool taken = false;
+        const QStringList superseded = item.getSupersededTypes();
         QStringList types { type };
-        types += item.getSupersededTypes();
+        types += superseded;
         for (const QString &candidate : qAsConst(types)) {
             for (int index : localByType.value(candidate))
-                taken = local[index].includeRemoteItem(item) || taken;
+                taken = local[index].includeRemoteItem(item, type, superseded, versionOrder, qualityOrder) || taken;
         }
         if (const auto it = remoteByType.constFind(type); it != remoteByType.cend())
-            taken = remote[*it].includeRemoteItem(item) || taken;
+            taken = remote[*it].includeRemoteItem(item, type) || taken;
         if (!taken) {
             remoteByType.insert(type, remote.size());
             remote.append(ApplicationManagerModelRemoteEntry(item));
@@ -165,7 +221,7 @@ ApplicationManagerModel ApplicationManagerModelBuilder::buildModel(const QList<R
     const QList<Project> &projects, const QDateTime &now) const
 {
     QList<ApplicationManagerModelLocalEntry> local = scanInstalledApps(localItems);
-    QList<ApplicationManagerModelRemoteEntry> remote = scanRemoteItems(local, remoteItems, now);
+    QList<ApplicationManagerModelRemoteEntry> remote = scanRemoteItemsCached(local, remoteItems, now);
 
     const ApplicationPackagePatchesGraph graph(localItems, remotePatches);
     for (ApplicationManagerModelLocalEntry &entry : local) {

@@ -2,11 +2,14 @@
 
 #include "feed/records/RemoteFeedItem.h"
 #include "feed/records/RemotePatchItem.h"
+#include "feed/records/Version.h"
 #include "local/LocalFeedItem.h"
 #include "model/ApplicationManagerModel.h"
 #include "projects/Project.h"
 
 #include <QDateTime>
+#include <QHash>
+#include <QMutex>
 #include <QList>
 
 class ChannelSettings;
@@ -40,14 +43,27 @@ public:
     static QList<ApplicationManagerModelRemoteEntry> scanRemoteItems(
         QList<ApplicationManagerModelLocalEntry> &local, const QList<RemoteFeedItem> &remoteItems,
         const QDateTime &now);
+    // The same, sorting with the builder's cache of parsed build numbers.
+    QList<ApplicationManagerModelRemoteEntry> scanRemoteItemsCached(QList<ApplicationManagerModelLocalEntry> &local,
+        const QList<RemoteFeedItem> &remoteItems, const QDateTime &now) const;
+
+    // Builds in the order of RemoteFeedItem::compareByNameAndVersion, parsing each build
+    // number once per program run: rebuilds follow each other with mostly the same feed,
+    // and parsing the numbers is the larger part of sorting them.
+    QList<RemoteFeedItem> sortByNameAndVersion(const QList<RemoteFeedItem> &items) const;
 
     // The settings model of one installed build: every provider's section; empty when one fails.
     QJsonObject generateSettingsModel(const LocalFeedItem &item) const;
     const QList<SettingsModelSectionProvider *> &sectionProviders() const { return m_providers; }
 
 private:
+    static QList<ApplicationManagerModelRemoteEntry> mergeSorted(QList<ApplicationManagerModelLocalEntry> &local,
+        const QList<RemoteFeedItem> &sorted, const QDateTime &now);
+
     SettingsManager *m_settings;
     ChannelSettings *m_channelSettings;
     LocalApplications *m_localApplications;
     QList<SettingsModelSectionProvider *> m_providers;
+    mutable QMutex m_versionsMutex;
+    mutable QHash<QString, Version> m_versions;
 };

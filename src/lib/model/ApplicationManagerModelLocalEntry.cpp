@@ -155,18 +155,25 @@ void ApplicationManagerModelLocalEntry::setRootFeedItem(const RemoteFeedItem &it
 
 bool ApplicationManagerModelLocalEntry::includeRemoteItem(const RemoteFeedItem &item)
 {
+    return includeRemoteItem(
+        item, item.getApplicationType(), item.getSupersededTypes(), item.versionOrder(), item.qualityOrder());
+}
+
+bool ApplicationManagerModelLocalEntry::includeRemoteItem(const RemoteFeedItem &item, const QString &applicationType,
+    const QStringList &supersededTypes, int versionOrder, int qualityOrder)
+{
     if (isDetected())
         return false;
-    const QString type = getApplicationType();
-    const bool sameType = item.getApplicationType() == type;
-    if (!sameType && !item.getSupersededTypes().contains(type))
+    const QString &type = d->channel.getApplicationType();
+    const bool sameType = applicationType == type;
+    if (!sameType && !supersededTypes.contains(type))
         return false;
-    const VersionQualityKey key(item.versionOrder(), item.qualityOrder());
+    const VersionQualityKey key(versionOrder, qualityOrder);
     if (d->remoteItems.contains(key))
         return true;
     d->remoteItems.insert(key, item);
-    if (!d->qualityLevels.contains(item.qualityOrder()))
-        d->qualityLevels.insert(item.qualityOrder(), item.qualityNode());
+    if (!d->qualityLevels.contains(qualityOrder))
+        d->qualityLevels.insert(qualityOrder, item.qualityNode());
     if (!sameType)
         d->legacy = true; // another tool now takes this one's place
     updateDefaultUpdateItem(item);
@@ -183,8 +190,7 @@ void ApplicationManagerModelLocalEntry::updateDefaultUpdateItem(const RemoteFeed
             d->newest = candidate;
         if (d->skipped.contains(candidate.getBuild()) && (!d->newestSkipped || isNewer(candidate, *d->newestSkipped)))
             d->newestSkipped = candidate;
-    } else if (isNewer(current, candidate) && candidate.versionOrder() == current.versionOrder()
-        && candidate.getApplicationType() == getApplicationType()) {
+    } else if (isNewer(current, candidate) && candidate.getApplicationType() == getApplicationType()) {
         if (!d->downgrade || isNewer(candidate, *d->downgrade))
             d->downgrade = candidate;
     }

@@ -31,9 +31,10 @@ class ApplicationPendingActions;
 //   there is no default update and it is the "skipped update" instead;
 // - "skipped_after_last_update" says that the skipped build is still newer
 //   than the build in use (an update past it brings the offer back);
-// - the downgrade is the newest applicable build older than the current one
-//   with the channel's major version, offered only when no older build is
-//   still installed for an instant rollback.
+// - the downgrade is the newest applicable build of the tool older than the
+//   current one (the model keeps one build per major version and quality, so
+//   this is usually the previous major version), offered only when no older
+//   build is still installed for an instant rollback.
 class ApplicationManagerModelLocalEntry
 {
 public:
@@ -85,6 +86,9 @@ public:
     void includeLocalItem(const LocalFeedItem &item);
     void setRootFeedItem(const RemoteFeedItem &item);
     bool includeRemoteItem(const RemoteFeedItem &item);
+    // The same with the fields the builder has read once per item.
+    bool includeRemoteItem(const RemoteFeedItem &item, const QString &applicationType,
+        const QStringList &supersededTypes, int versionOrder, int qualityOrder);
     void updateDefaultUpdateItem(const RemoteFeedItem &candidate);
     void setInstantRollbackItem(const Option<LocalFeedItem> &item);
     void addReinstallItem(const RemoteFeedItem &item);

@@ -11,6 +11,7 @@ using namespace ApplicationManagerModelJSON;
 struct ApplicationManagerModelRemoteEntry::Data : QSharedData
 {
     QList<RemoteFeedItem> items;
+    QString type;
     QSet<QString> installedBuilds;
     ApplicationPackagePatchesGraph patches;
 };
@@ -24,6 +25,7 @@ ApplicationManagerModelRemoteEntry::ApplicationManagerModelRemoteEntry(const Rem
     : d(new Data)
 {
     d->items.append(item);
+    d->type = item.getApplicationType();
 }
 
 ApplicationManagerModelRemoteEntry::ApplicationManagerModelRemoteEntry(const ApplicationManagerModelRemoteEntry &other)
@@ -43,7 +45,7 @@ const RemoteFeedItem &ApplicationManagerModelRemoteEntry::getRootItem() const
 
 QString ApplicationManagerModelRemoteEntry::getApplicationType() const
 {
-    return getRootItem().getApplicationType();
+    return d->type;
 }
 
 RemoteFeedItem ApplicationManagerModelRemoteEntry::getStableItem() const
@@ -75,7 +77,12 @@ InstallItem ApplicationManagerModelRemoteEntry::selectInstallItem(const RemoteFe
 
 bool ApplicationManagerModelRemoteEntry::includeRemoteItem(const RemoteFeedItem &item)
 {
-    if (item.getApplicationType() != getApplicationType())
+    return includeRemoteItem(item, item.getApplicationType());
+}
+
+bool ApplicationManagerModelRemoteEntry::includeRemoteItem(const RemoteFeedItem &item, const QString &applicationType)
+{
+    if (applicationType != d->type)
         return false;
     d->items.append(item);
     return true;

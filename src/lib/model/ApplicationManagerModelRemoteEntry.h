@@ -36,6 +36,8 @@ public:
     InstallItem selectInstallItem(const RemoteFeedItem &item) const;
 
     bool includeRemoteItem(const RemoteFeedItem &item);
+    // The same with the item's application type already read (the builder reads it once per item).
+    bool includeRemoteItem(const RemoteFeedItem &item, const QString &applicationType);
     void markInstalledBuild(const QString &build);
     void setPatches(const ApplicationPackagePatchesGraph &graph);
     void sortItems();
