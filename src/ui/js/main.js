@@ -120,7 +120,8 @@ connection.on('refreshApplicationsList', model => {
   const offered = store.model.remote.length + store.model.remote_other.length;
   store.set('notice', offered ? null : 'No tools could be loaded from the feed. It may be unreachable.');
   // The lists draw in the next frame; the timer after it fires once that frame is painted.
-  requestAnimationFrame(() => setTimeout(() => store.renderTimes.push({ received, drawn: performance.now() })));
+  const handled = performance.now();
+  requestAnimationFrame(() => setTimeout(() => store.renderTimes.push({ received, handled, drawn: performance.now() })));
 });
 connection.on('totalProgress', progress => {
   store.set('progress', progress);
