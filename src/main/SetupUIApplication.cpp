@@ -357,7 +357,12 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
     DesktopFront *front = nullptr;
     if (!commandLine->isInternalHeadless()) {
         startHeadlessFront(application, owner, selfApi, commandLine, false);
-        front = new DesktopFront(selfApi, desktopConnector, settingsManager, commandLine, owner);
+        // The browser engine needs a display (it aborts without OpenGL); with none the manager
+        // runs on, reachable through the local API alone.
+        if (QGuiApplication::platformName() == QLatin1String("offscreen"))
+            qWarning().noquote() << "No display: the window is not shown";
+        else
+            front = new DesktopFront(selfApi, desktopConnector, settingsManager, commandLine, owner);
     }
 
     QObject::connect(instanceController, &SingleApplicationInstanceController::messageAvailable, owner,
