@@ -2,14 +2,15 @@
 //
 //   BENCH api_spawn_baseline <ms> ms          "hangar --version": starting the program at all
 //   BENCH api_first_model <ms> ms             process start until the first "refreshApplicationsList"
-//                                             with the demo feed has arrived over the WebSocket (target < 300)
+//                                             with the demo feed has arrived over the WebSocket (target <
+//                                             300)
 //   BENCH api_first_model_ratio <x> x         against the baseline
 //   BENCH api_config_roundtrip <ms> ms        median "config" query round trip
 //   BENCH api_echo_roundtrip <ms> ms          median round trip of a bare in-process WebSocket echo
 //   BENCH api_config_roundtrip_ratio <x> x
 //   BENCH api_idle_rss_empty <MB> MB          resident memory, idle, with an empty feed
-//   BENCH api_idle_rss_3000 <MB> MB           the same after loading 3,000 items and 3,000 patches (target < 60)
-//   BENCH api_idle_rss_ratio <x> x
+//   BENCH api_idle_rss_3000 <MB> MB           the same after loading 3,000 items and 3,000 patches (target <
+//   60) BENCH api_idle_rss_ratio <x> x
 #include "BenchSupport.h"
 #include "support/ApiClient.h"
 #include "support/FeedBuilder.h"
@@ -77,7 +78,9 @@ double startUntilModel(HangarProcess &hangar, const QString &type, ApiClient &cl
         fail("no API address");
     client.ask(QJsonObject { { "method", "apiReady" } });
     if (!type.isEmpty() && !hasTool(client.lastModel(), type)
-        && client.waitEvent("refreshApplicationsList", [type](const QJsonObject &m) { return hasTool(m, type); })
+        && client
+               .waitEvent(
+                   "refreshApplicationsList", [type](const QJsonObject &m) { return hasTool(m, type); })
                .isEmpty())
         fail("no model with the feed arrived");
     return timer.nsecsElapsed() / 1e6;
@@ -99,15 +102,16 @@ int main(int argc, char *argv[])
     FeedBuilder runner(work.path() + "/ca");
     QByteArray out;
     if (!runner.run("python3",
-            { HANGAR_SOURCE_DIR "/demo/make-demo-feed.py", "--build", binaryDir(), "--state", work.path() + "/demo",
-                "--base-url", nginx.url("/").toString(), "--no-serve" },
+            { HANGAR_SOURCE_DIR "/demo/make-demo-feed.py", "--build", binaryDir(), "--state",
+                work.path() + "/demo", "--base-url", nginx.url("/").toString(), "--no-serve" },
             {}, &out))
         fail("the demo feed could not be made");
     const QString demoFeed = QString::fromUtf8(out).trimmed();
 
     std::vector<double> spawn, firstModel;
     for (int i = 0; i < Rounds; ++i) {
-        spawn.push_back(elapsedMs([&] { HangarProcess::run(work.path() + "/version-home", { "--version" }); }));
+        spawn.push_back(
+            elapsedMs([&] { HangarProcess::run(work.path() + "/version-home", { "--version" }); }));
         QTemporaryDir home;
         HangarProcess hangar(home.path());
         QProcessEnvironment environment = HangarProcess::environmentFor(home.path());
@@ -123,8 +127,9 @@ int main(int argc, char *argv[])
             QObject::connect(&echo, &QWebSocketServer::newConnection, [&echo] {
                 QWebSocket *peer = echo.nextPendingConnection();
                 QObject::connect(peer, &QWebSocket::textMessageReceived, peer, [peer](const QString &text) {
-                    peer->sendTextMessage(QStringLiteral("{\"id\":%1,\"ok\":true,\"answer\":\"\"}")
-                                              .arg(QJsonDocument::fromJson(text.toUtf8()).object().value("id").toInt()));
+                    peer->sendTextMessage(
+                        QStringLiteral("{\"id\":%1,\"ok\":true,\"answer\":\"\"}")
+                            .arg(QJsonDocument::fromJson(text.toUtf8()).object().value("id").toInt()));
                 });
             });
             ApiClient echoClient;
@@ -153,7 +158,8 @@ int main(int argc, char *argv[])
         QDir().mkpath(home.path() + "/feeds");
         if (!runner.run(FeedBuilder::hangarFeedPath(),
                 { "sign", "--cert", binaryDir() + "/feed-dev-ca/signer.crt", "--key",
-                    binaryDir() + "/feed-dev-ca/signer.key", json, HangarProcess::rootFeedPathFor(home.path()) }))
+                    binaryDir() + "/feed-dev-ca/signer.key", json,
+                    HangarProcess::rootFeedPathFor(home.path()) }))
             fail("signing failed");
         HangarProcess hangar(home.path());
         ApiClient client;

@@ -76,9 +76,10 @@ void storeSystemProxy(SettingsManager *settingsManager)
 }
 
 // A link handed over by a second start: a tool to launch (with a project).
-void handleLink(const QUrl &url, ApplicationManager *manager)
+void handleLink(const QString &link, ApplicationManager *manager)
 {
-    qInfo().noquote() << "Received link from second instance:" << url.toString();
+    qInfo().noquote() << "Received link from second instance:" << link;
+    const QUrl url(link);
     if (!manager->getActivateApplicationByURL(url)) {
         qWarning().noquote() << "No installed tool for link" << url.toString();
         return;
@@ -99,7 +100,7 @@ void onActivation(
         if (commandLine->hasOption(message)) {
             qInfo().noquote() << "Received command line option from second instance:" << message;
         } else if (message.startsWith(QLatin1String("url "))) {
-            handleLink(QUrl(message.mid(4).trimmed()), manager);
+            handleLink(message.mid(4), manager);
         } else if (message.startsWith(QLatin1String("activate "))) {
             qInfo().noquote() << "Bringing main window forward on request of second instance";
             if (window)
@@ -268,6 +269,13 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
     auto *pendingActions = new ApplicationPendingActions(progressManager, owner);
     auto *localApplications = new LocalApplications(localFeed, channelSettingsManager, owner);
 
+    // The one-shot feed dump needs the feed store alone; the model and the manager
+    // would only start work that the dump's exit cuts short.
+    if (commandLine->isInternalDumpFeed()) {
+        InternalCommandLineOptionsHandler::handle(remoteApplications, application);
+        return;
+    }
+
     // Headless mode has no desktop to act on; otherwise the window, made later, does.
     HeadlessUIApiConnector *headlessConnector = nullptr;
     DesktopUIApiConnector *desktopConnector = nullptr;
@@ -328,11 +336,6 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
             if (oldSettings.getAllToolsAutoUpdateEnabled() != newSettings.getAllToolsAutoUpdateEnabled())
                 applicationManager->setAutoUpdateAllTools(newSettings.getAllToolsAutoUpdateEnabled());
         });
-
-    if (commandLine->isInternalDumpFeed()) {
-        InternalCommandLineOptionsHandler::handle(remoteApplications, application);
-        return;
-    }
 
     auto *selfApi = new SelfApi(connector, owner);
     const auto events

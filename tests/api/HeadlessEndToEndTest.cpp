@@ -36,16 +36,17 @@ QByteArray readFile(const QString &path)
 
 // Every method of the page's request table.
 const QStringList TableMethods { "config", "getSettings", "saveSettings", "saveInstallLocation",
-    "getApplicationStatuses", "getSelfUpdateStatus", "updateFeed", "updateSelf", "updateAllInstalledApplications",
-    "purgeOldVersions", "installApplication", "uninstallApplication", "activateApplication", "updateApplication",
-    "updateLocalApplication", "rollbackApplication", "downgradeApplication", "renameApplication", "skipUpdate",
-    "installFeedlet", "reorderLocalTools", "reorderManuallyInstalledTools", "reorderSubitems",
-    "openUserVmOptionsFile", "applySettingsModel", "saveChannelSettings", "stopAction", "projects:refresh",
-    "projects:open", "projects:markHidden", "projects:markFavorite", "projects:setDefaultOpenItem",
-    "projects:removeDefaultOpenItem", "askCloseRunning", "fusEvent", "forceSubmitStatistics", "openEventLog",
-    "orvPrivacyPolicyAccepted", "orvAccountLogin", "orvAccountSwitch", "orvAccountLogout", "readClipboard",
-    "openLink", "sendFeedback", "showLogFile", "showDirectory", "getFileManagerName", "openSystemProxySettings",
-    "hideWindow", "quitApplication", "apiReady", "selectDirectoryDialog" };
+    "getApplicationStatuses", "getSelfUpdateStatus", "updateFeed", "updateSelf",
+    "updateAllInstalledApplications", "purgeOldVersions", "installApplication", "uninstallApplication",
+    "activateApplication", "updateApplication", "updateLocalApplication", "rollbackApplication",
+    "downgradeApplication", "renameApplication", "skipUpdate", "installFeedlet", "reorderLocalTools",
+    "reorderManuallyInstalledTools", "reorderSubitems", "openUserVmOptionsFile", "applySettingsModel",
+    "saveChannelSettings", "stopAction", "projects:refresh", "projects:open", "projects:markHidden",
+    "projects:markFavorite", "projects:setDefaultOpenItem", "projects:removeDefaultOpenItem",
+    "askCloseRunning", "fusEvent", "forceSubmitStatistics", "openEventLog", "orvPrivacyPolicyAccepted",
+    "orvAccountLogin", "orvAccountSwitch", "orvAccountLogout", "readClipboard", "openLink", "sendFeedback",
+    "showLogFile", "showDirectory", "getFileManagerName", "openSystemProxySettings", "hideWindow",
+    "quitApplication", "apiReady", "selectDirectoryDialog" };
 
 } // namespace
 
@@ -73,7 +74,8 @@ class HeadlessEndToEndTest : public QObject
         QVERIFY(m_hangar->start({ "--internal-headless", "--ws-port", "0" }));
         m_pageUrl = m_hangar->readApiAddress();
         const QRegularExpressionMatch line
-            = QRegularExpression("^http://127\\.0\\.0\\.1:(\\d+)/\\?token=([0-9a-f]{32})$").match(m_pageUrl.toString());
+            = QRegularExpression("^http://127\\.0\\.0\\.1:(\\d+)/\\?token=([0-9a-f]{32})$")
+                  .match(m_pageUrl.toString());
         QVERIFY2(line.hasMatch(), qPrintable(m_pageUrl.toString()));
 
         // The runtime file says the same, readable by the user only.
@@ -82,7 +84,9 @@ class HeadlessEndToEndTest : public QObject
         QCOMPARE(runtime.value("port").toInt(), line.captured(1).toInt());
         QCOMPARE(runtime.value("token").toString(), line.captured(2));
         QCOMPARE(qint64(runtime.value("pid").toDouble()), m_hangar->pid());
-        struct stat info {};
+        struct stat info
+        {
+        };
         QCOMPARE(::stat(QFile::encodeName(runtimeFile).constData(), &info), 0);
         QCOMPARE(info.st_mode & 0777, mode_t(0600));
 
@@ -94,8 +98,14 @@ class HeadlessEndToEndTest : public QObject
         QVERIFY(m_client->ask(QJsonObject { { "method", "apiReady" } }).value("ok").toBool());
         // The first model with the served demo feed in it (the built-in feed names the tools too).
         const auto served = [this](const QJsonObject &model) {
-            return remoteEntry(model, "demo-quill").value("feed_item").toObject().value("package").toObject()
-                .value("url").toString().startsWith(m_nginx->url("/").toString());
+            return remoteEntry(model, "demo-quill")
+                .value("feed_item")
+                .toObject()
+                .value("package")
+                .toObject()
+                .value("url")
+                .toString()
+                .startsWith(m_nginx->url("/").toString());
         };
         if (!served(m_client->lastModel()))
             QVERIFY(!m_client->waitEvent("refreshApplicationsList", served).isEmpty());
@@ -126,30 +136,32 @@ class HeadlessEndToEndTest : public QObject
         return {};
     }
 
-    static QString build(const QJsonObject &entry) { return entry.value("feed_item").toObject().value("build").toString(); }
-
-    QJsonObject act(const QJsonObject &request)
+    static QString build(const QJsonObject &entry)
     {
-        const QJsonObject answer = m_client->ask(request, 120000);
-        return answer;
+        return entry.value("feed_item").toObject().value("build").toString();
     }
+
+    QJsonObject act(const QJsonObject &request) { return m_client->ask(request, 120000); }
 
     // The builds on disk with their marker ("<type>/<channel>" -> builds), the
     // histories, and the last model agree.
     void checkAgreement()
     {
         QMap<QString, QStringList> onDisk;
-        QDirIterator markers(appsDir(), { ".feed" }, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+        QDirIterator markers(
+            appsDir(), { ".feed" }, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
         while (markers.hasNext()) {
             const QString marker = markers.next();
-            const QString channel = QDir(appsDir()).relativeFilePath(QFileInfo(marker).dir().path()).section('/', 0, 1);
+            const QString channel
+                = QDir(appsDir()).relativeFilePath(QFileInfo(marker).dir().path()).section('/', 0, 1);
             onDisk[channel] << QJsonDocument::fromJson(readFile(marker)).object().value("build").toString();
         }
         const QJsonObject model = m_client->lastModel();
         QMap<QString, QStringList> inModel;
         for (const QJsonValue &value : model.value("local").toArray()) {
             const QJsonObject entry = value.toObject();
-            const QString channel = QDir(appsDir()).relativeFilePath(entry.value("full_path").toString()).section('/', 0, 1);
+            const QString channel
+                = QDir(appsDir()).relativeFilePath(entry.value("full_path").toString()).section('/', 0, 1);
             inModel[channel] << build(entry);
             // The history names the build in use.
             const QByteArray history = readFile(appsDir() + "/" + channel + "/.history.json");
@@ -215,7 +227,8 @@ private slots:
             QVERIFY2(!answer.isEmpty(), qPrintable(method));
             QVERIFY2(!answer.value("error").toString().contains("not found"), qPrintable(method));
         }
-        const QJsonObject config = parse(m_client->ask(QJsonObject { { "method", "config" } }).value("answer").toString());
+        const QJsonObject config
+            = parse(m_client->ask(QJsonObject { { "method", "config" } }).value("answer").toString());
         QCOMPARE(config.value("os").toString(), QString("linux"));
         QCOMPARE(config.value("shell_link_name_max_length").toInt(), 140);
     }
@@ -224,37 +237,44 @@ private slots:
     {
         QTest::addColumn<QString>("query");
         QTest::addColumn<QString>("error");
-        QTest::newRow("not JSON") << "{\"method\": " << "Parse error for cefQuery";
-        QTest::newRow("array") << "[{\"method\": \"config\"}]" << "Parse error for cefQuery: should be an object";
-        QTest::newRow("unknown method") << R"({"method": "formatDisk"})" << "API method 'formatDisk' not found";
-        QTest::newRow("no method") << R"({"tool": {}})" << "\"method\"";
-        QTest::newRow("missing tool") << R"({"method": "updateApplication"})" << "Argument \"tool\" is missing";
-        QTest::newRow("tool of the wrong type") << R"({"method": "uninstallApplication", "tool": "demo-quill"})"
-                                                << "Argument \"tool\" must be an object";
-        QTest::newRow("tool naming no entry") << R"({"method": "updateApplication", "tool": {"key": "local-demo-quill-nothing"}})"
-                                              << "";
-        QTest::newRow("uninstall of no entry") << R"({"method": "uninstallApplication", "tool": {"key": "local-nothing-x"}})"
-                                               << "";
-        QTest::newRow("invalid feed item")
-            << R"({"method": "installApplication", "tool": {"key": "new-demo-quill"}, "item": {"feed_item": {"id": 5}}})" << "";
-        QTest::newRow("feed item of no tool")
-            << R"({"method": "installApplication", "tool": {"key": "new-demo-quill"}, "item": {"feed_item": {"id": "demo-quill", "build": "999.1"}}})"
+        QTest::newRow("not JSON") << "{\"method\": "
+                                  << "Parse error for cefQuery";
+        QTest::newRow("array") << "[{\"method\": \"config\"}]"
+                               << "Parse error for cefQuery: should be an object";
+        QTest::newRow("unknown method") << R"({"method": "formatDisk"})"
+                                        << "API method 'formatDisk' not found";
+        QTest::newRow("missing tool") << R"({"method": "updateApplication"})"
+                                      << "Argument \"tool\" is missing";
+        QTest::newRow("tool of the wrong type")
+            << R"({"method": "uninstallApplication", "tool": "demo-quill"})"
+            << "Argument \"tool\" must be an object";
+        QTest::newRow("tool naming no entry")
+            << R"({"method": "updateApplication", "tool": {"key": "local-demo-quill-nothing"}})"
             << "";
-        QTest::newRow("name of the wrong type") << R"({"method": "renameApplication", "tool": {"key": "x"}, "name": 5})"
-                                                << "Argument \"name\" must be a string";
+        QTest::newRow("invalid feed item")
+            << R"({"method": "installApplication", "tool": {"key": "new-demo-quill"}, "item": {"feed_item": {"id": 5}}})"
+            << "";
+        QTest::newRow("name of the wrong type")
+            << R"({"method": "renameApplication", "tool": {"key": "x"}, "name": 5})"
+            << "Argument \"name\" must be a string";
         QTest::newRow("unknown action id") << R"({"method": "stopAction", "id": "active-progress-424242"})"
                                            << "No running action with id active-progress-424242";
-        QTest::newRow("half a privacy decision") << R"({"method": "orvPrivacyPolicyAccepted", "accepted": true})"
-                                                 << "Argument \"statistics\" is missing";
-        QTest::newRow("settings of the wrong type") << R"({"method": "saveSettings", "settings": {"autostart": "yes"}})"
-                                                    << "Settings not saved";
-        QTest::newRow("relative install folder") << R"({"method": "saveInstallLocation", "location": "tools"})"
-                                                 << "absolute path";
+        QTest::newRow("half a privacy decision")
+            << R"({"method": "orvPrivacyPolicyAccepted", "accepted": true})"
+            << "Argument \"statistics\" is missing";
+        QTest::newRow("settings of the wrong type")
+            << R"({"method": "saveSettings", "settings": {"autostart": "yes"}})"
+            << "Settings not saved";
+        QTest::newRow("relative install folder")
+            << R"({"method": "saveInstallLocation", "location": "tools"})"
+            << "absolute path";
         QTest::newRow("usage event without group") << R"({"method": "fusEvent", "data": {"event": "x"}})"
-                                                    << "\"group\"";
-        QTest::newRow("accounts") << R"({"method": "orvAccountLogin"})" << "Accounts are not available in this build";
-        QTest::newRow("project nobody knows") << R"({"method": "projects:markFavorite", "project": {"path": "/nowhere"}, "value": true})"
-                                              << "Unknown project: /nowhere";
+                                                   << "\"group\"";
+        QTest::newRow("accounts") << R"({"method": "orvAccountLogin"})"
+                                  << "Accounts are not available in this build";
+        QTest::newRow("project nobody knows")
+            << R"({"method": "projects:markFavorite", "project": {"path": "/nowhere"}, "value": true})"
+            << "Unknown project: /nowhere";
         QTest::newRow("link that is no web link") << R"({"method": "openLink", "link": "file:///etc/passwd"})"
                                                   << "Not a web link";
     }
@@ -269,11 +289,13 @@ private slots:
 
         const QJsonObject answer = m_client->waitAnswer(m_client->sendText(query));
         QCOMPARE(answer.value("ok").toBool(true), false);
-        QVERIFY2(answer.value("error").toString().contains(error), qPrintable(answer.value("error").toString()));
+        QVERIFY2(
+            answer.value("error").toString().contains(error), qPrintable(answer.value("error").toString()));
         QVERIFY2(!answer.value("error").toString().isEmpty(), "an error says what was wrong");
 
         QCOMPARE(readFile(settingsFile), settingsBefore);
-        QVERIFY(!QDir(appsDir()).exists() || QDir(appsDir()).entryList(QDir::NoDotAndDotDot | QDir::AllEntries).isEmpty());
+        QVERIFY(!QDir(appsDir()).exists()
+            || QDir(appsDir()).entryList(QDir::NoDotAndDotDot | QDir::AllEntries).isEmpty());
         QCOMPARE(m_client->lastModel().value("local"), modelBefore.value("local"));
         QVERIFY(m_client->ask(QJsonObject { { "method", "config" } }).value("ok").toBool());
     }
@@ -282,7 +304,8 @@ private slots:
     {
         // Install the release of Quill (tar.gz).
         QJsonObject quill = remoteEntry(m_client->lastModel(), "demo-quill");
-        QJsonObject answer = act({ { "method", "installApplication" }, { "tool", quill }, { "item", version(quill, "101.20") } });
+        QJsonObject answer = act(
+            { { "method", "installApplication" }, { "tool", quill }, { "item", version(quill, "101.20") } });
         QVERIFY2(answer.value("ok").toBool(), qPrintable(answer.value("error").toString()));
         QJsonObject local = localEntry(m_client->lastModel(), "demo-quill");
         QCOMPARE(build(local), QString("101.20"));
@@ -305,14 +328,18 @@ private slots:
         const int second = m_client->send({ { "method", "updateApplication" }, { "tool", local } });
         const QJsonObject refused = m_client->waitAnswer(second, 120000);
         QCOMPARE(refused.value("ok").toBool(true), false);
-        QVERIFY2(refused.value("error").toString().contains("Another action is running for the same channel and application."),
+        QVERIFY2(refused.value("error").toString().contains(
+                     "Another action is running for the same channel and application."),
             qPrintable(refused.value("error").toString()));
         answer = m_client->waitAnswer(first, 120000);
         QVERIFY2(answer.value("ok").toBool(), qPrintable(answer.value("error").toString()));
         local = localEntry(m_client->lastModel(), "demo-quill");
         QCOMPARE(build(local), QString("102.3"));
-        const QStringList downloads = downloadsSince(logMark).filter(QRegularExpression("^GET /(packages|patches)/"));
-        QCOMPARE(downloads, QStringList { downloads.filter("GET /patches/demo-quill-101.20-102.3.patch.tar.gz 200").value(0) });
+        const QStringList downloads
+            = downloadsSince(logMark).filter(QRegularExpression("^GET /(packages|patches)/"));
+        QCOMPARE(downloads,
+            QStringList {
+                downloads.filter("GET /patches/demo-quill-101.20-102.3.patch.tar.gz 200").value(0) });
         checkAgreement();
 
         // Roll back to the build before, without downloading.
@@ -323,7 +350,8 @@ private slots:
 
         // Sift (zip): its patch to the Beta is broken, so the update takes the full package.
         QJsonObject sift = remoteEntry(m_client->lastModel(), "demo-sift");
-        answer = act({ { "method", "installApplication" }, { "tool", sift }, { "item", version(sift, "200.5") } });
+        answer = act(
+            { { "method", "installApplication" }, { "tool", sift }, { "item", version(sift, "200.5") } });
         QVERIFY2(answer.value("ok").toBool(), qPrintable(answer.value("error").toString()));
         local = localEntry(m_client->lastModel(), "demo-sift");
         settings = local.value("settings").toObject();
@@ -333,17 +361,20 @@ private slots:
         answer = act({ { "method", "saveChannelSettings" }, { "tool", local }, { "settings", settings } });
         QVERIFY2(answer.value("ok").toBool(), qPrintable(answer.value("error").toString()));
         const int siftMark = m_nginx->accessLogLines().size();
-        answer = act({ { "method", "updateApplication" }, { "tool", localEntry(m_client->lastModel(), "demo-sift") } });
+        answer = act({ { "method", "updateApplication" },
+            { "tool", localEntry(m_client->lastModel(), "demo-sift") } });
         QVERIFY2(answer.value("ok").toBool(), qPrintable(answer.value("error").toString()));
         QCOMPARE(build(localEntry(m_client->lastModel(), "demo-sift")), QString("201.0"));
         const QStringList siftDownloads = downloadsSince(siftMark);
         QVERIFY2(!siftDownloads.filter("GET /patches/demo-sift-200.5-201.0.patch.tar.gz 200").isEmpty(),
             qPrintable(siftDownloads.join('\n')));
-        QVERIFY2(!siftDownloads.filter("GET /packages/demo-sift-201.0.zip 200").isEmpty(), qPrintable(siftDownloads.join('\n')));
+        QVERIFY2(!siftDownloads.filter("GET /packages/demo-sift-201.0.zip 200").isEmpty(),
+            qPrintable(siftDownloads.join('\n')));
         checkAgreement();
 
         // Uninstall Quill: its builds, history and entry go; Sift stays.
-        answer = act({ { "method", "uninstallApplication" }, { "tool", localEntry(m_client->lastModel(), "demo-quill") } });
+        answer = act({ { "method", "uninstallApplication" },
+            { "tool", localEntry(m_client->lastModel(), "demo-quill") } });
         QVERIFY2(answer.value("ok").toBool(), qPrintable(answer.value("error").toString()));
         QVERIFY(localEntry(m_client->lastModel(), "demo-quill").isEmpty());
         QVERIFY(!localEntry(m_client->lastModel(), "demo-sift").isEmpty());
@@ -355,11 +386,15 @@ private slots:
     void showsNoHalfInstalledBuildAfterAKill()
     {
         const QJsonObject beacon = remoteEntry(m_client->lastModel(), "demo-beacon");
-        m_client->send({ { "method", "installApplication" }, { "tool", beacon }, { "item", version(beacon, "3.1.0") } });
+        m_client->send(
+            { { "method", "installApplication" }, { "tool", beacon }, { "item", version(beacon, "3.1.0") } });
         // The download runs (at 100 bytes a second) once the progress shows; a while later, kill.
-        QVERIFY(!m_client->waitEvent("totalProgress", [](const QJsonObject &progress) {
-            return !progress.value("subprogress").toArray().isEmpty();
-        }).isEmpty());
+        QVERIFY(!m_client
+                     ->waitEvent("totalProgress",
+                         [](const QJsonObject &progress) {
+                             return !progress.value("subprogress").toArray().isEmpty();
+                         })
+                     .isEmpty());
         QTest::qWait(2000);
         m_hangar->kill();
         m_client.reset();

@@ -4,6 +4,7 @@
 #include "api/HeadlessApiServer.h"
 #include "api/HeadlessUIApiConnector.h"
 #include "api/SelfApi.h"
+#include "support/ApiClient.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -68,50 +69,19 @@ class HeadlessServerTest : public QObject
             .replace("\n", "\r\n");
     }
 
-    // A WebSocket client that collects every frame it receives.
-    struct Client
-    {
-        QWebSocket socket;
-        QStringList frames;
-        Client() { QObject::connect(&socket, &QWebSocket::textMessageReceived, [this](const QString &f) { frames << f; }); }
-        bool open(const QUrl &url)
-        {
-            QSignalSpy connected(&socket, &QWebSocket::connected);
-            socket.open(url);
-            return connected.wait(5000);
-        }
-        // Sends one query and waits for its answer; events seen meanwhile stay in `frames`.
-        QJsonObject ask(int id, const QJsonObject &request)
-        {
-            socket.sendTextMessage(QJsonDocument(QJsonObject { { "id", id },
-                                                     { "query", QString(QJsonDocument(request).toJson()) } })
-                                       .toJson());
-            return waitFor([id](const QJsonObject &f) { return f.value("id").toInt(-1) == id; });
-        }
-        QJsonObject waitFor(const std::function<bool(const QJsonObject &)> &match)
-        {
-            QElapsedTimer timer;
-            timer.start();
-            while (timer.elapsed() < 5000) {
-                for (const QString &frame : qAsConst(frames))
-                    if (match(parse(frame)))
-                        return parse(frame);
-                QTest::qWait(10);
-            }
-            return {};
-        }
-    };
-
     QUrl apiUrl() const
     {
-        return QUrl(QStringLiteral("ws://127.0.0.1:%1/api?token=%2").arg(m_server->port()).arg(QString(m_server->token())));
+        return QUrl(QStringLiteral("ws://127.0.0.1:%1/api?token=%2")
+                        .arg(m_server->port())
+                        .arg(QString(m_server->token())));
     }
 
 private slots:
     void initTestCase()
     {
         QVERIFY(m_page.isValid());
-        for (const char *name : { "index.html", "icon.svg", "ICON.SVG", "app.js", "data.json", "style.css" }) {
+        for (const char *name :
+            { "index.html", "icon.svg", "ICON.SVG", "app.js", "data.json", "style.css" }) {
             QFile file(m_page.filePath(name));
             QVERIFY(file.open(QIODevice::WriteOnly));
             file.write(QByteArray("content of ") + name);
@@ -132,63 +102,66 @@ private slots:
 
         const QByteArray upgrade = "Upgrade: websocket\nConnection: Upgrade\nSec-WebSocket-Version: 13\n"
                                    "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\n";
-        QTest::newRow("no token") << QByteArray("GET / HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n") << 403 << QByteArray();
-        QTest::newRow("wrong token") << QByteArray("GET /?token={BADTOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n") << 403
-                                     << QByteArray();
-        QTest::newRow("token prefix") << QByteArray("GET /?token=0 HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n") << 403
-                                      << QByteArray();
-        QTest::newRow("wrong cookie") << QByteArray("GET / HTTP/1.1\nHost: 127.0.0.1:{PORT}\nCookie: hangar_token={BADTOKEN}\n\n")
-                                      << 403 << QByteArray();
-        QTest::newRow("foreign host") << QByteArray("GET /?token={TOKEN} HTTP/1.1\nHost: evil.example:{PORT}\n\n")
-                                      << 403 << QByteArray();
-        QTest::newRow("host without port") << QByteArray("GET /?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1\n\n") << 403
-                                           << QByteArray();
-        QTest::newRow("no host") << QByteArray("GET /?token={TOKEN} HTTP/1.1\n\n") << 403 << QByteArray();
-        QTest::newRow("foreign origin")
-            << QByteArray("GET /?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\nOrigin: http://evil.example\n\n") << 403
-            << QByteArray();
-        QTest::newRow("null origin") << QByteArray("GET /?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\nOrigin: null\n\n")
+        QTest::newRow("no token") << QByteArray("GET / HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n") << 403
+                                  << QByteArray();
+        QTest::newRow("wrong token") << QByteArray(
+            "GET /?token={BADTOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n")
                                      << 403 << QByteArray();
-        QTest::newRow("https origin")
-            << QByteArray("GET /?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\nOrigin: https://127.0.0.1:{PORT}\n\n")
+        QTest::newRow("wrong cookie")
+            << QByteArray("GET / HTTP/1.1\nHost: 127.0.0.1:{PORT}\nCookie: hangar_token={BADTOKEN}\n\n")
             << 403 << QByteArray();
-        QTest::newRow("upgrade without token") << "GET /api HTTP/1.1\nHost: 127.0.0.1:{PORT}\n" + upgrade + "\n" << 403
-                                               << QByteArray();
-        QTest::newRow("upgrade from a foreign page")
-            << "GET /api HTTP/1.1\nHost: 127.0.0.1:{PORT}\nCookie: hangar_token={TOKEN}\nOrigin: http://evil.example\n"
-                + upgrade + "\n"
-            << 403 << QByteArray();
+        QTest::newRow("foreign host")
+            << QByteArray("GET /?token={TOKEN} HTTP/1.1\nHost: evil.example:{PORT}\n\n") << 403
+            << QByteArray();
+        QTest::newRow("host without port")
+            << QByteArray("GET /?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1\n\n") << 403 << QByteArray();
+        QTest::newRow("no host") << QByteArray("GET /?token={TOKEN} HTTP/1.1\n\n") << 403 << QByteArray();
+        QTest::newRow("foreign origin") << QByteArray(
+            "GET /?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\nOrigin: http://evil.example\n\n")
+                                        << 403 << QByteArray();
+        QTest::newRow("null origin") << QByteArray(
+            "GET /?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\nOrigin: null\n\n")
+                                     << 403 << QByteArray();
+        QTest::newRow("upgrade without token") << "GET /api HTTP/1.1\nHost: 127.0.0.1:{PORT}\n" + upgrade
+                + "\n" << 403 << QByteArray();
+        QTest::newRow("upgrade from a foreign page") << "GET /api HTTP/1.1\nHost: 127.0.0.1:{PORT}\nCookie: "
+                                                        "hangar_token={TOKEN}\nOrigin: http://evil.example\n"
+                + upgrade + "\n" << 403 << QByteArray();
         QTest::newRow("malformed") << QByteArray("GET\n\n") << 400 << QByteArray();
-        QTest::newRow("absolute target") << QByteArray("GET http://127.0.0.1:{PORT}/ HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n")
-                                         << 400 << QByteArray();
-        QTest::newRow("head too large") << "GET / HTTP/1.1\nHost: 127.0.0.1:{PORT}\nX: " + QByteArray(20000, 'a') + "\n\n"
-                                        << 431 << QByteArray();
+        QTest::newRow("head too large")
+            << "GET / HTTP/1.1\nHost: 127.0.0.1:{PORT}\nX: " + QByteArray(20000, 'a') + "\n\n"
+            << 431 << QByteArray();
         QTest::newRow("first load sets the cookie")
             << QByteArray("GET /?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n") << 200
             << QByteArray("Set-Cookie: hangar_token={TOKEN}; Path=/; HttpOnly; SameSite=Strict");
-        QTest::newRow("cookie, localhost, own origin")
-            << QByteArray("GET /index.html HTTP/1.1\nHost: localhost:{PORT}\nOrigin: http://localhost:{PORT}\n"
-                          "Cookie: a=b; hangar_token={TOKEN}\n\n")
-            << 200 << QByteArray("Content-Type: text/html");
-        QTest::newRow("svg") << QByteArray("GET /icon.svg?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n") << 200
-                             << QByteArray("Content-Type: image/svg\n");
+        QTest::newRow("cookie, localhost, own origin") << QByteArray(
+            "GET /index.html HTTP/1.1\nHost: localhost:{PORT}\nOrigin: http://localhost:{PORT}\n"
+            "Cookie: a=b; hangar_token={TOKEN}\n\n") << 200
+                                                       << QByteArray("Content-Type: text/html");
+        QTest::newRow("svg") << QByteArray("GET /icon.svg?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n")
+                             << 200 << QByteArray("Content-Type: image/svg\n");
         QTest::newRow("SVG is case-sensitive")
             << QByteArray("GET /ICON.SVG?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n") << 200
             << QByteArray("Content-Type: text/html");
-        QTest::newRow("js") << QByteArray("GET /app.js?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n") << 200
-                            << QByteArray("Content-Type: text/javascript");
-        QTest::newRow("json") << QByteArray("GET /data.json?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n") << 200
-                              << QByteArray("Content-Type: application/json");
+        QTest::newRow("js") << QByteArray("GET /app.js?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n")
+                            << 200 << QByteArray("Content-Type: text/javascript");
+        QTest::newRow("json") << QByteArray(
+            "GET /data.json?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n")
+                              << 200 << QByteArray("Content-Type: application/json");
         QTest::newRow("anything else is html")
             << QByteArray("GET /style.css?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n") << 200
             << QByteArray("Content-Type: text/html");
         QTest::newRow("outside the folder")
-            << QByteArray("GET /%2e%2e/secret?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n") << 404 << QByteArray();
-        QTest::newRow("missing file") << QByteArray("GET /nothing.js?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n")
-                                      << 404 << QByteArray();
-        QTest::newRow("post") << QByteArray("POST /?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n") << 405 << QByteArray();
-        QTest::newRow("api without upgrade") << QByteArray("GET /api?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n")
-                                             << 400 << QByteArray();
+            << QByteArray("GET /%2e%2e/secret?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n") << 404
+            << QByteArray();
+        QTest::newRow("missing file")
+            << QByteArray("GET /nothing.js?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n") << 404
+            << QByteArray();
+        QTest::newRow("post") << QByteArray("POST /?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n")
+                              << 405 << QByteArray();
+        QTest::newRow("api without upgrade")
+            << QByteArray("GET /api?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n") << 400
+            << QByteArray();
     }
 
     void answersHttpRequests()
@@ -210,49 +183,44 @@ private slots:
     // state events at once. Bad envelopes are answered and the connection stays.
     void carriesQueriesAndEvents()
     {
-        Client first;
+        ApiClient first;
         QVERIFY(first.open(apiUrl()));
         m_api->apiSignalInternal("totalProgress", QJsonObject { { "n", 1 } });
         m_api->apiSignalInternal("totalProgress", QJsonObject { { "n", 2 } });
         m_api->apiSignalInternal("refreshApplicationsList", QJsonObject { { "local", QJsonArray() } });
         m_api->apiSignalInternal("noSuchEvent", QJsonObject());
 
-        const QJsonObject config = first.ask(1, QJsonObject { { "method", "config" } });
-        QVERIFY(config.value("ok").toBool());
-        QCOMPARE(parse(config.value("answer").toString()).value("os").toString(), QString("linux"));
-        QCOMPARE(parse(config.value("answer").toString()).value("custom_name_max_length").toInt(), 90);
-        QCOMPARE(first.frames.size(), 1);
+        const QJsonObject config
+            = parse(first.ask(QJsonObject { { "method", "config" } }).value("answer").toString());
+        QCOMPARE(config.value("os").toString(), QString("linux"));
+        QCOMPARE(config.value("custom_name_max_length").toInt(), 90);
+        first.socket().sendTextMessage("not json");
+        first.socket().sendTextMessage(R"({"id": 70, "query": {"method": "config"}})");
+        QCOMPARE(first.waitAnswer(70).value("ok").toBool(true), false);
+        QVERIFY(first.events().isEmpty());
 
-        first.socket.sendTextMessage("not json");
-        first.socket.sendTextMessage(R"({"query": "{}"})");
-        first.socket.sendTextMessage(R"({"id": 7, "query": {"method": "config"}})");
-        const QJsonObject badEnvelope = first.waitFor([](const QJsonObject &f) { return f.value("id").toInt() == 7; });
-        QCOMPARE(badEnvelope.value("ok").toBool(true), false);
-        QCOMPARE(first.frames.size(), 4);
-        QCOMPARE(parse(first.frames[1]).value("id").type(), QJsonValue::Null);
+        // "apiReady" sends what waited, by name, before its answer.
+        QVERIFY(first.ask(QJsonObject { { "method", "apiReady" } }).value("ok").toBool());
+        QCOMPARE(first.events().size(), 2);
+        QCOMPARE(first.events()[0].value("signal").toString(), QString("refreshApplicationsList"));
+        QCOMPARE(first.events()[1].value("n").toInt(), 2);
 
-        first.frames.clear();
-        QVERIFY(first.ask(2, QJsonObject { { "method", "apiReady" } }).value("ok").toBool());
-        QCOMPARE(first.frames.size(), 3);
-        QCOMPARE(parse(first.frames[0]).value("signal").toString(), QString("refreshApplicationsList"));
-        QCOMPARE(parse(first.frames[1]).value("signal").toString(), QString("totalProgress"));
-        QCOMPARE(parse(first.frames[1]).value("n").toInt(), 2);
-
-        Client late;
+        // A client joining later gets the state at its own "apiReady", not the moments.
+        ApiClient late;
         QVERIFY(late.open(apiUrl()));
         m_api->apiSignalInternal("showSettings", QJsonObject());
-        QVERIFY(!first.waitFor([](const QJsonObject &f) { return f.value("signal") == "showSettings"; }).isEmpty());
-        late.frames.clear();
-        QVERIFY(late.ask(1, QJsonObject { { "method", "apiReady" } }).value("ok").toBool());
-        QCOMPARE(late.frames.size(), 3);
-        QCOMPARE(parse(late.frames[1]).value("n").toInt(), 2);
+        QVERIFY(!first.waitEvent("showSettings").isEmpty());
+        const int before = late.events().size();
+        QVERIFY(late.ask(QJsonObject { { "method", "apiReady" } }).value("ok").toBool());
+        QCOMPARE(late.events().size(), before + 2);
+        QCOMPARE(late.events().last().value("n").toInt(), 2);
 
         // Over 1 MiB: the connection is closed as too big; the others stay.
-        QSignalSpy closed(&late.socket, &QWebSocket::disconnected);
-        late.socket.sendTextMessage(QString(HeadlessApiServer::MaxMessageSize + 1, 'x'));
+        QSignalSpy closed(&late.socket(), &QWebSocket::disconnected);
+        late.socket().sendTextMessage(QString(HeadlessApiServer::MaxMessageSize + 1, 'x'));
         QVERIFY(closed.wait(5000));
-        QCOMPARE(late.socket.closeCode(), QWebSocketProtocol::CloseCodeTooMuchData);
-        QVERIFY(first.ask(3, QJsonObject { { "method", "config" } }).value("ok").toBool());
+        QCOMPARE(late.socket().closeCode(), QWebSocketProtocol::CloseCodeTooMuchData);
+        QVERIFY(first.ask(QJsonObject { { "method", "config" } }).value("ok").toBool());
     }
 };
 

@@ -1,8 +1,5 @@
-// The demo feed that scripts/start.sh serves: generated, signed for the
-// build's development CA, served by nginx, loaded by the feed store, and its
-// patches really turn one build into the next.
-#include "feed/RemoteApplications.h"
-#include "feed/SignatureManager.h"
+// The demo feed that scripts/start.sh serves: its patches really turn one build into the
+// next, each of them (the headless end-to-end test loads the feed and installs from it).
 #include "support/FeedBuilder.h"
 
 #include <QCryptographicHash>
@@ -12,8 +9,6 @@
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
-#include <future>
-#include <memory>
 
 namespace {
 
@@ -87,42 +82,6 @@ private slots:
             m_runner->run("python3",
                 { HANGAR_SOURCE_DIR "/demo/make-demo-feed.py", "--build", binaryDir(), "--state", m_state,
                     "--stop" });
-    }
-
-    void demoFeedLoadsWithTheDevelopmentCa()
-    {
-        auto created = SignatureManager::create(binaryDir() + "/feed-dev-ca/ca.crt");
-        QVERIFY2(created, qPrintable(created.error()));
-        std::unique_ptr<SignatureManager> signatures(*created);
-        RemoteApplications remote(signatures.get(), QStringList { m_url }, nullptr, nullptr);
-        const Result<bool> updated
-            = std::async(std::launch::async, [&] { return remote.updateRemoteFeed(true); }).get();
-        QVERIFY2(updated, qPrintable(updated.error()));
-
-        const QList<RemoteFeedItem> items = remote.getRemoteFeed();
-        QCOMPARE(items.size(), 8);
-        QCOMPARE(remote.getRemotePatches().size(), 4);
-        QMap<QString, int> builds, preReleases;
-        QSet<QString> types;
-        for (const RemoteFeedItem &item : items) {
-            builds[item.getApplicationType()]++;
-            if (item.qualityOrder() > 1)
-                preReleases[item.getApplicationType()]++;
-            types << item.getPackageType().getPackageType();
-            // Sizes and checksums describe the files really served.
-            QFile package(localPath(item.getDownloadUrl()));
-            QVERIFY2(package.open(QIODevice::ReadOnly), qPrintable(package.fileName()));
-            const QByteArray data = package.readAll();
-            QCOMPARE(qint64(item.getDownloadSize()), qint64(data.size()));
-            const QJsonArray sums = item.toJson()["package"].toObject()["checksums"].toArray();
-            QCOMPARE(sums.first().toObject()["value"].toString(),
-                QString(QCryptographicHash::hash(data, QCryptographicHash::Sha256).toHex()));
-        }
-        QCOMPARE(types, (QSet<QString> { "tar.gz", "zip", "app_image" }));
-        for (const QString &tool : builds.keys()) {
-            QVERIFY(builds[tool] >= 2);
-            QVERIFY(preReleases[tool] >= 1);
-        }
     }
 
     void patchesTurnEachBuildIntoTheNext()

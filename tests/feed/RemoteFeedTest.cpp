@@ -11,6 +11,7 @@
 #include "support/FaultServer.h"
 #include "support/LogCapture.h"
 #include "support/NginxServer.h"
+#include "support/OnWorker.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -24,11 +25,6 @@
 namespace {
 
 // The store blocks on the network; tests call it from a worker like the program does.
-template <typename F> auto onWorker(F work)
-{
-    return std::async(std::launch::async, work).get();
-}
-
 Result<bool> update(RemoteApplications &remote, bool force = false)
 {
     return onWorker([&] { return remote.updateRemoteFeed(force); });

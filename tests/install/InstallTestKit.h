@@ -5,6 +5,8 @@
 // zipfile), feed entries describing them, and digests computed independently of the
 // code under test (Qt's own hash).
 
+#include "support/TestData.h"
+
 #include <QByteArray>
 #include <QCryptographicHash>
 #include <QDebug>
@@ -17,7 +19,6 @@
 #include <QProcess>
 #include <QString>
 #include <QStringList>
-#include <functional>
 
 namespace kit {
 
@@ -61,11 +62,8 @@ inline void writeFile(const QString &path, const QByteArray &content, QFile::Per
         f.setPermissions(perms);
 }
 
-inline QByteArray readFile(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
+using ::readFile;
+using ::treeListing;
 
 // Files given relative to `root`.
 inline void makeTree(const QString &root, const QMap<QString, QByteArray> &files)
@@ -106,34 +104,6 @@ inline QJsonObject feedEntry(const QString &id, const QString &build, const QStr
 inline bool tarGz(const QString &source, const QString &top, const QString &archive)
 {
     return run("tar", { "-czf", archive, "--transform", "s,^\\.," + top + ",", "-C", source, "." });
-}
-
-// A content hash of a whole tree (names, link targets, modes and file bytes), to prove
-// that a folder was left untouched.
-inline QByteArray treeFingerprint(const QString &root)
-{
-    QCryptographicHash hash(QCryptographicHash::Sha256);
-    QStringList paths;
-    QDir dir(root);
-    std::function<void(const QString &)> walk = [&](const QString &rel) {
-        const QFileInfoList entries
-            = QDir(root + '/' + rel)
-                  .entryInfoList(
-                      QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System, QDir::Name);
-        for (const QFileInfo &e : entries) {
-            const QString r = rel.isEmpty() ? e.fileName() : rel + '/' + e.fileName();
-            hash.addData(r.toUtf8());
-            hash.addData(QByteArray::number(int(e.permissions())));
-            if (e.isSymLink())
-                hash.addData(e.symLinkTarget().toUtf8());
-            else if (e.isDir())
-                walk(r);
-            else
-                hash.addData(readFile(e.absoluteFilePath()));
-        }
-    };
-    walk(QString());
-    return hash.result().toHex();
 }
 
 } // namespace kit

@@ -41,7 +41,7 @@ class InstallerActionTest : public QObject
     std::unique_ptr<DownloadSession> m_session;
     std::unique_ptr<ProgressManager> m_progressManager;
     LocalFeedItem m_previous; // build 1.0, installed by the first test, never to change
-    QByteArray m_previousFingerprint;
+    QMap<QString, QString> m_previousFingerprint;
 
     QString www(const QString &name) const { return m_tmp.filePath("www/" + name); }
     QString versionDir(const QString &build) const { return m_tmp.filePath("apps/tool/release/" + build); }
@@ -110,7 +110,7 @@ class InstallerActionTest : public QObject
 
     void verifyPreviousUntouched() const
     {
-        QCOMPARE(kit::treeFingerprint(m_previous.getInstallDir()), m_previousFingerprint);
+        QCOMPARE(kit::treeListing(m_previous.getInstallDir()), m_previousFingerprint);
     }
 
 private slots:
@@ -136,7 +136,7 @@ private slots:
         QCOMPARE(marker(dir), entry);
 
         m_previous = LocalFeedItem::localApplication(entry, dir, dir, "release");
-        m_previousFingerprint = kit::treeFingerprint(dir);
+        m_previousFingerprint = kit::treeListing(dir);
     }
 
     void sameBuildAlreadyInstalledDownloadsNothing()
@@ -155,7 +155,7 @@ private slots:
         // Put the marker back as the previous install wrote it.
         kit::writeFile(
             versionDir("1.0") + "/.feed", QJsonDocument(m_previous.getFeedItem().toJson()).toJson());
-        m_previousFingerprint = kit::treeFingerprint(m_previous.getInstallDir());
+        m_previousFingerprint = kit::treeListing(m_previous.getInstallDir());
     }
 
     void invalidMarkerIsReplacedByAFreshInstall()

@@ -25,6 +25,12 @@ private:
     {
         m_home->writeFile("apps/ide/stable/.channel.settings.json", content);
     }
+    static QJsonObject ideFilter(const QJsonObject &more = {})
+    {
+        QJsonObject settings = more;
+        settings["filter"] = QJsonObject { { "application_type", "ide" } };
+        return settings;
+    }
 
 private slots:
     void init()
@@ -45,11 +51,9 @@ private slots:
         QCOMPARE(manager.saveChannelSettings(detected, { { "x", 1 } }).error(),
             QString("No settings for detected items!"));
         QVERIFY(!manager.updateSettings(detected, [](QJsonObject &s) { s["x"] = 2; }));
-        const LocalFeedItem item
-            = LocalFeedItem::detectedApplication(feedRecord("ide", "1.0"), folder, "system");
-        QVERIFY(!manager.createChannelSettings(item, None, true));
-        QVERIFY(!manager.getRunAsAdministrator(detected));
-        QVERIFY(QDir(folder).isEmpty());
+        QVERIFY(!manager.createChannelSettings(
+            LocalFeedItem::detectedApplication(feedRecord("ide", "1.0"), folder, "system"), None, true));
+        QVERIFY(!manager.getRunAsAdministrator(detected) && QDir(folder).isEmpty());
 
         // A channel key without a folder never becomes a file at the file-system root.
         const LocalChannel key(false, QString(), "ide", "stable");
@@ -79,23 +83,13 @@ private slots:
         QCOMPARE(updated.size(), 1);
         QCOMPARE(seenByReceiver, first);
 
+        // The log shows what was there before; long texts are shortened there, never in the file.
         log.clear();
-        QVERIFY(manager.saveChannelSettings(m_channel, QJsonObject { { "filter", first["filter"] } }));
-        QVERIFY(log.matching("Updated settings in").first().contains("\"custom_name\": \"Mine\""));
-    }
-
-    void longTextsAreShortenedInTheLog()
-    {
         const QString longText(ChannelSettingsManager::MaxLoggedTextLength + 123, QChar('x'));
-        const QString shortened = ChannelSettingsManager::shortenForLog(longText);
-        QVERIFY(shortened.contains("... (123 more)"));
-
-        ChannelSettingsManager manager;
-        LogCapture log;
-        QVERIFY(manager.saveChannelSettings(m_channel,
-            { { "filter", QJsonObject { { "application_type", "ide" } } }, { "blob", longText } }));
-        QVERIFY(log.matching("Updated settings in").first().contains("more)"));
-        // Only the log is shortened, never the file.
+        QVERIFY(manager.saveChannelSettings(m_channel, ideFilter({ { "blob", longText } })));
+        const QString logged = log.matching("Updated settings in").first();
+        QVERIFY(logged.contains("\"custom_name\": \"Mine\"") && logged.contains("more)"));
+        QVERIFY(ChannelSettingsManager::shortenForLog(longText).contains("... (123 more)"));
         QCOMPARE(readJson(m_file)["blob"].toString(), longText);
     }
 
@@ -120,8 +114,7 @@ private slots:
 
         // Second load: nothing to repair, nothing written.
         log.clear();
-        QVERIFY(manager.loadChannelSettings(m_channel));
-        QVERIFY(!log.contains("Updated settings in"));
+        QVERIFY(manager.loadChannelSettings(m_channel) && !log.contains("Updated settings in"));
     }
 
     void badFilesFailWithTheirReasonAndStayUntouched()
@@ -168,7 +161,7 @@ private slots:
 
     void concurrentEditsLoseNothing()
     {
-        writeSettings({ { "filter", QJsonObject { { "application_type", "ide" } } } });
+        writeSettings(ideFilter());
         ChannelSettingsManager manager;
         const int perThread = 25;
         std::atomic<int> failures { 0 };
@@ -187,7 +180,7 @@ private slots:
         QCOMPARE(readJson(m_file).size(), 1 + 2 * perThread);
     }
 
-    void optionReadersReportTheirMessages()
+    void runAsAdministratorIsOffUnlessAProperBoolSaysSo()
     {
         const QJsonObject s { { "flag", "yes" }, { "name", 3 }, { "ok", true }, { "text", "t" } };
         QCOMPARE(ChannelSettings::getBoolOption(s, "flag").error(),
@@ -197,24 +190,19 @@ private slots:
         QCOMPARE(ChannelSettings::getBoolOption(s, "missing").error(),
             QString("Option 'missing' is not found in file"));
         QCOMPARE(ChannelSettings::getStringOption(s, "missing").error(),
-            QString("Option 'missing' is not found in file"));
-    }
+            ChannelSettings::getBoolOption(s, "missing").error());
 
-    void runAsAdministratorIsOffUnlessAProperBoolSaysSo()
-    {
         ChannelSettingsManager manager;
         LogCapture log;
         QVERIFY(!manager.getRunAsAdministrator(m_channel));
         QVERIFY(log.contains("Unable to load channel settings: "));
 
-        writeSettings({ { "filter", QJsonObject { { "application_type", "ide" } } } });
+        writeSettings(ideFilter());
         QVERIFY(!manager.getRunAsAdministrator(m_channel));
-        writeSettings({ { "filter", QJsonObject { { "application_type", "ide" } } },
-            { "run_as_administrator", "true" } });
+        writeSettings(ideFilter({ { "run_as_administrator", "true" } }));
         QVERIFY(!manager.getRunAsAdministrator(m_channel));
         QVERIFY(log.contains("Unable to load bool option run_as_administrator from channel "));
-        writeSettings({ { "filter", QJsonObject { { "application_type", "ide" } } },
-            { "run_as_administrator", true } });
+        writeSettings(ideFilter({ { "run_as_administrator", true } }));
         QVERIFY(manager.getRunAsAdministrator(m_channel));
     }
 
@@ -227,10 +215,9 @@ private slots:
             = LocalFeedItem::localApplication(feedRecord("ide", "1.0", 2, 4), build, build, "stable");
         QVERIFY(manager.createChannelSettings(
             item, ApplicationMajorVersion(QJsonObject { { "order_value", 4 } }), false));
-        const auto loaded = manager.loadChannelSettings(item);
-        QVERIFY(loaded);
-        QCOMPARE((*loaded)["install_automatically"].toBool(true), false);
-        const auto filter = LocalApplicationsFilter::fromSettingsJSON(*loaded);
+        const QJsonObject loaded = manager.loadChannelSettings(item).valueOr({});
+        QCOMPARE(loaded["install_automatically"].toBool(true), false);
+        const auto filter = LocalApplicationsFilter::fromSettingsJSON(loaded);
         QCOMPARE(filter->applicationType(), QString("ide"));
         QCOMPARE(filter->quality()->orderValue(), 2);
         QCOMPARE(filter->majorVersion()->orderValue(), 4);

@@ -42,55 +42,50 @@ private slots:
     void groupsBuildsByChannelAndTracksTheActiveOne()
     {
         Apps w;
-        TempHome &home = w.home;
-        LocalApplicationsFeed &feed = w.feed;
-        LocalApplications &apps = w.apps;
-        QSignalSpy changed(&apps, &LocalApplications::localApplicationsChanged);
-        QSignalSpy history(&apps, &LocalApplications::historyChanged);
+        QSignalSpy changed(&w.apps, &LocalApplications::localApplicationsChanged);
+        QSignalSpy history(&w.apps, &LocalApplications::historyChanged);
 
-        writeBuild(home.path(), "ide", "stable", "1.0");
-        writeBuild(home.path(), "ide", "stable", "2.0");
-        writeBuild(home.path(), "ide", "eap", "3.0");
-        writeBuild(home.path(), "lint", "stable", "1.0");
-        QVERIFY(apps.rescan());
+        writeBuild(w.home.path(), "ide", "stable", "1.0");
+        writeBuild(w.home.path(), "ide", "stable", "2.0");
+        writeBuild(w.home.path(), "ide", "eap", "3.0");
+        writeBuild(w.home.path(), "lint", "stable", "1.0");
+        QVERIFY(w.apps.rescan());
         QCOMPARE(changed.size(), 1);
-        QVERIFY(apps.rescan());
+        QVERIFY(w.apps.rescan());
         QCOMPARE(changed.size(), 1); // same disk, no news
 
-        const auto byChannel = apps.getItemsByChannel();
+        const auto byChannel = w.apps.getItemsByChannel();
         QCOMPARE(byChannel.size(), 3);
         const LocalChannel stable(false, "/anywhere", "ide", "stable");
         QCOMPARE(buildsOf(byChannel.value(stable)), QStringList({ "1.0", "2.0" }));
         QCOMPARE(byChannel.firstKey().getChannelId(), QString("eap"));
-        QCOMPARE(apps.getLocalItems().size(), 4);
+        QCOMPARE(w.apps.getLocalItems().size(), 4);
 
         // No history yet: the first disk build is active and recorded as installed.
-        QCOMPARE(apps.getActiveItem(stable)->getBuild(), QString("1.0"));
+        QCOMPARE(w.apps.getActiveItem(stable)->getBuild(), QString("1.0"));
         QCOMPARE(history.size(), 1);
-        const QString historyFile = feed.getChannelDir("ide", "stable") + "/.history.json";
+        const QString historyFile = w.feed.getChannelDir("ide", "stable") + "/.history.json";
         QVERIFY(QFileInfo::exists(historyFile));
 
         const LocalFeedItem one = byChannel.value(stable).at(0);
         const LocalFeedItem two = byChannel.value(stable).at(1);
-        apps.onAppUpdate(two);
-        QCOMPARE(apps.getActiveItem(stable)->getBuild(), QString("2.0"));
-        QCOMPARE(apps.getInstantRollbackItem(stable)->getBuild(), QString("1.0"));
-        QCOMPARE(buildsOf(apps.getSortedItems(stable)), QStringList({ "2.0", "1.0" }));
-        apps.onAppRollback(two, one, true);
-        QCOMPARE(apps.getActiveItem(stable)->getBuild(), QString("1.0"));
-        QVERIFY(!apps.getInstantRollbackItem(stable));
-        QCOMPARE(apps.getHistory(stable).getHistory().size(), 3);
-        QCOMPARE(apps.getActiveItems().size(), 3);
+        w.apps.onAppUpdate(two);
+        QCOMPARE(w.apps.getActiveItem(stable)->getBuild(), QString("2.0"));
+        QCOMPARE(w.apps.getInstantRollbackItem(stable)->getBuild(), QString("1.0"));
+        QCOMPARE(buildsOf(w.apps.getSortedItems(stable)), QStringList({ "2.0", "1.0" }));
+        w.apps.onAppRollback(two, one, true);
+        QCOMPARE(w.apps.getActiveItem(stable)->getBuild(), QString("1.0"));
+        QVERIFY(!w.apps.getInstantRollbackItem(stable));
+        QCOMPARE(w.apps.getHistory(stable).getHistory().size(), 3);
+        QCOMPARE(w.apps.getActiveItems().size(), 3);
 
         // Removing the tool forgets its history; a build removed from disk disappears on rescan.
-        apps.onAppRemoved(one);
+        w.apps.onAppRemoved(one);
         QVERIFY(!QFileInfo::exists(historyFile));
-        QVERIFY(QDir(feed.getChannelDir("ide", "eap") + "/3.0").removeRecursively());
-        QVERIFY(apps.rescan());
+        QVERIFY(QDir(w.feed.getChannelDir("ide", "eap") + "/3.0").removeRecursively() && w.apps.rescan());
         QCOMPARE(changed.size(), 2);
-        QVERIFY(!apps.getActiveItem(LocalChannel(false, "", "ide", "eap")));
-        QVERIFY(apps.findByInstallDir(two.getInstallDir()));
-        QVERIFY(!apps.findByInstallDir("/nowhere"));
+        QVERIFY(!w.apps.getActiveItem(LocalChannel(false, "", "ide", "eap")));
+        QVERIFY(w.apps.findByInstallDir(two.getInstallDir()) && !w.apps.findByInstallDir("/nowhere"));
     }
 
     void changingTheInstallRootMovesToolsOrWritesTheOldRootBack()
@@ -140,72 +135,60 @@ private slots:
     void detectedBuildsJoinWithoutHistoryOrSettings()
     {
         Apps w;
-        TempHome &home = w.home;
-        LocalApplicationsFeed &feed = w.feed;
-        LocalApplications &apps = w.apps;
-        const QString folder = home.path() + "/opt/ide";
+        const QString folder = w.home.path() + "/opt/ide";
         QDir().mkpath(folder);
         const LocalFeedItem detected
             = LocalFeedItem::detectedApplication(feedRecord("ide", "9.0"), folder, "system");
-        QSignalSpy changed(&apps, &LocalApplications::localApplicationsChanged);
-        apps.setDetectedItems({ detected });
+        QSignalSpy changed(&w.apps, &LocalApplications::localApplicationsChanged);
+        w.apps.setDetectedItems({ detected });
         QCOMPARE(changed.size(), 1);
-        writeBuild(home.path(), "ide", "stable", "1.0");
-        QVERIFY(apps.rescan());
-        QCOMPARE(apps.getChannels().size(), 2);
+        writeBuild(w.home.path(), "ide", "stable", "1.0");
+        QVERIFY(w.apps.rescan());
+        QCOMPARE(w.apps.getChannels().size(), 2);
         const LocalChannel channel = detected.getChannel();
-        QCOMPARE(apps.getActiveItem(channel)->getBuild(), QString("9.0"));
-        QVERIFY(!apps.getInstantRollbackItem(channel));
-        QVERIFY(QDir(folder).isEmpty());
+        QCOMPARE(w.apps.getActiveItem(channel)->getBuild(), QString("9.0"));
+        QVERIFY(!w.apps.getInstantRollbackItem(channel) && QDir(folder).isEmpty());
     }
 
     void readersAlwaysSeeOneWholeScan()
     {
         Apps w;
-        TempHome &home = w.home;
-        LocalApplicationsFeed &feed = w.feed;
-        LocalApplications &apps = w.apps;
         for (int c = 0; c < 10; ++c) {
-            writeBuild(home.path(), "ide", "ch" + QString::number(c), "1.0");
-            writeBuild(home.path(), "ide", "ch" + QString::number(c), "2.0");
+            writeBuild(w.home.path(), "ide", "ch" + QString::number(c), "1.0");
+            writeBuild(w.home.path(), "ide", "ch" + QString::number(c), "2.0");
         }
-        QVERIFY(apps.rescan());
+        QVERIFY(w.apps.rescan());
 
         std::atomic<bool> stop { false };
         std::atomic<int> torn { 0 };
         std::atomic<int> reads { 0 };
         auto reader = [&]() {
             while (!stop.load()) {
-                const auto byChannel = apps.getItemsByChannel();
+                const auto byChannel = w.apps.getItemsByChannel();
                 int total = 0;
                 for (const auto &list : byChannel)
                     total += list.size();
                 // Every scan is either all ten channels with two builds, or with one.
                 if (!(byChannel.size() == 10 && (total == 20 || total == 10)))
                     ++torn;
-                for (const auto &list : byChannel) {
-                    if (list.size() != total / 10)
-                        ++torn;
-                }
+                for (const auto &list : byChannel)
+                    torn += list.size() != total / 10;
                 ++reads;
             }
         };
         std::thread r1(reader), r2(reader);
-        for (int round = 0; round < 10; ++round) {
-            const bool remove = round % 2 == 0;
+        // Hide the second builds from the scan by renaming their markers, then bring them back.
+        const auto renameMarkers = [&](const QString &from, const QString &to) {
             for (int c = 0; c < 10; ++c) {
-                const QString dir = feed.getChannelDir("ide", "ch" + QString::number(c)) + "/2.0";
-                // Hide the build from the scan by renaming its marker: one rename is one step.
-                if (remove)
-                    QFile::rename(dir + "/.feed", dir + "/.feed-hidden");
+                const QString dir = w.feed.getChannelDir("ide", "ch" + QString::number(c)) + "/2.0/";
+                QFile::rename(dir + from, dir + to);
             }
-            QVERIFY(apps.rescan());
-            for (int c = 0; c < 10; ++c) {
-                const QString dir = feed.getChannelDir("ide", "ch" + QString::number(c)) + "/2.0";
-                if (remove)
-                    QFile::rename(dir + "/.feed-hidden", dir + "/.feed");
-            }
-            QVERIFY(apps.rescan());
+        };
+        for (int round = 0; round < 5; ++round) {
+            renameMarkers(".feed", ".feed-hidden");
+            QVERIFY(w.apps.rescan());
+            renameMarkers(".feed-hidden", ".feed");
+            QVERIFY(w.apps.rescan());
         }
         stop = true;
         r1.join();
@@ -217,17 +200,14 @@ private slots:
     void concurrentActiveLookupsRecordOneInstall()
     {
         Apps w;
-        TempHome &home = w.home;
-        LocalApplicationsFeed &feed = w.feed;
-        LocalApplications &apps = w.apps;
-        writeBuild(home.path(), "ide", "stable", "1.0");
-        writeBuild(home.path(), "ide", "stable", "2.0");
-        QVERIFY(apps.rescan());
+        writeBuild(w.home.path(), "ide", "stable", "1.0");
+        writeBuild(w.home.path(), "ide", "stable", "2.0");
+        QVERIFY(w.apps.rescan());
         const LocalChannel channel(false, "", "ide", "stable");
         std::atomic<int> wrong { 0 };
         auto lookup = [&]() {
             for (int i = 0; i < 50; ++i) {
-                const auto active = apps.getActiveItem(channel);
+                const auto active = w.apps.getActiveItem(channel);
                 if (!active || active->getBuild() != "1.0")
                     ++wrong;
             }
@@ -237,9 +217,9 @@ private slots:
         b.join();
         c.join();
         QCOMPARE(wrong.load(), 0);
-        const QJsonArray entries
-            = readJson(feed.getChannelDir("ide", "stable") + "/.history.json")["history"].toArray();
-        QCOMPARE(entries.size(), 1);
+        QCOMPARE(
+            readJson(w.feed.getChannelDir("ide", "stable") + "/.history.json")["history"].toArray().size(),
+            1);
     }
 };
 

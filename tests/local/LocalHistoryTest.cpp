@@ -58,66 +58,60 @@ private slots:
     }
     void cleanup() { delete m_home; }
 
-    void installUpdateRollbackLeavesOneItemAndThreeEntries()
+    // Each step is "action:build"; the file and the reloaded history must agree with memory.
+    void actionsShapeTheHistory_data()
     {
+        QTest::addColumn<QStringList>("steps");
+        QTest::addColumn<QStringList>("items");
+        QTest::addColumn<QStringList>("onDisk");
+        QTest::addColumn<QString>("logged");
+        QTest::newRow("install update rollback")
+            << QStringList { "install:1.0", "update:2.0", "rollback:1.0" } << QStringList { "1.0" }
+            << QStringList { "install:1.0", "update:2.0", "rollback:1.0" } << QString();
+        QTest::newRow("rollback below the first build resets") << QStringList { "install:1.0",
+            "rollback:1.0" } << QStringList() << QStringList() << "Inconsistent history. Reset history in ";
+        // An unknown action resets the same way, without failing the caller.
+        QTest::newRow("unknown action resets")
+            << QStringList { "install:1.0", "sidegrade:2.0" } << QStringList() << QStringList()
+            << "Unknown action sidegrade";
+        QTest::newRow("rollback to an unexpected build is only logged")
+            << QStringList { "install:1.0", "update:2.0", "downgrade:3.0" } << QStringList { "1.0" }
+            << QStringList { "install:1.0", "update:2.0", "downgrade:3.0" }
+            << "rolled back to something strange: should get ide 1.0 but got ide 3.0";
+        QTest::newRow("install starts a new history")
+            << QStringList { "install:1.0", "update:2.0", "install:5.0" } << QStringList { "5.0" }
+            << QStringList { "install:5.0" } << QString();
+    }
+
+    void actionsShapeTheHistory()
+    {
+        QFETCH(QStringList, steps);
+        QFETCH(QStringList, items);
+        QFETCH(QStringList, onDisk);
+        QFETCH(QString, logged);
+        LogCapture log;
         auto history = LocalApplicationsHistory::fromFile(m_path);
         QCOMPARE(readJson(m_path), QJsonObject());
-        history.addHistoryEntry(diskItem(m_channelDir, "1.0"), "install", T0);
-        history.addHistoryEntry(diskItem(m_channelDir, "2.0"), "update", T0.addSecs(60));
-        QCOMPARE(buildsOf(history.getItems()), QStringList({ "2.0", "1.0" }));
-        history.addHistoryEntry(diskItem(m_channelDir, "1.0"), "rollback", T0.addSecs(120));
-        QCOMPARE(buildsOf(history.getItems()), QStringList({ "1.0" }));
-        QCOMPARE(actionsIn(m_path), QStringList({ "install:1.0", "update:2.0", "rollback:1.0" }));
-
-        // The file holds bare feed records and millisecond timestamps, and reads back equal.
-        const QJsonObject entry = readJson(m_path)["history"].toArray().first().toObject();
-        QCOMPARE(entry["timestamp"].toString(), T0.toString(Qt::ISODateWithMs));
-        QVERIFY(entry["timestamp"].toString().endsWith(".456"));
-        QVERIFY(!entry["item"].toObject().contains("system-install-path"));
+        for (int i = 0; i < steps.size(); ++i)
+            history.addHistoryEntry(diskItem(m_channelDir, steps[i].section(':', 1)),
+                steps[i].section(':', 0, 0), T0.addSecs(60 * i));
+        QCOMPARE(buildsOf(history.getItems()), items);
+        QCOMPARE(actionsIn(m_path), onDisk);
+        QCOMPARE(history.getHistory().size(), onDisk.size());
+        if (!logged.isEmpty())
+            QVERIFY(log.contains(logged));
+        QVERIFY(QJsonDocument::fromJson(readFile(m_path)).isObject());
         const auto reloaded = LocalApplicationsHistory::fromFile(m_path);
         QCOMPARE(reloaded.getHistory(), history.getHistory());
-        QCOMPARE(buildsOf(reloaded.getItems()), QStringList({ "1.0" }));
-    }
-
-    void rollbackBelowTheFirstBuildResetsToAnEmptyObject()
-    {
-        LogCapture log;
-        auto history = LocalApplicationsHistory::fromFile(m_path);
-        history.addHistoryEntry(diskItem(m_channelDir, "1.0"), "install", T0);
-        history.addHistoryEntry(diskItem(m_channelDir, "1.0"), "rollback", T0.addSecs(1));
-        QVERIFY(log.contains("Inconsistent history. Reset history in " + m_path));
-        QVERIFY(history.getItems().isEmpty());
-        QVERIFY(history.getHistory().isEmpty());
-        QCOMPARE(readJson(m_path), QJsonObject());
-        QCOMPARE(QJsonDocument::fromJson(readFile(m_path)).isObject(), true);
-
-        // An unknown action resets the same way, without failing the caller.
-        history.addHistoryEntry(diskItem(m_channelDir, "1.0"), "install", T0);
-        history.addHistoryEntry(diskItem(m_channelDir, "2.0"), "sidegrade", T0);
-        QVERIFY(log.contains("Unknown action sidegrade"));
-        QCOMPARE(readJson(m_path), QJsonObject());
-    }
-
-    void rollbackToAnUnexpectedBuildIsOnlyLogged()
-    {
-        LogCapture log;
-        auto history = LocalApplicationsHistory::fromFile(m_path);
-        history.addHistoryEntry(diskItem(m_channelDir, "1.0"), "install", T0);
-        history.addHistoryEntry(diskItem(m_channelDir, "2.0"), "update", T0);
-        history.addHistoryEntry(diskItem(m_channelDir, "3.0"), "downgrade", T0);
-        QCOMPARE(buildsOf(history.getItems()), QStringList({ "1.0" }));
-        QCOMPARE(actionsIn(m_path), QStringList({ "install:1.0", "update:2.0", "downgrade:3.0" }));
-        QVERIFY(log.contains("rolled back to something strange: should get ide 1.0 but got ide 3.0"));
-    }
-
-    void installStartsANewHistory()
-    {
-        auto history = LocalApplicationsHistory::fromFile(m_path);
-        history.addHistoryEntry(diskItem(m_channelDir, "1.0"), "install", T0);
-        history.addHistoryEntry(diskItem(m_channelDir, "2.0"), "update", T0);
-        history.addHistoryEntry(diskItem(m_channelDir, "5.0"), "install", T0);
-        QCOMPARE(actionsIn(m_path), QStringList({ "install:5.0" }));
-        QCOMPARE(buildsOf(history.getItems()), QStringList({ "5.0" }));
+        QCOMPARE(buildsOf(reloaded.getItems()), items);
+        if (onDisk.isEmpty())
+            return;
+        // The file holds bare feed records and millisecond timestamps.
+        const QJsonObject entry = readJson(m_path)["history"].toArray().first().toObject();
+        const int first = steps.size() - onDisk.size(); // the step that wrote the first entry kept
+        QCOMPARE(entry["timestamp"].toString(), T0.addSecs(60 * first).toString(Qt::ISODateWithMs));
+        QVERIFY(entry["timestamp"].toString().endsWith(".456"));
+        QVERIFY(!entry["item"].toObject().contains("system-install-path"));
     }
 
     void buildsAllGoneFromDiskMakeTheFirstDiskBuildActive()
@@ -164,8 +158,7 @@ private slots:
         const QJsonObject inconsistent { { "history", QJsonArray { a, rollback, b } } };
         m_home->writeFile("apps/ide/stable/.history.json", QJsonDocument(inconsistent).toJson());
         const auto loaded = LocalApplicationsHistory::fromFile(m_path);
-        QVERIFY(loaded.getItems().isEmpty());
-        QVERIFY(loaded.getHistory().isEmpty());
+        QVERIFY(loaded.getItems().isEmpty() && loaded.getHistory().isEmpty());
         QCOMPARE(loaded.getHistoryJson(), QJsonObject());
         QCOMPARE(readJson(m_path), inconsistent);
     }
@@ -217,8 +210,7 @@ private slots:
         // A channel key without a folder keeps its history in memory only.
         const LocalChannel key(false, QString(), "ide", "stable");
         holder.getHistory(key)->addHistoryEntry(diskItem(m_channelDir, "1.0"), "install", T0);
-        QVERIFY(holder.getHistory(key)->getHistory().isEmpty());
-        QVERIFY(!QFileInfo::exists("/.history.json"));
+        QVERIFY(holder.getHistory(key)->getHistory().isEmpty() && !QFileInfo::exists("/.history.json"));
 
         // Detected tools' folders are not ours: nothing is written there.
         const QString foreign = m_home->path() + "/opt/ide";
@@ -243,8 +235,7 @@ private slots:
         QJsonObject json = filter.toJSON();
         QCOMPARE(json["application_type"].toString(), QString("ide"));
         QCOMPARE(json.value("quality_filter")["order_value"].toInt(), 2);
-        QVERIFY(json["skipped_filter"].isArray());
-        QVERIFY(!json.contains("version_filter"));
+        QVERIFY(json["skipped_filter"].isArray() && !json.contains("version_filter"));
         QVERIFY(!json.contains("branch_filter"));
 
         const ApplicationMajorVersion major(QJsonObject { { "order_value", 3 } });
@@ -290,20 +281,17 @@ private slots:
         QVERIFY(filter.accept(RemoteFeedItem(successor)));
 
         filter.toggleVersionFilter(ApplicationMajorVersion(QJsonObject { { "order_value", 1 } }));
-        QVERIFY(filter.accept(item("1.0", 1, 1)));
-        QVERIFY(!filter.accept(item("2.0", 1, 2)));
+        QVERIFY(filter.accept(item("1.0", 1, 1)) && !filter.accept(item("2.0", 1, 2)));
 
         QJsonObject branched = feedRecord("ide", "1.1");
         branched.insert("branch", QJsonObject { { "name", "next" } });
         QVERIFY(!filter.accept(RemoteFeedItem(branched)));
         filter.updateBranch(QString("next"));
-        QVERIFY(filter.accept(RemoteFeedItem(branched)));
-        QVERIFY(!filter.accept(item("1.0", 1, 1)));
+        QVERIFY(filter.accept(RemoteFeedItem(branched)) && !filter.accept(item("1.0", 1, 1)));
         filter.updateBranch(None);
 
         filter.skipUpdate("1.0");
-        QVERIFY(!filter.accept(item("1.0", 1, 1)));
-        QVERIFY(filter.accept(item("1.2", 1, 1)));
+        QVERIFY(!filter.accept(item("1.0", 1, 1)) && filter.accept(item("1.2", 1, 1)));
     }
 };
 

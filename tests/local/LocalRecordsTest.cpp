@@ -22,8 +22,7 @@ private slots:
         const LocalChannel otherType(false, "/one/apps/lint/ch-0", "lint", "ch-0");
         QCOMPARE(a, b);
         QCOMPARE(qHash(a), qHash(b));
-        QVERIFY(a != otherId);
-        QVERIFY(a != otherType);
+        QVERIFY(a != otherId && a != otherType);
 
         // Usable as a key of both kinds of map: the second insert replaces the first.
         QHash<LocalChannel, int> hash { { a, 1 }, { b, 2 }, { otherId, 3 } };
@@ -51,9 +50,7 @@ private slots:
         QCOMPARE(item.getInstallDir(), QFileInfo(real).canonicalFilePath());
         QCOMPARE(item.getApplicationDir(), item.getInstallDir());
         QCOMPARE(item.getChannelId(), QString("stable"));
-        QVERIFY(item.isInstalled());
-        QVERIFY(item.canBeUninstalled());
-        QVERIFY(item.isValid());
+        QVERIFY(item.isInstalled() && item.canBeUninstalled() && item.isValid());
 
         // A folder that does not exist is kept as given, with forward slashes.
         const QString missing = home.path() + "/gone/../gone/build-2";
@@ -69,11 +66,8 @@ private slots:
         LogCapture log;
         const LocalFeedItem item = LocalFeedItem::detectedApplication(
             feedRecord("ide", "3.0"), "/opt/ide-3", "system", QString("/opt/ide-3/uninstall"));
-        QVERIFY(item.isDetected());
-        QVERIFY(!item.canBeUninstalled());
-        const LocalChannel channel = item.getChannel();
-        QVERIFY(channel.isDetected());
-        QCOMPARE(channel.getChannelDirectory(), QString("/opt/ide-3"));
+        QVERIFY(item.isDetected() && !item.canBeUninstalled() && item.getChannel().isDetected());
+        QCOMPARE(item.getChannel().getChannelDirectory(), QString("/opt/ide-3"));
 
         // An empty channel id makes the record invalid, however good the feed record.
         QVERIFY(!LocalFeedItem::detectedApplication(feedRecord("ide", "3.0"), "/opt/ide-3", "").isValid());
@@ -88,17 +82,14 @@ private slots:
         const LocalFeedItem item
             = LocalFeedItem::localApplication(feedRecord("ide", "1.1"), "/a/b", "/a/b", "c");
         const LocalFeedItem elevated = item.withRunAsAdministrator(true);
-        QVERIFY(elevated.getRunAsAdministrator());
-        QVERIFY(!item.getRunAsAdministrator());
-        QVERIFY(item != elevated);
+        QVERIFY(elevated.getRunAsAdministrator() && !item.getRunAsAdministrator() && item != elevated);
 
         // A null value counts as never set.
         const Option<LocalFeedItem> nulled = item.weave([](QJsonObject json) -> Option<QJsonObject> {
             json.insert(LocalFeedItem::RunAsAdministratorKey, QJsonValue::Null);
             return json;
         });
-        QVERIFY(nulled);
-        QVERIFY(!nulled->getRunAsAdministrator());
+        QVERIFY(nulled && !nulled->getRunAsAdministrator());
         QVERIFY(!item.weave([](QJsonObject) -> Option<QJsonObject> { return None; }));
 
         // The feed record handed out is the one installed from: no bookkeeping keys.

@@ -35,16 +35,3 @@ QString writeBuild(const QString &root, const QString &type, const QString &chan
 {
     return writeBuild(root, type, channel, build, QJsonDocument(feedRecord(type, build)).toJson());
 }
-
-QByteArray readFile(const QString &path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    return file.readAll();
-}
-
-QJsonObject readJson(const QString &path)
-{
-    return QJsonDocument::fromJson(readFile(path)).object();
-}

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "support/LogCapture.h"
+#include "support/TestData.h"
 
 #include <QByteArray>
 #include <QJsonObject>
@@ -15,6 +16,3 @@ QJsonObject feedRecord(const QString &type, const QString &build, int qualityOrd
 QString writeBuild(const QString &root, const QString &type, const QString &channel, const QString &build,
     const QByteArray &content);
 QString writeBuild(const QString &root, const QString &type, const QString &channel, const QString &build);
-
-QByteArray readFile(const QString &path);
-QJsonObject readJson(const QString &path);

@@ -365,6 +365,10 @@ private slots:
         QVERIFY(documentEntry("local-quill-ch-0").isEmpty());
         QVERIFY(!documentEntry("new-quill").isEmpty());
 
+        // A second channel of an installed tool, named by the request.
+        QVERIFY(run([&](auto done) { m_manager->installApplication({ { "key", "new-sift" } }, { { "channel_id", "eap" } }, done); }));
+        agree("sift", "eap", "2.1", { "2.1" });
+
         // Purge with no rollback history kept: sift's older build goes.
         QVERIFY(m_settings->updateSettings([](SelfSettings &s) { s.setChannelRollbackHistoryDepth(0); }));
         QCOMPARE(ApplicationManagerDiskSize::formatSize(m_diskSize->recalculateNow()),

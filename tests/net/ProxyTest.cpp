@@ -78,8 +78,7 @@ private slots:
         QVERIFY(m_log->contains("Using username hangar for proxy authentication"));
         // The password never reaches the settings file.
         QFile file(m_settings->path());
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        QVERIFY(!file.readAll().contains("s3cret"));
+        QVERIFY(file.open(QIODevice::ReadOnly) && !file.readAll().contains("s3cret"));
     }
 
     void wrongCredentialsAreOfferedAtMostFourTimesThenErased()
@@ -92,8 +91,7 @@ private slots:
         while (!m_settings->getProxyPassword().isEmpty() && requests < 10) {
             QBuffer buffer;
             const DownloadResult r = fetch(session, buffer);
-            QVERIFY(r.isError());
-            QVERIFY(buffer.data().isEmpty());
+            QVERIFY(r.isError() && buffer.data().isEmpty());
             ++requests;
         }
         QVERIFY(m_settings->getProxyPassword().isEmpty());
@@ -113,11 +111,9 @@ private slots:
         m_log->clear();
         QBuffer buffer;
         const DownloadResult r = fetch(session, buffer);
-        QVERIFY(r.isError());
-        QVERIFY(m_log->contains("Proxy authentication required, but no credentials provided"));
+        QVERIFY(r.isError() && m_log->contains("Proxy authentication required, but no credentials provided"));
         QTRY_VERIFY(asked.count() >= 1);
-        QVERIFY(sessionAsked.count() >= 1);
-        QVERIFY(!m_log->contains("Using username"));
+        QVERIFY(sessionAsked.count() >= 1 && !m_log->contains("Using username"));
     }
 };
 

@@ -8,7 +8,7 @@ class WorkerThreadTest : public QObject
 {
     Q_OBJECT
 private slots:
-    void resultComesBackOnTheContextThread()
+    void resultsComeBackOnTheContextThread()
     {
         QThread *workThread = nullptr;
         QThread *doneThread = nullptr;
@@ -23,14 +23,7 @@ private slots:
                 doneThread = QThread::currentThread();
                 value = v;
             });
-        QTRY_COMPARE(value, 42);
-        QVERIFY(workThread != QCoreApplication::instance()->thread());
-        QCOMPARE(doneThread, QCoreApplication::instance()->thread());
-        QVERIFY(WorkerThread::waitForAll(5000));
-    }
-
-    void movableResultsAndVoidWorkAreDelivered()
-    {
+        // Movable results, a deduced result type and void work are delivered as well.
         std::unique_ptr<int> received;
         WorkerThread::runInThread<std::shared_ptr<QString>>(
             this, [] { return std::make_shared<QString>("done"); },
@@ -41,9 +34,12 @@ private slots:
         bool voidDone = false;
         WorkerThread::runInThread(
             this, [] {}, [&] { voidDone = true; });
-        QTRY_VERIFY(received && voidDone && !deduced.isEmpty());
+        QTRY_VERIFY(value == 42 && received && voidDone && !deduced.isEmpty());
+        QVERIFY(workThread != QCoreApplication::instance()->thread());
+        QCOMPARE(doneThread, QCoreApplication::instance()->thread());
         QCOMPARE(deduced, QString("deduced"));
         QCOMPARE(*received, 4);
+        QVERIFY(WorkerThread::waitForAll(5000));
     }
 
     void nothingIsDeliveredToADestroyedContext()

@@ -109,11 +109,9 @@ private slots:
 
         const Project &p3 = projects.at(2);
         QCOMPARE(p3.getName(), QString("p3")); // an empty ".name" falls back to the folder name
-        QVERIFY(!p3.getLastModified());
-        QVERIFY(log.contains("Failed to parse project open timestamp not-a-number"));
+        QVERIFY(!p3.getLastModified() && log.contains("Failed to parse project open timestamp not-a-number"));
 
-        QVERIFY(log.contains(base + "/empty is empty"));
-        QVERIFY(log.contains(home.path() + "/gone does not exist"));
+        QVERIFY(log.contains(base + "/empty is empty") && log.contains(home.path() + "/gone does not exist"));
 
         const Project &notes = projects.at(4);
         QCOMPARE(notes.getProjectDirectory(), configDir + "/light-edit");
@@ -184,16 +182,12 @@ private slots:
         QCOMPARE(paths(projects), (QStringList { base + "/shared", base + "/only-home" }));
         for (const Project &p : projects)
             QCOMPARE(p.getOpenItems(), QList<ProjectOpenItem> { ProjectOpenItem("forge", "ch-forge") });
-    }
 
-    void dataLocationIsSearchedToo()
-    {
-        TempHome home;
-        const QString base = QFileInfo(home.path()).canonicalFilePath();
+        // The tool's data location is searched too.
         makeProject(base + "/elsewhere");
         replaceFile(home.path() + "/custom-data/options/" + kRecentFile,
             recentProjectsXml({ { "$USER_HOME$/elsewhere", None } }));
-        LatheProjectSource::Tool t = tool("forge", "Forge*");
+        LatheProjectSource::Tool t = tool("forge", "None*");
         t.dataLocation = "$HOME/custom-data";
         QCOMPARE(paths(LatheProjectSource::findToolProjects(t)), QStringList { base + "/elsewhere" });
     }

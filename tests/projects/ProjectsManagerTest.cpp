@@ -81,16 +81,17 @@ private slots:
         makeProject(w.base + "/a");
         makeProject(w.base + "/b");
         makeProject(w.base + "/c");
+        // A link and the folder it names are one project.
+        QVERIFY(QFile::link(w.base + "/b", w.base + "/link"));
         replaceFile(w.forgeFile,
-            recentProjectsXml({ { "$USER_HOME$/a", QString("1000") }, { "$USER_HOME$/b", QString("2000") },
+            recentProjectsXml({ { "$USER_HOME$/a", QString("1000") }, { "$USER_HOME$/link", QString("2000") },
                 { "$USER_HOME$/c", None } }));
         replaceFile(w.sparkFile, recentProjectsXml({ { "$USER_HOME$/b", QString("3000") } }));
         QSignalSpy detected(w.manager.get(), &ProjectsManager::projectsDetected);
 
         LogCapture log;
         QVERIFY(w.manager->updateProjectsNow(ProjectsUpdateReason::Startup));
-        QVERIFY(log.contains("Update projects: start-up"));
-        QVERIFY(log.contains("3 recent projects detected"));
+        QVERIFY(log.contains("Update projects: start-up") && log.contains("3 recent projects detected"));
         const QList<Project> projects = w.manager->getProjects();
         // Newest first; a project with no time at all comes last.
         QCOMPARE(paths(projects), (QStringList { w.base + "/b", w.base + "/a", w.base + "/c" }));
@@ -98,6 +99,7 @@ private slots:
         QCOMPARE(
             b.getOpenItems(), (QList<ProjectOpenItem> { { "forge", "ch-forge" }, { "spark", "ch-spark" } }));
         QCOMPARE(b.lastModifiedMsecs(), qint64(3000));
+        QCOMPARE(b.getName(), QString("b"));
         QCOMPARE(b.getDefaultOpenItemKey(), QString("spark$$ch-spark")); // the tool that opened it last
         QCOMPARE(projects.at(1).getDefaultOpenItemKey(), QString("forge$$ch-forge"));
         QCOMPARE(detected.count(), 1);
@@ -114,30 +116,23 @@ private slots:
         QVERIFY(!projects.at(2).toJson().contains("last_modified"));
     }
 
-    void symlinkAndRealPathAreOneProject()
-    {
-        World w;
-        makeProject(w.base + "/real");
-        QVERIFY(QFile::link(w.base + "/real", w.base + "/link"));
-        replaceFile(w.forgeFile, recentProjectsXml({ { "$USER_HOME$/link", QString("10") } }));
-        replaceFile(w.sparkFile, recentProjectsXml({ { "$USER_HOME$/real", QString("20") } }));
-        w.manager->updateProjectsNow(ProjectsUpdateReason::Startup);
-        const QList<Project> projects = w.manager->getProjects();
-        QCOMPARE(paths(projects), QStringList { w.base + "/real" });
-        QCOMPARE(projects.first().getOpenItems().size(), 2);
-        QCOMPARE(projects.first().getName(), QString("real"));
-    }
-
     void hiddenProjectComesBackWhenOpenedAgain()
     {
         World w;
         makeProject(w.base + "/a");
         makeProject(w.base + "/b");
+        makeProject(w.base + "/untimed");
+        const QList<RecentEntry> untimed { { "$USER_HOME$/untimed", None } };
         replaceFile(w.forgeFile,
-            recentProjectsXml(
-                { { "$USER_HOME$/a", QString("1000") }, { "$USER_HOME$/b", QString("1000") } }));
-        QVERIFY(w.manager->updateProjectsNow(ProjectsUpdateReason::Startup));
-        QCOMPARE(w.manager->getProjects().size(), 2);
+            recentProjectsXml(QList<RecentEntry> {
+                                  { "$USER_HOME$/a", QString("1000") }, { "$USER_HOME$/b", QString("1000") } }
+                + untimed));
+        // A project hidden with no opening time to compare stays hidden.
+        w.edit([&](SelfSettings &s) {
+            s.setHiddenProject(w.base + "/untimed", QDateTime::fromMSecsSinceEpoch(1));
+        });
+        w.manager->updateProjectsNow(ProjectsUpdateReason::Startup);
+        QCOMPARE(paths(w.manager->getProjects()), (QStringList { w.base + "/a", w.base + "/b" }));
 
         // Hidden after its last opening: gone, through the settings signal and a worker.
         QSignalSpy finished(w.manager.get(), &ProjectsManager::updateFinished);
@@ -150,26 +145,15 @@ private slots:
 
         // Opened again later than it was hidden: back, and the hidden mark is dropped from the file.
         replaceFile(w.forgeFile,
-            recentProjectsXml(
-                { { "$USER_HOME$/a", QString("60000") }, { "$USER_HOME$/b", QString("1000") } }));
+            recentProjectsXml(QList<RecentEntry> { { "$USER_HOME$/a", QString("60000") },
+                                  { "$USER_HOME$/b", QString("1000") } }
+                + untimed));
         QVERIFY(w.manager->updateProjectsNow(ProjectsUpdateReason::RecentProjectsFileChanged));
         QCOMPARE(paths(w.manager->getProjects()), (QStringList { w.base + "/a", w.base + "/b" }));
         QVERIFY(!w.settings->getSettings().getHiddenProjects().contains(w.base + "/a"));
+        QVERIFY(w.settings->getSettings().getHiddenProjects().contains(w.base + "/untimed"));
         const QJsonObject hidden = w.settingsOnDisk().value("projects").toObject().value("hidden").toObject();
         QVERIFY2(!hidden.contains(w.base + "/a"), qPrintable(QJsonDocument(w.settingsOnDisk()).toJson()));
-    }
-
-    void hiddenProjectWithoutTimeStaysHidden()
-    {
-        World w;
-        makeProject(w.base + "/untimed");
-        replaceFile(w.forgeFile, recentProjectsXml({ { "$USER_HOME$/untimed", None } }));
-        w.edit([&](SelfSettings &s) {
-            s.setHiddenProject(w.base + "/untimed", QDateTime::fromMSecsSinceEpoch(1));
-        });
-        w.manager->updateProjectsNow(ProjectsUpdateReason::Startup);
-        QVERIFY(w.manager->getProjects().isEmpty());
-        QVERIFY(w.settings->getSettings().getHiddenProjects().contains(w.base + "/untimed"));
     }
 
     void favouritesAndChosenToolsComeFromTheSettings()

@@ -8,66 +8,57 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
-namespace {
-bool similar(const QString &a, const QString &b)
-{
-    const bool forward = VcsInfo(VcsType::Git, a).isSimilar(VcsInfo(VcsType::Git, b));
-    const bool backward = VcsInfo(VcsType::Git, b).isSimilar(VcsInfo(VcsType::Git, a));
-    if (forward != backward)
-        qWarning() << "isSimilar is not symmetric for" << a << b;
-    return forward && backward;
-}
-} // namespace
-
 class VcsInfoTest : public QObject
 {
     Q_OBJECT
 private slots:
-    void httpsWithGitSuffixMatchesScpLikeOnConfiguredHost()
+    void similarRemotes_data()
     {
+        QTest::addColumn<QString>("a");
+        QTest::addColumn<QString>("b");
+        QTest::addColumn<bool>("similar");
         const QString host = VcsInfo::gitHostingHost();
         QVERIFY(!host.isEmpty());
-        QVERIFY(similar("https://" + host + "/owner/repo.git", "git@" + host + ":owner/repo"));
-        QVERIFY(similar("https://" + host + "/owner/repo", "git@" + host + ":owner/repo.git"));
-        QVERIFY(similar("ssh://git@" + host + ":22/owner/repo.git", "http://" + host + "/owner/repo/"));
-        QVERIFY(
-            similar("https://user:secret@" + host + "/owner/repo?tab=readme", "git@" + host + ":owner/repo"));
+        const auto row = [](const QString &a, const QString &b, bool similar) {
+            QTest::newRow(qPrintable(a + " ~ " + b)) << a << b << similar;
+        };
+        // On the configured hosting host "x.git" and "x" name one repository.
+        row("https://" + host + "/owner/repo.git", "git@" + host + ":owner/repo", true);
+        row("https://" + host + "/owner/repo", "git@" + host + ":owner/repo.git", true);
+        row("ssh://git@" + host + ":22/owner/repo.git", "http://" + host + "/owner/repo/", true);
+        row("https://user:secret@" + host + "/owner/repo?tab=readme", "git@" + host + ":owner/repo", true);
         // The rule strips a ".git" suffix only, not other endings or inner parts.
-        QVERIFY(!similar("https://" + host + "/owner/repo.gitx", "git@" + host + ":owner/repo"));
-        QVERIFY(!similar("https://" + host + "/owner/repo.git", "git@" + host + ":owner/other"));
+        row("https://" + host + "/owner/repo.gitx", "git@" + host + ":owner/repo", false);
+        row("https://" + host + "/owner/repo.git", "git@" + host + ":owner/other", false);
+        // Other hosts keep the suffix.
+        row("https://git.example.org/owner/repo.git", "git@git.example.org:owner/repo", false);
+        row("https://git.example.org/owner/repo.git", "git@git.example.org:owner/repo.git", true);
+        row("https://git.example.org/owner/repo", "https://git.example.org/owner/repo/", true);
+        // Hosts and paths must be equal; ports and user names do not tell repositories apart.
+        row("https://github.com/owner/repo", "https://gitlab.com/owner/repo", false);
+        row("https://github.com/owner/repo", "https://github.com/owner/repo2", false);
+        row("https://github.com/owner/repo", "https://github.com/owner", false);
+        row("https://github.com/Owner/repo", "https://github.com/owner/repo", false);
+        row("https://example.org:8443/a/b", "ssh://me@example.org/a/b", true);
+        // Protocols count as one group only for web and ssh.
+        row("http://example.org/a/b", "https://example.org/a/b", true);
+        row("ssh://example.org/a/b", "example.org/a/b", true);
+        row("git://example.org/a/b", "git://example.org/a/b", true);
+        row("git://example.org/a/b", "https://example.org/a/b", false);
+        row("git://example.org/a/b", "example.org/a/b", false);
+        row("ftp://example.org/a/b", "git://example.org/a/b", false);
+        // Unparsable remotes are only similar when equal.
+        row("", "", true);
+        row("", "https://github.com/a/b", false);
     }
 
-    void otherHostsKeepTheGitSuffix()
+    void similarRemotes()
     {
-        QVERIFY(!similar("https://git.example.org/owner/repo.git", "git@git.example.org:owner/repo"));
-        QVERIFY(similar("https://git.example.org/owner/repo.git", "git@git.example.org:owner/repo.git"));
-        QVERIFY(similar("https://git.example.org/owner/repo", "https://git.example.org/owner/repo/"));
-    }
-
-    void hostsAndPathsMustBeEqual()
-    {
-        QVERIFY(!similar("https://github.com/owner/repo", "https://gitlab.com/owner/repo"));
-        QVERIFY(!similar("https://github.com/owner/repo", "https://github.com/owner/repo2"));
-        QVERIFY(!similar("https://github.com/owner/repo", "https://github.com/owner"));
-        QVERIFY(!similar("https://github.com/Owner/repo", "https://github.com/owner/repo"));
-        // Ports and user names do not tell repositories apart.
-        QVERIFY(similar("https://example.org:8443/a/b", "ssh://me@example.org/a/b"));
-    }
-
-    void protocolsCountAsOneGroupOnlyForWebAndSsh()
-    {
-        QVERIFY(similar("http://example.org/a/b", "https://example.org/a/b"));
-        QVERIFY(similar("ssh://example.org/a/b", "example.org/a/b"));
-        QVERIFY(similar("git://example.org/a/b", "git://example.org/a/b"));
-        QVERIFY(!similar("git://example.org/a/b", "https://example.org/a/b"));
-        QVERIFY(!similar("git://example.org/a/b", "example.org/a/b"));
-        QVERIFY(!similar("ftp://example.org/a/b", "git://example.org/a/b"));
-    }
-
-    void unparsableRemotesAreOnlySimilarWhenEqual()
-    {
-        QVERIFY(VcsInfo(VcsType::Git, "").isSimilar(VcsInfo(VcsType::Git, "")));
-        QVERIFY(!VcsInfo(VcsType::Git, "").isSimilar(VcsInfo(VcsType::Git, "https://github.com/a/b")));
+        QFETCH(QString, a);
+        QFETCH(QString, b);
+        QFETCH(bool, similar);
+        QCOMPARE(VcsInfo(VcsType::Git, a).isSimilar(VcsInfo(VcsType::Git, b)), similar);
+        QCOMPARE(VcsInfo(VcsType::Git, b).isSimilar(VcsInfo(VcsType::Git, a)), similar);
     }
 
     void originUrlIsTheFirstUrlOfTheOriginSection()
@@ -86,47 +77,29 @@ private slots:
             Option<QString>("https://h/a/b"));
     }
 
-    void realRepositoryGivesItsOriginOnce()
+    void repositoryGivesItsOriginOnceOrNothing()
     {
-        // The remote format itself is covered by the config parser above; this is git's own file.
-        const QString remote = "ssh://git@example.org:2222/group/project.git";
+        LogCapture log;
         QTemporaryDir dir;
         const QString path = makeProject(dir.path() + "/project");
+        const auto vcsOf = [&path] {
+            Project project(path);
+            addExistingGitVcs(project);
+            addExistingGitVcs(project);
+            return project.getVcsInfos();
+        };
+        QVERIFY(vcsOf().isEmpty()); // no ".git" folder
         QCOMPARE(run("git", { "init", "-q", path }), 0);
         QCOMPARE(run("git", { "remote", "add", "upstream", "https://example.org/fork.git" }, path), 0);
+        QVERIFY(vcsOf().isEmpty() && log.contains("No origin remote in " + path + "/.git/config"));
+        // The remote format itself is covered by the config parser above; this is git's own file.
+        const QString remote = "ssh://git@example.org:2222/group/project.git";
         QCOMPARE(run("git", { "remote", "add", "origin", remote }, path), 0);
-        Project project(path);
-        addExistingGitVcs(project);
-        addExistingGitVcs(project);
-        QCOMPARE(project.getVcsInfos(), QList<VcsInfo> { VcsInfo(VcsType::Git, remote) });
-    }
+        QCOMPARE(vcsOf(), QList<VcsInfo> { VcsInfo(VcsType::Git, remote) });
 
-    void repositoryWithoutOriginOrGitFolderGivesNothing()
-    {
-        LogCapture log;
-        QTemporaryDir dir;
-        const QString path = makeProject(dir.path() + "/project");
-        Project plain(path);
-        addExistingGitVcs(plain);
-        QVERIFY(plain.getVcsInfos().isEmpty());
-
-        QCOMPARE(run("git", { "init", "-q", path }), 0);
-        QCOMPARE(run("git", { "remote", "add", "upstream", "https://example.org/x.git" }, path), 0);
-        Project noOrigin(path);
-        addExistingGitVcs(noOrigin);
-        QVERIFY(noOrigin.getVcsInfos().isEmpty());
-        QVERIFY(log.contains("No origin remote in " + path + "/.git/config"));
-    }
-
-    void unreadableGitConfigIsLogged()
-    {
-        QTemporaryDir dir;
-        const QString path = makeProject(dir.path() + "/project");
+        QVERIFY(QDir(path + "/.git").removeRecursively());
         QDir().mkpath(path + "/.git/config"); // a folder where the file should be: never readable
-        LogCapture log;
-        Project project(path);
-        addExistingGitVcs(project);
-        QVERIFY(project.getVcsInfos().isEmpty());
+        QVERIFY(vcsOf().isEmpty());
         QVERIFY(log.contains("Git configuration file for " + path + "/.git/config is not accessible"));
     }
 };

@@ -3,6 +3,7 @@
 #include "feed/records/RemoteFeedItem.h"
 #include "feed/records/RemotePatchItem.h"
 #include "support/TempHome.h"
+#include "support/TestData.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -11,16 +12,6 @@
 #include <QThread>
 #include <QtTest>
 #include <algorithm>
-
-// JSON written with single quotes, which read better inside C++ strings.
-static QJsonObject json(const char *text)
-{
-    QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(QByteArray(text).replace('\'', '"'), &error);
-    if (error.error != QJsonParseError::NoError)
-        qFatal("bad JSON in test: %s", qPrintable(error.errorString()));
-    return document.object();
-}
 
 static RemoteFeedItem item(
     const QString &id, const QString &build, int quality = 1, int major = 1, const QString &name = QString())
@@ -33,6 +24,8 @@ static RemoteFeedItem item(
         object.insert("name", name);
     return RemoteFeedItem(object);
 }
+
+static const char *const kPatch12 = "{'application_id': 't', 'from_build': '1', 'to_build': '2'}";
 
 template <typename T> static QString debugText(const T &value)
 {
@@ -58,65 +51,57 @@ private slots:
     {
         // Every key of the wrong JSON type; nothing may crash or leak a value.
         const RemoteFeedItem odd(
-            json("{ "
-                 "'id': 17, 'name': ['x'], 'description': {}, 'version': true, 'build': 3, "
+            json("{'id': 17, 'name': ['x'], 'description': {}, 'version': true, 'build': 3, "
                  "'icon_url': null, 'order_value': '5', 'quality': 'release', 'major_version': [1], "
                  "'branch': {'name': 2019}, 'package': 'tar.gz', 'uninstall': {'feedback': 'no'}, "
                  "'expires': 1577836800, 'whats_new': 'text', 'supersedes': {'id': 'x'}, "
-                 "'lathe_platform': 'yes', 'plinth': [], 'post_install': {'steps': {'id': 'x'}} "
-                 "}"));
-        QCOMPARE(odd.getApplicationType(), QString());
-        QCOMPARE(odd.getPresentableFullName(), QString());
-        QCOMPARE(odd.getPresentableDescription(), QString());
-        QCOMPARE(odd.getPresentableVersion(), QString());
-        QCOMPARE(odd.getBuild(), QString());
-        QCOMPARE(odd.getIconUrl(), QString());
-        QCOMPARE(odd.orderValue(), 0);
-        QVERIFY(odd.qualityNode().isEmpty());
-        QVERIFY(odd.majorVersionNode().isEmpty());
-        QVERIFY(!odd.branch());
-        QVERIFY(!odd.getPackageType().isValid());
-        QCOMPARE(odd.getDownloadUrl(), QString());
-        QVERIFY(odd.getUninstallFeedback().isEmpty());
-        QVERIFY(!odd.getExpirationDate());
-        QVERIFY(odd.getWhatsNewNode().isEmpty());
-        QVERIFY(odd.getSupersededTypes().isEmpty());
-        QVERIFY(!odd.getLathePlatformData());
-        QVERIFY(!odd.getPlinthData());
-        QVERIFY(odd.getPostInstallSteps().isEmpty());
-        QVERIFY(!odd.isValid());
+                 "'lathe_platform': 'yes', 'plinth': [], 'post_install': {'steps': {'id': 'x'}}}"));
+        QCOMPARE(QStringList({ odd.getApplicationType(), odd.getPresentableFullName(),
+                                 odd.getPresentableDescription(), odd.getPresentableVersion(), odd.getBuild(),
+                                 odd.getIconUrl(), odd.getDownloadUrl() })
+                     .join(""),
+            QString()); // every one of them empty
+        QVERIFY(odd.orderValue() == 0 && odd.qualityNode().isEmpty() && odd.majorVersionNode().isEmpty());
+        QVERIFY(!odd.branch() && !odd.getPackageType().isValid() && !odd.getExpirationDate());
+        QVERIFY(odd.getUninstallFeedback().isEmpty() && odd.getWhatsNewNode().isEmpty());
+        QVERIFY(odd.getSupersededTypes().isEmpty() && odd.getPostInstallSteps().isEmpty());
+        QVERIFY(!odd.getLathePlatformData() && !odd.getPlinthData() && !odd.isValid());
 
-        const RemoteFeedItem oddPackage(
-            json("{'package': {'type': 1, 'url': 2, 'size': '10', "
-                 "'strip_directories': '1', 'requirements': [], 'checksums': {'alg': 'sha-256'}, "
-                 "'arguments': 'x', 'command': false}}"));
-        QCOMPARE(oddPackage.getPackageType().getPackageType(), QString());
-        QCOMPARE(oddPackage.getPackageType().getCommand(), QString());
-        QVERIFY(oddPackage.getPackageType().getArguments().isEmpty());
-        QCOMPARE(oddPackage.getDownloadUrl(), QString());
-        QCOMPARE(oddPackage.getDownloadSize(), 0);
-        QCOMPARE(oddPackage.getStripDirectories(), 0);
-        QVERIFY(oddPackage.getRequirementsNode().isEmpty());
-        QVERIFY(oddPackage.getChecksumsField().isEmpty());
+        const RemoteFeedItem pkg(json("{'package': {'type': 1, 'url': 2, 'size': '10', "
+                                      "'strip_directories': '1', 'requirements': [], 'checksums': {'alg': "
+                                      "'sha-256'}, 'arguments': 'x', 'command': false}}"));
+        QCOMPARE(QStringList({ pkg.getPackageType().getPackageType(), pkg.getPackageType().getCommand(),
+                                 pkg.getDownloadUrl() })
+                     .join(""),
+            QString());
+        QVERIFY(pkg.getPackageType().getArguments().isEmpty() && pkg.getRequirementsNode().isEmpty());
+        QVERIFY(pkg.getDownloadSize() == 0 && pkg.getStripDirectories() == 0);
+        QVERIFY(pkg.getChecksumsField().isEmpty());
+    }
+
+    void namesAndBuildsFallBack_data()
+    {
+        QTest::addColumn<QString>("record");
+        QTest::addColumn<QStringList>("nameDescriptionBuild");
+        // The description falls back to the id, not the name.
+        QTest::newRow("no name") << "{'id': 'tool', 'version': '2018.3'}"
+                                 << QStringList { "tool", "tool", "2018.3" };
+        QTest::newRow("empty build") << "{'id': 'tool', 'name': 'Tool', 'version': '2018.3', 'build': ''}"
+                                     << QStringList { "Tool", "tool", "2018.3" };
+        QTest::newRow("all") << "{'id': 't', 'version': '2018.3', 'build': '183.1', 'description': 'D'}"
+                             << QStringList { "t", "D", "183.1" };
     }
 
     void namesAndBuildsFallBack()
     {
-        const RemoteFeedItem noName(json("{'id': 'tool', 'version': '2018.3'}"));
-        QCOMPARE(noName.getPresentableFullName(), QString("tool"));
-        QCOMPARE(noName.getPresentableDescription(), QString("tool")); // the id, not the name
-        QCOMPARE(noName.getBuild(), QString("2018.3"));
-        QCOMPARE(noName.getPresentableFullNameAndVersionAndBuild(), QString("tool 2018.3 build 2018.3"));
-
-        const RemoteFeedItem named(json("{'id': 'tool', 'name': 'Tool', 'version': '2018.3', 'build': ''}"));
-        QCOMPARE(named.getPresentableFullName(), QString("Tool"));
-        QCOMPARE(named.getPresentableDescription(), QString("tool"));
-        QCOMPARE(named.getBuild(), QString("2018.3"));
-
-        const RemoteFeedItem both(
-            json("{'id': 't', 'version': '2018.3', 'build': '183.1', 'description': 'D'}"));
-        QCOMPARE(both.getBuild(), QString("183.1"));
-        QCOMPARE(both.getPresentableDescription(), QString("D"));
+        QFETCH(QString, record);
+        QFETCH(QStringList, nameDescriptionBuild);
+        const RemoteFeedItem entry(json(qPrintable(record)));
+        QCOMPARE(QStringList(
+                     { entry.getPresentableFullName(), entry.getPresentableDescription(), entry.getBuild() }),
+            nameDescriptionBuild);
+        QCOMPARE(entry.getPresentableFullNameAndVersionAndBuild(),
+            nameDescriptionBuild[0] + " 2018.3 build " + nameDescriptionBuild[2]);
     }
 
     void sizeIsASigned32BitInteger_data()
@@ -138,10 +123,10 @@ private slots:
     {
         QFETCH(QJsonValue, size);
         QFETCH(int, expected);
-        const RemoteFeedItem entry(QJsonObject { { "package", QJsonObject { { "size", size } } } });
-        QCOMPARE(entry.getDownloadSize(), expected);
-        const RemotePatchItem patch(QJsonObject { { "size", size } });
-        QCOMPARE(patch.getDownloadSize(), expected);
+        QCOMPARE(
+            RemoteFeedItem(QJsonObject { { "package", QJsonObject { { "size", size } } } }).getDownloadSize(),
+            expected);
+        QCOMPARE(RemotePatchItem(QJsonObject { { "size", size } }).getDownloadSize(), expected);
         // Order values use the same rule.
         const RemoteFeedItem ordered(
             QJsonObject { { "order_value", size }, { "quality", QJsonObject { { "order_value", size } } } });
@@ -159,49 +144,57 @@ private slots:
         const auto expires = [](const char *text) {
             return RemoteFeedItem(QJsonObject { { "expires", text } }).getExpirationDate();
         };
-        QCOMPARE(
-            expires("2020-01-02T03:04:05Z").value(), QDateTime(QDate(2020, 1, 2), QTime(3, 4, 5), Qt::UTC));
         QCOMPARE(expires("2020-01-02T03:04:05.250Z").value(),
             QDateTime(QDate(2020, 1, 2), QTime(3, 4, 5, 250), Qt::UTC));
-        QVERIFY(!expires(""));
-        QVERIFY(!expires("next tuesday"));
-        QVERIFY(!expires("2020-13-45T99:00:00Z"));
+        QCOMPARE(
+            expires("2020-01-02T03:04:05Z").value(), QDateTime(QDate(2020, 1, 2), QTime(3, 4, 5), Qt::UTC));
+        QVERIFY(!expires("") && !expires("next tuesday") && !expires("2020-13-45T99:00:00Z"));
 
         const RemoteFeedItem listed(
             json("{'supersedes': [{'id': 'old'}, {'id': ''}, {}, 5, {'id': 3}, {'id': 'older'}], "
                  "'package': {'checksums': [{'alg': 'sha-256', 'value': 'ab'}, {'value': 'cd'}, 'x']}}"));
         QCOMPARE(listed.getSupersededTypes(), QStringList({ "old", "older" }));
-        const FeedChecksums checksums = listed.getChecksumsField();
-        QCOMPARE(checksums.size(), 3);
-        QCOMPARE(checksums.at(0), FeedChecksum("sha-256", "ab"));
-        QCOMPARE(checksums.at(1), FeedChecksum("", "cd"));
-        QCOMPARE(checksums.at(2), FeedChecksum("", ""));
+        QCOMPARE(listed.getChecksumsField(),
+            FeedChecksums({ FeedChecksum("sha-256", "ab"), FeedChecksum("", "cd"), FeedChecksum("", "") }));
+    }
+
+    void validity_data()
+    {
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<QString>("record");
+        QTest::addColumn<bool>("valid");
+        const auto row = [](const char *kind, const char *record, bool valid) {
+            QTest::newRow(record) << QString(kind) << QString(record) << valid;
+        };
+        row("entry", "{'id': 't', 'version': '1', 'package': {'type': 'zip'}}", true);
+        row("entry", "{'id': '', 'version': '1', 'package': {'type': 'zip'}}", false);
+        row("entry", "{'id': 't', 'build': '1', 'package': {'type': 'zip'}}", false);
+        row("entry", "{'id': 't', 'version': '1', 'package': {'type': ''}}", false);
+        row("entry", "{'id': 't', 'version': '1'}", false);
+        row("patch", kPatch12, true);
+        row("patch", "{'application_id': 't', 'from_build': '1', 'to_build': 2}", false);
+        row("patch", "{'application_id': 't', 'to_build': '2'}", false);
+        row("patch", "{'from_build': '1', 'to_build': '2'}", false);
+        row("quality", "{'order_value': 1}", true);
+        row("quality", "{'order_value': 0, 'name': 'x'}", false);
+        row("quality", "{'order_value': -1}", false);
+        row("quality", "{'name': 'release'}", false);
+        row("major", "{'order_value': 3}", true);
+        row("major", "{'order_value': 0.5}", false);
+        row("major", "{}", false);
     }
 
     void validity()
     {
-        QVERIFY(item("tool", "1.0").isValid());
-        QVERIFY(RemoteFeedItem(json("{'id': 't', 'version': '1', 'package': {'type': 'zip'}}")).isValid());
-        QVERIFY(!RemoteFeedItem(json("{'id': '', 'version': '1', 'package': {'type': 'zip'}}")).isValid());
-        QVERIFY(!RemoteFeedItem(json("{'id': 't', 'build': '1', 'package': {'type': 'zip'}}")).isValid());
-        QVERIFY(!RemoteFeedItem(json("{'id': 't', 'version': '1', 'package': {'type': ''}}")).isValid());
-        QVERIFY(!RemoteFeedItem(json("{'id': 't', 'version': '1'}")).isValid());
-
-        QVERIFY(
-            RemotePatchItem(json("{'application_id': 't', 'from_build': '1', 'to_build': '2'}")).isValid());
-        QVERIFY(
-            !RemotePatchItem(json("{'application_id': 't', 'from_build': '1', 'to_build': 2}")).isValid());
-        QVERIFY(!RemotePatchItem(json("{'application_id': 't', 'to_build': '2'}")).isValid());
-        QVERIFY(!RemotePatchItem(json("{'from_build': '1', 'to_build': '2'}")).isValid());
-
-        QVERIFY(ApplicationQuality(json("{'order_value': 1}")).isValid());
-        QVERIFY(!ApplicationQuality(json("{'order_value': 0, 'name': 'x'}")).isValid());
-        QVERIFY(!ApplicationQuality(json("{'order_value': -1}")).isValid());
-        QVERIFY(!ApplicationQuality(json("{'name': 'release'}")).isValid());
-        QVERIFY(!ApplicationQuality().isValid());
-        QVERIFY(ApplicationMajorVersion(json("{'order_value': 3}")).isValid());
-        QVERIFY(!ApplicationMajorVersion(json("{'order_value': 0.5}")).isValid());
-        QVERIFY(!ApplicationMajorVersion().isValid());
+        QFETCH(QString, kind);
+        QFETCH(QString, record);
+        QFETCH(bool, valid);
+        const QJsonObject object = json(qPrintable(record));
+        const bool isValid = kind == "entry" ? RemoteFeedItem(object).isValid()
+            : kind == "patch"                ? RemotePatchItem(object).isValid()
+            : kind == "quality"              ? ApplicationQuality(object).isValid()
+                                             : ApplicationMajorVersion(object).isValid();
+        QCOMPARE(isValid, valid);
     }
 
     void identityAndHashing()
@@ -210,14 +203,11 @@ private slots:
         QJsonObject withUnknown = base;
         withUnknown.insert("future_key", QJsonObject { { "a", 1 } });
         const RemoteFeedItem a(base), b(withUnknown), c(base);
-        QVERIFY(a != b);
-        QVERIFY(a.isEqualByID(b));
-        QVERIFY(a == c);
+        QVERIFY(a != b && a.isEqualByID(b) && a == c);
         QCOMPARE(qHash(a), qHash(c));
 
         // The version stands in for a missing build on both sides.
-        const RemoteFeedItem noBuild(json("{'id': 'tool', 'version': '183.1'}"));
-        QVERIFY(noBuild.isEqualByID(a));
+        QVERIFY(RemoteFeedItem(json("{'id': 'tool', 'version': '183.1'}")).isEqualByID(a));
         QVERIFY(!RemoteFeedItem(json("{'id': 'other', 'version': '183.1'}")).isEqualByID(a));
         QVERIFY(!item("tool", "183.2").isEqualByID(a));
 
@@ -226,11 +216,10 @@ private slots:
         QCOMPARE(set.size(), 3);
         QVERIFY(set.contains(RemoteFeedItem(withUnknown)));
 
-        const RemotePatchItem p1(json("{'application_id': 't', 'from_build': '1', 'to_build': '2'}"));
+        const RemotePatchItem p1(json(kPatch12));
         const RemotePatchItem p2(json("{'application_id': 't', 'from_build': '1', 'to_build': '2', 'x': 1}"));
         QVERIFY(p1 != p2);
-        QSet<RemotePatchItem> patches { p1, p2, RemotePatchItem(p1.toJson()) };
-        QCOMPARE(patches.size(), 2);
+        QCOMPARE((QSet<RemotePatchItem> { p1, p2, RemotePatchItem(p1.toJson()) }.size()), 2);
 
         // Qualities and major versions are equal by order value alone.
         QSet<ApplicationQuality> qualities { ApplicationQuality(json("{'order_value': 1, 'name': 'a'}")),
@@ -240,44 +229,50 @@ private slots:
             == ApplicationMajorVersion(json("{'order_value': 2}")));
     }
 
-    void sortsByQualityAndVersionPreferredFirst()
+    void sorts()
     {
-        QList<RemoteFeedItem> items { item("t", "183.10", 2, 5), item("t", "183.9", 1, 1),
-            item("t", "191.2", 1, 2), item("t", "191.10", 1, 2), item("t", "200.1", 2, 6),
-            item("t", "183.9.1", 1, 1) };
-        std::sort(items.begin(), items.end(), RemoteFeedItem::compareByQualityAndVersion);
-        QStringList builds;
-        for (const RemoteFeedItem &i : items)
-            builds << i.getBuild();
+        const auto order = [](QList<RemoteFeedItem> items, auto less) {
+            std::sort(items.begin(), items.end(), less);
+            QStringList result;
+            for (const RemoteFeedItem &i : items)
+                result << i.getPresentableFullName() + " " + i.getBuild();
+            return result;
+        };
         // Quality 1 before 2; within a quality the higher major version, then the newer build.
-        QCOMPARE(builds, QStringList({ "191.10", "191.2", "183.9.1", "183.9", "200.1", "183.10" }));
-
+        QCOMPARE(order({ item("t", "183.10", 2, 5), item("t", "183.9", 1, 1), item("t", "191.2", 1, 2),
+                           item("t", "191.10", 1, 2), item("t", "200.1", 2, 6), item("t", "183.9.1", 1, 1) },
+                     RemoteFeedItem::compareByQualityAndVersion),
+            QStringList({ "t 191.10", "t 191.2", "t 183.9.1", "t 183.9", "t 200.1", "t 183.10" }));
         QVERIFY(!RemoteFeedItem::compareByVersion(item("t", "1.0"), item("t", "1_0")));
         QVERIFY(!RemoteFeedItem::compareByVersion(item("t", "1_0"), item("t", "1.0")));
         QVERIFY(RemoteFeedItem::compareByVersion(item("t", "1.0", 1, 2), item("t", "9.0", 1, 1)));
-    }
 
-    void sortsByNameThenVersion()
-    {
-        QList<RemoteFeedItem> items { item("b", "9", 1, 1, "beta"), item("a", "10", 1, 1, "Alpha"),
-            item("a", "9", 1, 1, "alpha"), item("c", "1", 1, 1), item("b", "10", 1, 1, "Beta") };
-        QList<RemoteFeedItem> versionAware = items;
-        std::sort(versionAware.begin(), versionAware.end(), RemoteFeedItem::compareByNameAndVersion);
-        QStringList order;
-        for (const RemoteFeedItem &i : versionAware)
-            order << i.getPresentableFullName() + " " + i.getBuild();
-        QCOMPARE(order, QStringList({ "Alpha 10", "alpha 9", "Beta 10", "beta 9", "c 1" }));
-
+        QCOMPARE(
+            order({ item("b", "9", 1, 1, "beta"), item("a", "10", 1, 1, "Alpha"),
+                      item("a", "9", 1, 1, "alpha"), item("c", "1", 1, 1), item("b", "10", 1, 1, "Beta") },
+                RemoteFeedItem::compareByNameAndVersion),
+            QStringList({ "Alpha 10", "alpha 9", "Beta 10", "beta 9", "c 1" }));
         // The lexical variant compares "name version" as text: "10" before "9".
-        QList<RemoteFeedItem> lexical { item("x", "9", 1, 1, "X"), item("x", "10", 1, 1, "x") };
-        std::sort(lexical.begin(), lexical.end(), RemoteFeedItem::compareByNameAndVersionLexical);
-        QCOMPARE(lexical.first().getBuild(), QString("10"));
-        std::sort(lexical.begin(), lexical.end(), RemoteFeedItem::compareByNameAndVersion);
-        QCOMPARE(lexical.first().getBuild(), QString("10"));
+        const QList<RemoteFeedItem> lexical { item("x", "9", 1, 1, "X"), item("x", "10", 1, 1, "x") };
+        QCOMPARE(order(lexical, RemoteFeedItem::compareByNameAndVersionLexical).first(), QString("x 10"));
+        QCOMPARE(order(lexical, RemoteFeedItem::compareByNameAndVersion).first(), QString("x 10"));
         QVERIFY(RemoteFeedItem::compareByNameAndVersionLexical(
             item("x", "10", 1, 1, "X"), item("x", "9", 1, 1, "x")));
         QVERIFY(!RemoteFeedItem::compareByNameAndVersionLexical(
             item("x", "9", 1, 1, "X"), item("x", "10", 1, 1, "x")));
+
+        const auto patch = [](const char *from, const char *to) {
+            return RemotePatchItem(
+                QJsonObject { { "application_id", "t" }, { "from_build", from }, { "to_build", to } });
+        };
+        QList<RemotePatchItem> patches { patch("183.10", "183.12"), patch("183.9", "183.12"),
+            patch("183.9", "183.10"), patch("183.10", "183.11") };
+        std::sort(patches.begin(), patches.end(), RemotePatchItem::compareByVersion);
+        QStringList patchOrder;
+        for (const RemotePatchItem &p : patches)
+            patchOrder << p.getFromBuild() + ">" + p.getToBuild();
+        QCOMPARE(
+            patchOrder, QStringList({ "183.9>183.10", "183.9>183.12", "183.10>183.11", "183.10>183.12" }));
     }
 
     void decoratedSortMatchesTheComparator()
@@ -305,21 +300,6 @@ private slots:
         QVERIFY(none.isEmpty());
     }
 
-    void patchesSortOldestFirst()
-    {
-        const auto patch = [](const char *from, const char *to) {
-            return RemotePatchItem(
-                QJsonObject { { "application_id", "t" }, { "from_build", from }, { "to_build", to } });
-        };
-        QList<RemotePatchItem> patches { patch("183.10", "183.12"), patch("183.9", "183.12"),
-            patch("183.9", "183.10"), patch("183.10", "183.11") };
-        std::sort(patches.begin(), patches.end(), RemotePatchItem::compareByVersion);
-        QStringList order;
-        for (const RemotePatchItem &p : patches)
-            order << p.getFromBuild() + ">" + p.getToBuild();
-        QCOMPARE(order, QStringList({ "183.9>183.10", "183.9>183.12", "183.10>183.11", "183.10>183.12" }));
-    }
-
     void iconsAndDebugForms()
     {
         const RemoteFeedItem entry(json("{'id': 'tool', 'version': '2018.3', 'build': '183.1', "
@@ -332,35 +312,31 @@ private slots:
         QCOMPARE(debugObject.value("icon_url").toString(), QString("...removed..."));
         QCOMPARE(debugObject.value("kept"), entry.toJson().value("kept"));
         QCOMPARE(entry.getIconUrl(), QString("data:image/png;base64,AAAA")); // the record itself is unchanged
-
         QCOMPARE(debugText(entry), QString("app tool version 2018.3 build 183.1"));
-        QCOMPARE(
-            debugText(RemotePatchItem(json("{'application_id': 't', 'from_build': '1', 'to_build': '2'}"))),
-            QString("[ patch app t 1 -> 2 ]"));
+        QCOMPARE(debugText(RemotePatchItem(json(kPatch12))), QString("[ patch app t 1 -> 2 ]"));
     }
 
     void subRecordsReadTheirKeys()
     {
         const RemoteFeedItem entry(
-            json("{'lathe_platform': { "
-                 "'shell_script_name': 'tool.sh', 'vmoptions': 'bin/tool64.vmoptions', 'startup_wm_class': "
-                 "'tool-ide', "
-                 "'incompatible_vmoptions': ['-Xverify:none', 5, true, {}], "
+            json("{'lathe_platform': {'shell_script_name': 'tool.sh', 'vmoptions': 'bin/tool64.vmoptions', "
+                 "'startup_wm_class': 'tool-ide', 'incompatible_vmoptions': ['-Xverify:none', 5, true, {}], "
                  "'config': [{'directory': 'Tool2018.3', 'recent_projects_filename': 'recent.xml'}, "
                  "{'show_single_project': false}, {'show_single_project': 'false'}, 7], "
                  "'data_location': '~/data'}}"));
         const LathePlatformData lathe = entry.getLathePlatformData().value();
         QCOMPARE(lathe.getShellScriptName(), Option<QString>("tool.sh"));
-        QCOMPARE(lathe.getVmOptionsFile(), QString("bin/tool64.vmoptions"));
-        QCOMPARE(lathe.getStartupWMClass(), QString("tool-ide"));
-        QCOMPARE(lathe.getDataLocation(), QString("~/data"));
+        QCOMPARE(
+            QStringList({ lathe.getVmOptionsFile(), lathe.getStartupWMClass(), lathe.getDataLocation() }),
+            QStringList({ "bin/tool64.vmoptions", "tool-ide", "~/data" }));
         QCOMPARE(lathe.getIncompatibleOptions(), QStringList({ "-Xverify:none", "5", "true", "" }));
         const QList<LatheConfiguration> configs = lathe.getConfigurations();
         QCOMPARE(configs.size(), 4);
         QCOMPARE(configs.at(0).getConfigDirectoryPattern(), QString("Tool2018.3"));
-        QVERIFY(configs.at(0).getShowSingleProject());
-        QVERIFY(!configs.at(1).getShowSingleProject());
-        QVERIFY(configs.at(2).getShowSingleProject()); // a string is not a boolean
+        // A string is not a boolean.
+        QCOMPARE(QList<bool>({ configs.at(0).getShowSingleProject(), configs.at(1).getShowSingleProject(),
+                     configs.at(2).getShowSingleProject() }),
+            QList<bool>({ true, false, true }));
         QVERIFY(configs.at(3).toJson().isEmpty());
         QVERIFY(!LathePlatformData(json("{'shell_script_name': 1}")).getShellScriptName());
 
@@ -373,23 +349,18 @@ private slots:
     void postInstallSteps()
     {
         const RemoteFeedItem entry(
-            json("{'post_install': {'steps': [ "
-                 "{'id': 'first', 'enabled': false, 'required': false, 'progress': {'visible': true, "
-                 "'message': 'Indexing'}, "
-                 "'commands': [{'executable': 'bin/x', 'arguments': ['a'], 'lathe': "
-                 "{'additional_vmoptions_content': '-Dx'}}], "
+            json("{'post_install': {'steps': [{'id': 'first', 'enabled': false, 'required': false, "
+                 "'progress': {'visible': true, 'message': 'Indexing'}, 'commands': [{'executable': 'bin/x', "
+                 "'arguments': ['a'], 'lathe': {'additional_vmoptions_content': '-Dx'}}], "
                  "'lathe': {'temporary_copy_directories': [{'name': 'config'}, {'name': ''}, 4], "
-                 "'temporary_new_directories': [{'name': 'system'}], "
-                 "'additional_vmoptions_content': '-Xmx2g'}}, "
-                 "{'lathe': {}}, "
-                 "'not an object', "
+                 "'temporary_new_directories': [{'name': 'system'}], 'additional_vmoptions_content': "
+                 "'-Xmx2g'}}, {'lathe': {}}, 'not an object', "
                  "{'enabled': 'no', 'lathe': 'yes', 'progress': {'visible': 'yes'}}]}}"));
         const QList<PostInstallStep> steps = entry.getPostInstallSteps();
         QCOMPARE(steps.size(), 4);
         const PostInstallStep &first = steps.at(0);
         QCOMPARE(first.getId(), QString("first"));
-        QVERIFY(!first.getEnabled());
-        QVERIFY(first.isProgressVisible());
+        QVERIFY(!first.getEnabled() && first.isProgressVisible());
         QCOMPARE(first.getProgressMessage(), QString("Indexing"));
         QCOMPARE(first.getCommands().first().getExecutable(), QString("bin/x"));
         QCOMPARE(first.getCommands().first().getAdditionalVmoptionsContent(), QString("-Dx"));
@@ -397,41 +368,32 @@ private slots:
         QCOMPARE(options.temporaryCopyDirectories, QStringList({ "config" }));
         QCOMPARE(options.temporaryNewDirectories, QStringList({ "system" }));
         QCOMPARE(options.additionalVmoptionsContent, QString("-Xmx2g"));
-
         QVERIFY(!steps.at(1).getLatheOptions()); // present but empty
         for (int i = 2; i < 4; ++i) {
-            QVERIFY(steps.at(i).getEnabled());
-            QVERIFY(steps.at(i).isRequired());
-            QVERIFY(!steps.at(i).isProgressVisible());
-            QVERIFY(!steps.at(i).getLatheOptions());
-            QVERIFY(steps.at(i).getCommands().isEmpty());
+            const PostInstallStep &step = steps.at(i);
+            QVERIFY(step.getEnabled() && step.isRequired() && !step.isProgressVisible());
+            QVERIFY(!step.getLatheOptions() && step.getCommands().isEmpty());
         }
     }
 
-    void commandArgumentsExpandHomeAndTemp()
+    void templatesExpand()
     {
         TempHome home;
         QVERIFY(home.isValid());
-        const PostInstallStep::Command command(json(
-            "{'arguments': [ "
-            "'$HOME/.tool', '--temp=$TEMP/x', '$TEMP$HOME', '$home and $temp', 12, '$HOMEWARD', 'plain']}"));
+        const PostInstallStep::Command command(json("{'arguments': ['$HOME/.tool', '--temp=$TEMP/x', "
+                                                    "'$TEMP$HOME', '$home and $temp', 12, '$HOMEWARD', "
+                                                    "'plain']}"));
         const QString temp = "/tmp/step-1";
         QCOMPARE(command.getArguments(temp),
             QStringList({ home.path() + "/.tool", "--temp=" + temp + "/x", temp + home.path(),
                 "$home and $temp", "", home.path() + "WARD", "plain" }));
         QVERIFY(PostInstallStep::Command().getArguments(temp).isEmpty());
-    }
 
-    void directoryTemplatesExpand()
-    {
-        TempHome home;
-        QVERIFY(home.isValid());
         const QByteArray savedAppData = qgetenv("APPDATA");
         qputenv("APPDATA", "/win/roaming");
         qunsetenv("LOCALAPPDATA");
         const LathePlatformData lathe(
-            json("{'default_config_directories': { "
-                 "'quern.system.path': '$XDG_CACHE_HOME/Tool/system', "
+            json("{'default_config_directories': {'quern.system.path': '$XDG_CACHE_HOME/Tool/system', "
                  "'quern.config.path': '$XDG_CONFIG_HOME/Tool', "
                  "'quern.plugins.path': '$XDG_DATA_HOME/Tool/plugins|$HOME/p', "
                  "'quern.log.path': '$APPDATA/a;$LOCALAPPDATA/b;$TEMP;$xdg_config_home'}}"));
@@ -451,9 +413,7 @@ private slots:
         const PlinthData plinth(
             json("{'first_install_arguments': ['/quiet', 1], "
                  "'subsequent_install_arguments': [], 'uninstall_arguments': '/uninstall'}"));
-        const Result<QStringList> first = plinth.getFirstInstallArguments();
-        QVERIFY(first.isSuccessful());
-        QCOMPARE(*first, QStringList({ "/quiet", "1" }));
+        QCOMPARE(plinth.getFirstInstallArguments().value(), QStringList({ "/quiet", "1" }));
         const QString compact = QJsonDocument(plinth.toJson()).toJson(QJsonDocument::Compact);
         QCOMPARE(plinth.getSubsequentInstallArguments().error(),
             "Property 'subsequent_install_arguments' value in plinth data should not be empty: " + compact);
@@ -474,26 +434,24 @@ private slots:
         QList<RemoteFeedItem> received;
         QList<RemotePatchItem> receivedPatches;
         QThread *deliveredOn = nullptr;
-        connect(
-            &relay, &Relay::itemSent, &receiver,
-            [&](const RemoteFeedItem &i) {
-                deliveredOn = QThread::currentThread();
-                received << i;
-            },
-            Qt::QueuedConnection);
+        const auto onItem = [&](const RemoteFeedItem &i) {
+            deliveredOn = QThread::currentThread();
+            received << i;
+        };
+        connect(&relay, &Relay::itemSent, &receiver, onItem, Qt::QueuedConnection);
         connect(
             &relay, &Relay::patchSent, &receiver, [&](const RemotePatchItem &p) { receivedPatches << p; },
             Qt::BlockingQueuedConnection);
         thread.start();
         const RemoteFeedItem sent = item("tool", "183.1");
         emit relay.itemSent(sent);
-        const RemotePatchItem patch(json("{'application_id': 't', 'from_build': '1', 'to_build': '2'}"));
+        const RemotePatchItem patch(json(kPatch12));
         emit relay.patchSent(patch); // blocks until delivered, after the item
         thread.quit();
         thread.wait();
         QCOMPARE(deliveredOn, &thread);
         QCOMPARE(received, QList<RemoteFeedItem>({ sent }));
-        QCOMPARE(receivedPatches.first(), patch);
+        QCOMPARE(receivedPatches, QList<RemotePatchItem>({ patch }));
     }
 };
 

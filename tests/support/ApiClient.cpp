@@ -1,9 +1,9 @@
 #include "support/ApiClient.h"
 
 #include <QElapsedTimer>
+#include <QEventLoop>
 #include <QJsonDocument>
 #include <QSignalSpy>
-#include <QEventLoop>
 #include <QTimer>
 
 ApiClient::ApiClient()

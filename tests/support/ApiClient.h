@@ -22,7 +22,10 @@ public:
     int sendText(const QString &queryText);
     // The answer frame for `id` ({} on time-out).
     QJsonObject waitAnswer(int id, int timeoutMs = 60000);
-    QJsonObject ask(const QJsonObject &request, int timeoutMs = 60000) { return waitAnswer(send(request), timeoutMs); }
+    QJsonObject ask(const QJsonObject &request, int timeoutMs = 60000)
+    {
+        return waitAnswer(send(request), timeoutMs);
+    }
 
     // The first event named `signal`, received from now on, that `match` accepts ({} on time-out).
     QJsonObject waitEvent(const QString &signal, const std::function<bool(const QJsonObject &)> &match = {},

@@ -37,29 +37,25 @@ private:
         const int end = m_buffer.indexOf("\r\n\r\n");
         if (end < 0)
             return;
-        const QByteArray head = m_buffer.left(end);
-        const QList<QByteArray> lines = head.split('\n');
+        FaultServer::Request request;
+        request.headers = m_buffer.left(end);
+        const QList<QByteArray> lines = request.headers.split('\n');
         qint64 bodyLength = 0;
         for (const QByteArray &line : lines.mid(1)) {
             const int colon = line.indexOf(':');
-            if (colon > 0 && line.left(colon).trimmed().toLower() == "content-length")
+            const QByteArray name = line.left(colon).trimmed().toLower();
+            if (colon > 0 && name == "content-length")
                 bodyLength = line.mid(colon + 1).trimmed().toLongLong();
+            else if (colon > 0 && name == "range")
+                request.range = line.mid(colon + 1).trimmed();
         }
         if (m_buffer.size() < end + 4 + bodyLength)
             return; // the body is still on its way
-        const QByteArray body = m_buffer.mid(end + 4, int(bodyLength));
+        request.body = m_buffer.mid(end + 4, int(bodyLength));
         m_buffer.remove(0, end + 4 + int(bodyLength));
-        FaultServer::Request request;
         const QList<QByteArray> first = lines.value(0).trimmed().split(' ');
         request.method = first.value(0);
         request.path = first.value(1);
-        request.headers = head;
-        request.body = body;
-        for (const QByteArray &line : lines.mid(1)) {
-            const int colon = line.indexOf(':');
-            if (colon > 0 && line.left(colon).trimmed().toLower() == "range")
-                request.range = line.mid(colon + 1).trimmed();
-        }
         m_server->recordRequest(request);
         respond(request);
     }

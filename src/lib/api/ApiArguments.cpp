@@ -17,14 +17,22 @@ Result<QJsonValue> ApiArguments::value(const QString &key) const
     return value;
 }
 
-Result<QString> ApiArguments::string(const QString &key) const
+// One typed getter for all: the value, unless missing or of another type.
+template <typename T, typename To>
+Result<T> typed(
+    const Result<QJsonValue> &found, const QString &key, QJsonValue::Type type, To to, const char *expected)
 {
-    const Result<QJsonValue> found = value(key);
     if (!found)
         return found.toError();
-    if (!found->isString())
-        return wrongType(key, "a string");
-    return found->toString();
+    if (found->type() != type)
+        return wrongType(key, expected);
+    return to(*found);
+}
+
+Result<QString> ApiArguments::string(const QString &key) const
+{
+    return typed<QString>(
+        value(key), key, QJsonValue::String, [](const QJsonValue &v) { return v.toString(); }, "a string");
 }
 
 Result<QString> ApiArguments::nonEmptyString(const QString &key) const
@@ -37,30 +45,18 @@ Result<QString> ApiArguments::nonEmptyString(const QString &key) const
 
 Result<bool> ApiArguments::boolean(const QString &key) const
 {
-    const Result<QJsonValue> found = value(key);
-    if (!found)
-        return found.toError();
-    if (!found->isBool())
-        return wrongType(key, "true or false");
-    return found->toBool();
+    return typed<bool>(
+        value(key), key, QJsonValue::Bool, [](const QJsonValue &v) { return v.toBool(); }, "true or false");
 }
 
 Result<QJsonObject> ApiArguments::object(const QString &key) const
 {
-    const Result<QJsonValue> found = value(key);
-    if (!found)
-        return found.toError();
-    if (!found->isObject())
-        return wrongType(key, "an object");
-    return found->toObject();
+    return typed<QJsonObject>(
+        value(key), key, QJsonValue::Object, [](const QJsonValue &v) { return v.toObject(); }, "an object");
 }
 
 Result<QJsonArray> ApiArguments::array(const QString &key) const
 {
-    const Result<QJsonValue> found = value(key);
-    if (!found)
-        return found.toError();
-    if (!found->isArray())
-        return wrongType(key, "an array");
-    return found->toArray();
+    return typed<QJsonArray>(
+        value(key), key, QJsonValue::Array, [](const QJsonValue &v) { return v.toArray(); }, "an array");
 }

@@ -49,7 +49,8 @@ Result<void> ApiRuntimeFile::write(const QString &path, quint16 port, const QByt
     // Created 0600 from the first byte and renamed into place, so a reader sees
     // either no file or the whole one, and never one others may read. Not synced:
     // the file means nothing after a crash of the machine anyway.
-    const QByteArray temporary = QFile::encodeName(path + ".tmp-" + QString::number(QCoreApplication::applicationPid()));
+    const QByteArray temporary
+        = QFile::encodeName(path + ".tmp-" + QString::number(QCoreApplication::applicationPid()));
     const int fd = ::open(temporary.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
     if (fd < 0)
         return Error("Unable to write " + path + ": " + QString::fromLocal8Bit(std::strerror(errno)));

@@ -41,8 +41,7 @@ Result<QJsonObject> optionalObject(const ApiArguments &arguments, const QString 
 }
 
 // A request whose only argument is the tool.
-template <typename Action>
-SelfApi::Handler onTool(ApplicationManager *manager, Action action)
+template <typename Action> SelfApi::Handler onTool(ApplicationManager *manager, Action action)
 {
     return [manager, action](const QJsonObject &request, const Reply &reply) {
         const Result<QJsonObject> entry = tool(ApiArguments(request));
@@ -105,8 +104,10 @@ void ApplicationRequests::registerInto(SelfApi *api, ApplicationManager *manager
         // sends it as the model wrote it ({"feed_item": ...}) or as the bare record.
         // An item that is not a valid feed record is refused here: the manager
         // would take the tool's default build in its place.
-        const QJsonValue feedItem = item->contains("feed_item") ? item->value("feed_item") : QJsonValue(*item);
-        if (!ApplicationManagerModelJSON::readRemoteFeedItemJSON(QJsonObject { { "feed_item", feedItem } }).isValid()) {
+        const QJsonValue feedItem
+            = item->contains("feed_item") ? item->value("feed_item") : QJsonValue(*item);
+        if (!ApplicationManagerModelJSON::readRemoteFeedItemJSON(QJsonObject { { "feed_item", feedItem } })
+                 .isValid()) {
             reply(Error(QStringLiteral("Argument \"item\" holds no valid feed item")));
             return;
         }
@@ -126,12 +127,15 @@ void ApplicationRequests::registerInto(SelfApi *api, ApplicationManager *manager
     const auto settings = [](const ApiArguments &arguments) { return arguments.object("settings"); };
     api->addMethod("activateApplication", onToolWith<QJsonObject>(manager, item, &M::activateApplication));
     api->addMethod("renameApplication",
-        onToolWith<QString>(manager, [](const ApiArguments &arguments) { return arguments.string("name"); },
+        onToolWith<QString>(
+            manager, [](const ApiArguments &arguments) { return arguments.string("name"); },
             &M::renameApplication));
     api->addMethod("applySettingsModel", onToolWith<QJsonObject>(manager, settings, &M::applySettingsModel));
-    api->addMethod("saveChannelSettings", onToolWith<QJsonObject>(manager, settings, &M::saveChannelSettings));
+    api->addMethod(
+        "saveChannelSettings", onToolWith<QJsonObject>(manager, settings, &M::saveChannelSettings));
     api->addMethod("reorderSubitems",
-        onToolWith<QJsonArray>(manager, [](const ApiArguments &arguments) { return arguments.array("subitems"); },
+        onToolWith<QJsonArray>(
+            manager, [](const ApiArguments &arguments) { return arguments.array("subitems"); },
             &M::reorderSubitems));
     api->addMethod("reorderLocalTools", reorder(manager, false));
     api->addMethod("reorderManuallyInstalledTools", reorder(manager, true));
@@ -153,7 +157,8 @@ void ApplicationRequests::registerInto(SelfApi *api, ApplicationManager *manager
         manager->openProject(*project, *openItem, answerWhenDone(reply));
     });
     api->addImmediateMethod("getApplicationStatuses", [manager](const QJsonObject &) -> Result<QString> {
-        return QString::fromUtf8(QJsonDocument(manager->getApplicationStatuses()).toJson(QJsonDocument::Compact));
+        return QString::fromUtf8(
+            QJsonDocument(manager->getApplicationStatuses()).toJson(QJsonDocument::Compact));
     });
     api->addImmediateMethod("updateFeed", [manager](const QJsonObject &) -> Result<QString> {
         manager->scheduleApplicationsListRefresh(ModelUpdateReason::UserRequest);

@@ -17,14 +17,22 @@ namespace {
 QByteArray reasonPhrase(int status)
 {
     switch (status) {
-    case 200: return "OK";
-    case 400: return "Bad Request";
-    case 403: return "Forbidden";
-    case 404: return "Not Found";
-    case 405: return "Method Not Allowed";
-    case 408: return "Request Timeout";
-    case 431: return "Request Header Fields Too Large";
-    default: return "Error";
+    case 200:
+        return "OK";
+    case 400:
+        return "Bad Request";
+    case 403:
+        return "Forbidden";
+    case 404:
+        return "Not Found";
+    case 405:
+        return "Method Not Allowed";
+    case 408:
+        return "Request Timeout";
+    case 431:
+        return "Request Header Fields Too Large";
+    default:
+        return "Error";
     }
 }
 
@@ -64,13 +72,15 @@ Result<void> HeadlessApiServer::listen(quint16 port)
 {
     if (!m_tcp.listen(QHostAddress::LocalHost, port))
         return Error(QStringLiteral("Cannot listen on 127.0.0.1:%1: %2").arg(port).arg(m_tcp.errorString()));
-    m_policy = std::make_unique<HeadlessAccessPolicy>(HeadlessAccessPolicy::generateToken(), m_tcp.serverPort());
+    m_policy
+        = std::make_unique<HeadlessAccessPolicy>(HeadlessAccessPolicy::generateToken(), m_tcp.serverPort());
     return {};
 }
 
 QUrl HeadlessApiServer::pageUrl() const
 {
-    return QUrl(QStringLiteral("http://127.0.0.1:%1/?token=%2").arg(port()).arg(QString::fromLatin1(token())));
+    return QUrl(
+        QStringLiteral("http://127.0.0.1:%1/?token=%2").arg(port()).arg(QString::fromLatin1(token())));
 }
 
 void HeadlessApiServer::onNewConnection()
@@ -192,8 +202,8 @@ void HeadlessApiServer::onWebSocketConnection()
         connect(client, &QWebSocket::textMessageReceived, this,
             [this, client](const QString &message) { onTextMessage(client, message); });
         connect(client, &QWebSocket::binaryMessageReceived, this, [client]() {
-            client->sendTextMessage(compact(
-                QJsonObject { { "id", QJsonValue() }, { "ok", false }, { "error", "Binary frames are not accepted" } }));
+            client->sendTextMessage(compact(QJsonObject {
+                { "id", QJsonValue() }, { "ok", false }, { "error", "Binary frames are not accepted" } }));
         });
         connect(client, &QWebSocket::disconnected, this, [this, client]() {
             m_clients.removeAll(client);

@@ -45,7 +45,8 @@ public:
     static constexpr qint64 MaxMessageSize = 1024 * 1024;
     static constexpr int HeadTimeoutMs = 10000;
 
-    explicit HeadlessApiServer(SelfApi *api, PageResources resources = PageResources(), QObject *parent = nullptr);
+    explicit HeadlessApiServer(
+        SelfApi *api, PageResources resources = PageResources(), QObject *parent = nullptr);
     ~HeadlessApiServer() override;
 
     // Listens on 127.0.0.1:<port> (0: a free port) with a fresh token.

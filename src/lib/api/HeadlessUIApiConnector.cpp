@@ -66,7 +66,8 @@ Result<QString> HeadlessUIApiConnector::readClipboard() const
     return needsDesktop(QStringLiteral("Reading the clipboard"));
 }
 
-void HeadlessUIApiConnector::selectDirectory(const QString &caption, std::function<void(Result<QString>)> done)
+void HeadlessUIApiConnector::selectDirectory(
+    const QString &caption, std::function<void(Result<QString>)> done)
 {
     Q_UNUSED(caption)
     done(needsDesktop(QStringLiteral("Choosing a folder")));

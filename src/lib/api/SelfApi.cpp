@@ -18,8 +18,8 @@ const QStringList &SelfApi::eventNames()
 {
     static const QStringList names { "refreshApplicationsList", "settingsChanged", "onSelfUpdateStatusChange",
         "onWindowShown", "onWindowHidden", "showSettings", "totalProgress", "modalActionProgress",
-        "modalActionFinished", "showProxyCredentialsDialog", "showUninstallFeedbackPrompt", "proposeInstallItem",
-        "orvAccountLoggedIn", "askCloseRunning" };
+        "modalActionFinished", "showProxyCredentialsDialog", "showUninstallFeedbackPrompt",
+        "proposeInstallItem", "orvAccountLoggedIn", "askCloseRunning" };
     return names;
 }
 

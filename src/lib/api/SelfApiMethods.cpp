@@ -76,9 +76,8 @@ SelfApiMethods::SelfApiMethods(SelfApi *api, Dependencies dependencies)
 void SelfApiMethods::registerSettingsMethods()
 {
     SettingsManager *settings = m_deps.settingsManager;
-    m_api->addImmediateMethod("getSettings", [settings](const QJsonObject &) -> Answer {
-        return json(settings->getSettingsJson());
-    });
+    m_api->addImmediateMethod("getSettings",
+        [settings](const QJsonObject &) -> Answer { return json(settings->getSettingsJson()); });
     m_api->addImmediateMethod("saveSettings", [settings](const QJsonObject &request) -> Answer {
         Result<QJsonObject> page = ApiArguments(request).object("settings");
         if (!page)
@@ -114,9 +113,10 @@ void SelfApiMethods::registerSettingsMethods()
     });
     QObject::connect(settings, &SettingsManager::settingsChanged, this,
         [this, settings]() { m_api->apiSignalInternal("settingsChanged", settings->getSettingsJson()); });
-    QObject::connect(settings, &SettingsManager::proxyCredentialsRequired, this, [this](const QString &proxy) {
-        m_api->apiSignalInternal("showProxyCredentialsDialog", QJsonObject { { "proxyUrl", proxy } });
-    });
+    QObject::connect(
+        settings, &SettingsManager::proxyCredentialsRequired, this, [this](const QString &proxy) {
+            m_api->apiSignalInternal("showProxyCredentialsDialog", QJsonObject { { "proxyUrl", proxy } });
+        });
 }
 
 void SelfApiMethods::registerProjectMethods()
@@ -140,14 +140,17 @@ void SelfApiMethods::registerProjectMethods()
             return done(settings->updateSettings([&](SelfSettings &s) { mark(s, *path, *value); }));
         };
     };
-    m_api->addImmediateMethod("projects:markHidden", markMethod([](SelfSettings &s, const QString &path, bool on) {
-        if (on)
-            s.setHiddenProject(path, QDateTime::currentDateTimeUtc());
-        else
-            s.removeHiddenProject(path);
-    }));
-    m_api->addImmediateMethod("projects:markFavorite",
-        markMethod([](SelfSettings &s, const QString &path, bool on) { s.setSpecialProject(path, "favorite", on); }));
+    m_api->addImmediateMethod(
+        "projects:markHidden", markMethod([](SelfSettings &s, const QString &path, bool on) {
+            if (on)
+                s.setHiddenProject(path, QDateTime::currentDateTimeUtc());
+            else
+                s.removeHiddenProject(path);
+        }));
+    m_api->addImmediateMethod(
+        "projects:markFavorite", markMethod([](SelfSettings &s, const QString &path, bool on) {
+            s.setSpecialProject(path, "favorite", on);
+        }));
     m_api->addImmediateMethod("projects:setDefaultOpenItem", [=](const QJsonObject &request) -> Answer {
         const ApiArguments arguments(request);
         const Result<QString> path = projectPath(arguments, projects);
@@ -158,7 +161,8 @@ void SelfApiMethods::registerProjectMethods()
         const Result<QString> application = itemArguments.nonEmptyString("application_id");
         const Result<QString> channel = itemArguments.nonEmptyString("channel_id");
         if (!application || !channel)
-            return Error("Argument \"item\" names no tool: " + joinErrors(collectErrors(application, channel)));
+            return Error(
+                "Argument \"item\" names no tool: " + joinErrors(collectErrors(application, channel)));
         return done(settings->updateSettings(
             [&](SelfSettings &s) { s.setDefaultOpenItem(*path, *application, *channel); }));
     });
@@ -173,9 +177,11 @@ void SelfApiMethods::registerProjectMethods()
 void SelfApiMethods::registerAccountAndStatisticsMethods()
 {
     for (const char *method : { "orvAccountLogin", "orvAccountSwitch", "orvAccountLogout" })
-        m_api->addImmediateMethod(method, [](const QJsonObject &) -> Answer { return unavailable("Accounts are"); });
+        m_api->addImmediateMethod(
+            method, [](const QJsonObject &) -> Answer { return unavailable("Accounts are"); });
     m_api->addImmediateMethod("forceSubmitStatistics", [](const QJsonObject &) -> Answer {
-        return Error(QStringLiteral("Usage statistics are kept on this computer and never sent in this build"));
+        return Error(
+            QStringLiteral("Usage statistics are kept on this computer and never sent in this build"));
     });
     UsageEventLog *usage = m_deps.usageEventLog;
     m_api->addImmediateMethod("fusEvent", [usage](const QJsonObject &request) -> Answer {
@@ -190,7 +196,8 @@ void SelfApiMethods::registerAccountAndStatisticsMethods()
     // Self-update arrives with the update manager; until then both say so.
     m_api->addImmediateMethod(
         "getSelfUpdateStatus", [](const QJsonObject &) -> Answer { return unavailable("Self-update is"); });
-    m_api->addImmediateMethod("updateSelf", [](const QJsonObject &) -> Answer { return unavailable("Self-update is"); });
+    m_api->addImmediateMethod(
+        "updateSelf", [](const QJsonObject &) -> Answer { return unavailable("Self-update is"); });
 
     FeedletManager *feedlets = m_deps.feedletManager;
     m_api->addImmediateMethod("installFeedlet", [feedlets](const QJsonObject &request) -> Answer {
@@ -212,15 +219,17 @@ void SelfApiMethods::registerAccountAndStatisticsMethods()
 void SelfApiMethods::registerDesktopMethods()
 {
     UIApiConnector *connector = m_api->connector();
-    m_api->addMethod("selectDirectoryDialog", [connector](const QJsonObject &request, const SelfApi::Reply &reply) {
-        const QJsonValue caption = request.value("caption");
-        if (!caption.isUndefined() && !caption.isString()) {
-            reply(Error(QStringLiteral("Argument \"caption\" must be a string")));
-            return;
-        }
-        connector->selectDirectory(caption.toString(), reply);
-    });
-    m_api->addImmediateMethod("readClipboard", [connector](const QJsonObject &) { return connector->readClipboard(); });
+    m_api->addMethod(
+        "selectDirectoryDialog", [connector](const QJsonObject &request, const SelfApi::Reply &reply) {
+            const QJsonValue caption = request.value("caption");
+            if (!caption.isUndefined() && !caption.isString()) {
+                reply(Error(QStringLiteral("Argument \"caption\" must be a string")));
+                return;
+            }
+            connector->selectDirectory(caption.toString(), reply);
+        });
+    m_api->addImmediateMethod(
+        "readClipboard", [connector](const QJsonObject &) { return connector->readClipboard(); });
     m_api->addImmediateMethod("openLink", [connector](const QJsonObject &request) -> Answer {
         const Result<QString> link = ApiArguments(request).nonEmptyString("link");
         if (!link)
@@ -248,8 +257,8 @@ void SelfApiMethods::registerDesktopMethods()
             return Error("No such folder: " + *path);
         return done(connector->showDirectory(*path));
     });
-    m_api->addImmediateMethod(
-        "getFileManagerName", [connector](const QJsonObject &) -> Answer { return connector->fileManagerName(); });
+    m_api->addImmediateMethod("getFileManagerName",
+        [connector](const QJsonObject &) -> Answer { return connector->fileManagerName(); });
     m_api->addImmediateMethod("openSystemProxySettings",
         [connector](const QJsonObject &) -> Answer { return done(connector->openSystemProxySettings()); });
     m_api->addImmediateMethod("hideWindow", [connector](const QJsonObject &) -> Answer {
@@ -272,7 +281,8 @@ void SelfApiMethods::registerDesktopMethods()
 void SelfApiMethods::registerProgressMethods()
 {
     ProgressManager *progress = m_deps.progressManager;
-    connect(progress, &ProgressManager::actionProgressCreated, this,
+    connect(
+        progress, &ProgressManager::actionProgressCreated, this,
         [this](ActionProgress *created) { trackProgress(created); }, Qt::DirectConnection);
     connect(progress, &ProgressManager::progressUpdate, this,
         [this](const QJsonObject &total) { m_api->apiSignalInternal("totalProgress", total); });

@@ -173,6 +173,10 @@ void ApplicationManager::installApplication(const QJsonObject &request, const QJ
     const RemoteFeedItem wanted = ApplicationManagerModelJSON::readRemoteFeedItemJSON(itemJson);
     if (type.isEmpty())
         type = wanted.getApplicationType();
+    // An installed tool has no remote entry of its own: its "new-" key still names it.
+    const QString key = request.value(QLatin1String("key")).toString();
+    if (type.isEmpty() && key.startsWith(QLatin1String("new-")))
+        type = key.mid(4);
     if (type.isEmpty())
         return fail(done, QStringLiteral("Cannot find item to install"));
 
@@ -218,10 +222,14 @@ void ApplicationManager::installApplication(const QJsonObject &request, const QJ
             Option<RemoteFeedItem> item;
             if (fresh)
                 item = wanted.isValid() ? fresh->findItem(wanted.getBuild()) : fresh->getRootItem();
-            if (!item && existing && wanted.isValid()) {
-                for (const RemoteFeedItem &remote : existing->getRemoteItems())
-                    if (remote.isEqualByID(wanted))
+            // An installed tool's builds live in its local entries: a second channel installs from there.
+            for (const ApplicationManagerModelLocalEntry &entry : model.getLocalEntries()) {
+                if (item || entry.getApplicationType() != type)
+                    continue;
+                for (const RemoteFeedItem &remote : entry.getRemoteItems()) {
+                    if (wanted.isValid() ? remote.isEqualByID(wanted) : (!item || RemoteFeedItem::compareByQualityAndVersion(remote, *item)))
                         item = remote;
+                }
             }
             if (!item)
                 return Error(QStringLiteral("Cannot find item to install"));
@@ -238,115 +246,76 @@ void ApplicationManager::installApplication(const QJsonObject &request, const QJ
         done);
 }
 
-void ApplicationManager::updateApplication(const QJsonObject &request, Done done)
+void ApplicationManager::runOnEntry(const QJsonObject &request, const EntryRequest &how, EntryAction action, Done done)
 {
-    ActionProgress *progress = startOnEntry(request, QStringLiteral("Updating"), QStringLiteral("Failed to update"), done);
+    ActionProgress *progress = startOnEntry(request, how.taskName, how.failurePrefix, done, how.cancelable);
     if (!progress)
         return;
+    ModelAction run = [request, how, action, progress](const ApplicationManagerModel &model) -> Result<void> {
+        const Option<ApplicationManagerModelLocalEntry> entry = model.findLocalEntry(request);
+        if (!entry)
+            return Error(QStringLiteral("Item to install not found"));
+        qInfo().noquote() << how.logText << entry->getLocalItem().toDebugString();
+        const Result<void> done = action(*entry, progress);
+        if (!done)
+            return Error(how.failurePrefix + QLatin1Char(' ') + entry->getRootItem().getPresentableFullNameAndVersion()
+                + QStringLiteral(": ") + done.error());
+        return {};
+    };
+    if (how.upToDate)
+        executeUnderUpToDateModel(progress, std::move(run), std::move(done));
+    else
+        executeOnCurrentModel(progress, std::move(run), std::move(done));
+}
+
+void ApplicationManager::updateApplication(const QJsonObject &request, Done done)
+{
     ApplicationActions *actions = m_actions;
-    executeUnderUpToDateModel(progress,
-        [actions, request, progress](const ApplicationManagerModel &model) -> Result<void> {
-            const Option<ApplicationManagerModelLocalEntry> entry = model.findLocalEntry(request);
-            if (!entry)
-                return Error(QStringLiteral("Item to install not found"));
-            qInfo().noquote() << "Action: Update" << entry->getLocalItem().toDebugString();
-            const Option<InstallItem> item = entry->getDefaultUpdateItemIncludingSkipped();
+    runOnEntry(request, { "Updating", "Failed to update", "Action: Update", true, true },
+        [actions](const ApplicationManagerModelLocalEntry &entry, ActionProgress *progress) -> Result<void> {
+            // A skipped update is still what the user asks for when updating this one tool.
+            const Option<InstallItem> item = entry.getDefaultUpdateItemIncludingSkipped();
             if (!item)
-                return Error("Failed to update " + entry->getRootItem().getPresentableFullNameAndVersion()
-                    + ": no update is available");
-            const Result<void> updated = actions->doUpdateApplication(*entry, *item, progress);
-            if (!updated)
-                return Error("Failed to update " + entry->getRootItem().getPresentableFullNameAndVersion() + ": "
-                    + updated.error());
-            return {};
+                return Error(QStringLiteral("no update is available"));
+            return actions->doUpdateApplication(entry, *item, progress);
         },
-        done);
+        std::move(done));
 }
 
 void ApplicationManager::updateLocalApplication(const QJsonObject &request, Done done)
 {
-    ActionProgress *progress
-        = startOnEntry(request, QStringLiteral("Re-nstalling"), QStringLiteral("Failed to re-install"), done);
-    if (!progress)
-        return;
     ApplicationActions *actions = m_actions;
-    executeUnderUpToDateModel(progress,
-        [actions, request, progress](const ApplicationManagerModel &model) -> Result<void> {
-            const Option<ApplicationManagerModelLocalEntry> entry = model.findLocalEntry(request);
-            if (!entry)
-                return Error(QStringLiteral("Item to install not found"));
-            qInfo().noquote() << "Action: Re-install" << entry->getLocalItem().toDebugString();
-            const Result<void> done = actions->doUpdateLocalApplication(*entry, progress);
-            if (!done)
-                return Error("Failed to re-install " + entry->getRootItem().getPresentableFullNameAndVersion() + ": "
-                    + done.error());
-            return {};
+    runOnEntry(request, { "Re-nstalling", "Failed to re-install", "Action: Re-install", true, true },
+        [actions](const ApplicationManagerModelLocalEntry &entry, ActionProgress *progress) {
+            return actions->doUpdateLocalApplication(entry, progress);
         },
-        done);
+        std::move(done));
 }
 
 void ApplicationManager::downgradeApplication(const QJsonObject &request, Done done)
 {
-    ActionProgress *progress
-        = startOnEntry(request, QStringLiteral("Installing"), QStringLiteral("Failed to downgrade"), done);
-    if (!progress)
-        return;
     ApplicationActions *actions = m_actions;
-    executeUnderUpToDateModel(progress,
-        [actions, request, progress](const ApplicationManagerModel &model) -> Result<void> {
-            const Option<ApplicationManagerModelLocalEntry> entry = model.findLocalEntry(request);
-            if (!entry)
-                return Error(QStringLiteral("Item to install not found"));
-            qInfo().noquote() << "Action: Downgrade" << entry->getLocalItem().toDebugString();
-            const Result<void> done = actions->downgrade(*entry, progress);
-            if (!done)
-                return Error("Failed to downgrade " + entry->getRootItem().getPresentableFullNameAndVersion() + ": "
-                    + done.error());
-            return {};
+    runOnEntry(request, { "Installing", "Failed to downgrade", "Action: Downgrade", true, true },
+        [actions](const ApplicationManagerModelLocalEntry &entry, ActionProgress *progress) {
+            return actions->downgrade(entry, progress);
         },
-        done);
+        std::move(done));
 }
 
 void ApplicationManager::rollbackApplication(const QJsonObject &request, Done done)
 {
-    ActionProgress *progress
-        = startOnEntry(request, QStringLiteral("Rolling back"), QStringLiteral("Failed to roll back"), done, false);
-    if (!progress)
-        return;
     ApplicationActions *actions = m_actions;
-    executeOnCurrentModel(progress,
-        [actions, request](const ApplicationManagerModel &model) -> Result<void> {
-            const Option<ApplicationManagerModelLocalEntry> entry = model.findLocalEntry(request);
-            if (!entry)
-                return Error(QStringLiteral("Item to install not found"));
-            qInfo().noquote() << "Action: Rollback" << entry->getLocalItem().toDebugString();
-            const Result<void> done = actions->rollback(*entry);
-            if (!done)
-                return Error("Failed to roll back " + entry->getPresentableName() + ": " + done.error());
-            return {};
-        },
-        done);
+    runOnEntry(request, { "Rolling back", "Failed to roll back", "Action: Rollback", false, false },
+        [actions](const ApplicationManagerModelLocalEntry &entry, ActionProgress *) { return actions->rollback(entry); },
+        std::move(done));
 }
 
 void ApplicationManager::uninstallApplication(const QJsonObject &request, Done done)
 {
-    ActionProgress *progress
-        = startOnEntry(request, QStringLiteral("Uninstalling"), QStringLiteral("Failed to uninstall"), done, false);
-    if (!progress)
-        return;
     ApplicationActions *actions = m_actions;
-    executeOnCurrentModel(progress,
-        [actions, request](const ApplicationManagerModel &model) -> Result<void> {
-            const Option<ApplicationManagerModelLocalEntry> entry = model.findLocalEntry(request);
-            if (!entry)
-                return Error(QStringLiteral("Item to install not found"));
-            qInfo().noquote() << "Action: Uninstall" << entry->getLocalItem().toDebugString();
-            const Result<void> done = actions->uninstall(*entry);
-            if (!done)
-                return Error("Failed to uninstall " + entry->getPresentableName() + ": " + done.error());
-            return {};
-        },
-        done);
+    runOnEntry(request, { "Uninstalling", "Failed to uninstall", "Action: Uninstall", false, false },
+        [actions](const ApplicationManagerModelLocalEntry &entry, ActionProgress *) { return actions->uninstall(entry); },
+        std::move(done));
 }
 
 void ApplicationManager::skipDefaultUpdateItem(const QJsonObject &request, Done done)
@@ -569,32 +538,7 @@ void ApplicationManager::activateProtocol(const QUrl &url, Done done)
 
 QJsonObject ApplicationManager::getApplicationStatuses() const
 {
-    QJsonArray applications;
-    const ApplicationManagerModel model = m_services.modelHolder->getModel();
-    for (const ApplicationManagerModelLocalEntry &entry : model.getLocalEntries()) {
-        QJsonObject status { { QStringLiteral("application_type"), entry.getApplicationType() },
-            { QStringLiteral("channel_id"), entry.getChannelId() }, { QStringLiteral("name"), entry.getPresentableName() },
-            { QStringLiteral("version"), entry.getRootItem().getPresentableVersion() },
-            { QStringLiteral("build"), entry.getRootItem().getBuild() } };
-        const Option<InstallItem> update = entry.getDefaultUpdateItemIncludingSkipped();
-        QString state = QStringLiteral("up_to_date");
-        if (entry.isDetected())
-            state = QStringLiteral("detected");
-        else if (m_services.pendingActions->isUnderProgress(entry.getLocalItem()))
-            state = QStringLiteral("busy");
-        else if (entry.getDefaultUpdateItem())
-            state = QStringLiteral("update_available");
-        else if (entry.isUpdateSkipped())
-            state = QStringLiteral("update_skipped");
-        status.insert(QStringLiteral("status"), state);
-        if (update) {
-            status.insert(QStringLiteral("update_version"), update->getItem().getPresentableVersion());
-            status.insert(QStringLiteral("update_build"), update->getItem().getBuild());
-        }
-        applications.append(status);
-    }
-    return QJsonObject { { QStringLiteral("applications"), applications },
-        { QStringLiteral("updates_count"), model.getDefaultUpdatesCount() } };
+    return ToolSettingsActions::statuses(m_services.modelHolder->getModel(), m_services.pendingActions);
 }
 
 int ApplicationManager::getUpdatesCount() const

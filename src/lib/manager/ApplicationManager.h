@@ -167,6 +167,18 @@ signals:
 
 private:
     using ModelAction = std::function<Result<void>(const ApplicationManagerModel &)>;
+    using EntryAction = std::function<Result<void>(const ApplicationManagerModelLocalEntry &, ActionProgress *)>;
+    struct EntryRequest
+    {
+        QString taskName; // shown while it runs
+        QString failurePrefix; // "Failed to update": followed by the tool and the reason
+        QString logText; // "Action: Update"
+        bool upToDate; // refresh the feed first (actions that download)
+        bool cancelable;
+    };
+    // An action on the installed channel that `request` names: the channel's key taken at
+    // once, the entry found again in the model the action runs against, failures prefixed.
+    void runOnEntry(const QJsonObject &request, const EntryRequest &how, EntryAction action, Done done);
     // Refreshes the feed, then runs `action` on a worker against the fresh model;
     // `progress` (owned from here on) ends when the action has ended.
     void executeUnderUpToDateModel(ActionProgress *progress, ModelAction action, Done done);

@@ -3,6 +3,7 @@
 #include "local/ChannelSettings.h"
 #include "local/LocalApplicationsFilter.h"
 #include "manager/ApplicationLauncher.h"
+#include "model/ApplicationPendingActions.h"
 #include "model/SettingsModelSectionProvider.h"
 #include "settings/SettingsManager.h"
 
@@ -187,4 +188,34 @@ Result<void> ToolSettingsActions::openProject(
         return Error("No installed tool can open " + entry->getProject().getFullPath());
     const QJsonObject tool { { QStringLiteral("key"), tools[index].key() } };
     return activate(model, tool, QJsonObject(), entry->getProject().getFullPath());
+}
+
+QJsonObject ToolSettingsActions::statuses(
+    const ApplicationManagerModel &model, const ApplicationPendingActions *pendingActions)
+{
+    QJsonArray applications;
+    for (const ApplicationManagerModelLocalEntry &entry : model.getLocalEntries()) {
+        QJsonObject status { { QStringLiteral("application_type"), entry.getApplicationType() },
+            { QStringLiteral("channel_id"), entry.getChannelId() }, { QStringLiteral("name"), entry.getPresentableName() },
+            { QStringLiteral("version"), entry.getRootItem().getPresentableVersion() },
+            { QStringLiteral("build"), entry.getRootItem().getBuild() } };
+        const Option<InstallItem> update = entry.getDefaultUpdateItemIncludingSkipped();
+        QString state = QStringLiteral("up_to_date");
+        if (entry.isDetected())
+            state = QStringLiteral("detected");
+        else if (pendingActions->isUnderProgress(entry.getLocalItem()))
+            state = QStringLiteral("busy");
+        else if (entry.getDefaultUpdateItem())
+            state = QStringLiteral("update_available");
+        else if (entry.isUpdateSkipped())
+            state = QStringLiteral("update_skipped");
+        status.insert(QStringLiteral("status"), state);
+        if (update) {
+            status.insert(QStringLiteral("update_version"), update->getItem().getPresentableVersion());
+            status.insert(QStringLiteral("update_build"), update->getItem().getBuild());
+        }
+        applications.append(status);
+    }
+    return QJsonObject { { QStringLiteral("applications"), applications },
+        { QStringLiteral("updates_count"), model.getDefaultUpdatesCount() } };
 }

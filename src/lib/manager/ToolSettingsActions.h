@@ -8,6 +8,8 @@
 #include <QJsonObject>
 #include <QString>
 
+class ApplicationPendingActions;
+
 // The per-tool settings requests (name, channel settings, settings sections,
 // orders, automatic updates) and the launch requests, resolved against a model.
 // Blocking (settings files), run on a worker.
@@ -30,6 +32,9 @@ public:
         const QString &projectPath) const;
     Result<void> openProject(
         const ApplicationManagerModel &model, const QJsonObject &project, const QJsonObject &item) const;
+
+    // The answer of getApplicationStatuses (see ApplicationManager).
+    static QJsonObject statuses(const ApplicationManagerModel &model, const ApplicationPendingActions *pendingActions);
 
     static Result<ApplicationManagerModelLocalEntry> entryOf(
         const ApplicationManagerModel &model, const QJsonObject &request);

@@ -1,6 +1,7 @@
 #include "model/OperatingSystemApplicationFilter.h"
 
 #include <QJsonObject>
+#include <QSysInfo>
 
 OperatingSystemApplicationFilter::OperatingSystemApplicationFilter(QString operatingSystem)
     : m_operatingSystem(operatingSystem.isEmpty() ? currentOperatingSystem() : std::move(operatingSystem))
@@ -9,15 +10,13 @@ OperatingSystemApplicationFilter::OperatingSystemApplicationFilter(QString opera
 
 QString OperatingSystemApplicationFilter::currentOperatingSystem()
 {
-#if defined(Q_OS_LINUX)
-    return QStringLiteral("linux");
-#elif defined(Q_OS_MACOS)
-    return QStringLiteral("macos");
-#elif defined(Q_OS_WIN)
-    return QStringLiteral("windows");
-#else
-    return QStringLiteral("unknown");
-#endif
+    // The feed's names for the kernels Qt reports.
+    const QString kernel = QSysInfo::kernelType();
+    if (kernel == QLatin1String("darwin"))
+        return QStringLiteral("macos");
+    if (kernel == QLatin1String("winnt"))
+        return QStringLiteral("windows");
+    return kernel;
 }
 
 bool OperatingSystemApplicationFilter::accept(const RemoteFeedItem &item) const
