@@ -11,6 +11,7 @@
 #include "api/HeadlessUIApiConnector.h"
 #include "api/SelfApi.h"
 #include "api/SelfApiMethods.h"
+#include "api/SelfUpdateRequests.h"
 #include "api/UsageEventLog.h"
 #include "base/AppDataDirectory.h"
 #include "base/Capabilities.h"
@@ -40,6 +41,10 @@
 #include "projects/ProjectsManager.h"
 #include "settings/CommandLine.h"
 #include "settings/SettingsManager.h"
+#include "update/AutoUpdateManager.h"
+#include "update/HandOverArguments.h"
+#include "update/SelfInstallation.h"
+#include "update/UpdateManager.h"
 
 #include <QApplication>
 #include <QCryptographicHash>
@@ -236,7 +241,6 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
     ProgressManager *progressManager, ChannelSettingsManager *channelSettingsManager,
     CommandLine *commandLine, const QString &logPath)
 {
-    Q_UNUSED(capabilities)
     Q_UNUSED(logPath)
 
     qInfo().noquote() << "Available system fonts: " + QFontDatabase().families().join(", ");
@@ -268,6 +272,10 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
         *signatureManager, installationId(), progressManager, settingsManager, owner);
     auto *pendingActions = new ApplicationPendingActions(progressManager, owner);
     auto *localApplications = new LocalApplications(localFeed, channelSettingsManager, owner);
+    auto *updateManager = new UpdateManager(remoteApplications, localApplications, settingsManager, progressManager,
+        pendingActions, capabilities, SelfInstallation::forRunningProgram(), owner);
+    updateManager->setPassThroughArguments(handOverPassThroughArguments(*commandLine));
+    filters->addFilter(updateManager->applicationFilter());
 
     // The one-shot feed dump needs the feed store alone; the model and the manager
     // would only start work that the dump's exit cuts short.
@@ -354,6 +362,11 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
     new SelfApiMethods(selfApi, methods);
     ApplicationRequests::registerInto(selfApi, applicationManager);
     returnFreedMemoryAfterRebuilds(owner, applicationManager);
+    new SelfUpdateRequests(selfApi, updateManager, applicationManager);
+    new AutoUpdateManager(updateManager, settingsManager, applicationManager, progressManager, pendingActions,
+        modelHolder, modelSignals, std::make_shared<NetworkManagerConnectionInfo>(),
+        AutoUpdateManager::DefaultMinDelayMs, AutoUpdateManager::DefaultMaxDelayMs, owner);
+    updateManager->checkUpdateStatus();
 
     if (commandLine->isInternalHeadless() && !startHeadlessFront(application, owner, selfApi, commandLine))
         return;
@@ -375,16 +388,17 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
 
     loadInitialState(owner, remoteApplications, localApplications, projectsManager, modelSignals);
 
-    QTimer::singleShot(1, owner, [commandLine, front]() {
+    QTimer::singleShot(1, owner, [commandLine, front, selfApi]() {
         if (!commandLine->isMinimize() && front) {
             qInfo().noquote() << "Showing main window";
             front->window()->show();
-            if (commandLine->isUpdateFailed()) {
-                const QString text = "Failed to access installation dir " + QCoreApplication::applicationDirPath()
-                    + ". Older version is re-started. Please re-install Hangar manually";
-                qCritical().noquote() << text;
-                front->notifications()->notify(QStringLiteral("Hangar"), text, true);
-            }
+        }
+        // The log, standard error, the page and (while the window is away) the desktop carry the notice.
+        if (!commandLine->isMinimize() && commandLine->isUpdateFailed()) {
+            const QString text = "Failed to access installation dir " + QCoreApplication::applicationDirPath()
+                + ". Older version is re-started. Please re-install Hangar manually";
+            qCritical().noquote() << text;
+            selfApi->notifyOnHandleApiError(text);
         }
         logNetworkConfigurations();
     });

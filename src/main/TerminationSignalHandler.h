@@ -5,8 +5,8 @@
 class QSocketNotifier;
 
 // Turns SIGTERM, SIGINT and SIGHUP into an orderly quit of the event loop, so that a
-// manager stopped by its session, a service manager or `kill` still releases its
-// single-instance block and semaphore instead of leaving them to the next start.
+// manager stopped by its session, a service manager or `kill` still removes its
+// single-instance socket instead of leaving it to the next start.
 // The signal handler only writes one byte to a socket pair; the quit happens on
 // the main thread when the notifier sees that byte.
 class TerminationSignalHandler : public QObject

@@ -1,10 +1,12 @@
 #include "EarlyLogBuffer.h"
 #include "MainWindow.h"
+#include "SelfUpdateHandOver.h"
 #include "SetupUIApplication.h"
 #include "SingleApplicationInstanceController.h"
 #include "TerminationSignalHandler.h"
 #include "base/AppDataDirectory.h"
 #include "base/Capabilities.h"
+#include "base/LogRedaction.h"
 #include "base/Logging.h"
 #include "base/Option.h"
 #include "base/OurCrashHandler.h"
@@ -50,7 +52,7 @@
 
 namespace {
 
-constexpr int WaitForPidTimeoutMs = 20000;
+constexpr int WaitForPidTimeoutMs = 60000;
 constexpr int ProgressIntervalMs = 1000;
 constexpr int RemoveOutdatedSettingsDelayMs = 10000;
 
@@ -91,8 +93,8 @@ void logBanner(const Capabilities &capabilities)
     qInfo().noquote() << "Qt Framework version" << QStringLiteral("5.10.1");
     QStringList environment = QProcessEnvironment::systemEnvironment().toStringList();
     environment.sort();
-    qInfo().noquote() << "Process environment variables" << environment;
-    qInfo().noquote() << "commandline" << QCoreApplication::arguments();
+    qInfo().noquote() << "Process environment variables" << LogRedaction::environment(environment);
+    qInfo().noquote() << "commandline" << LogRedaction::urlCredentials(QCoreApplication::arguments());
     capabilities.dump();
     qInfo().noquote() << "User-Agent:" << userAgent();
     qInfo().noquote() << "Support SSL" << QSslSocket::supportsSsl();
@@ -243,6 +245,10 @@ int main(int argc, char *argv[])
 
     Capabilities capabilities;
     logBanner(capabilities);
+
+    // A downloaded build that was started to replace the running installation does only that.
+    if (!commandLine.getInstallTarget().isEmpty())
+        return runSelfUpdateHandOver(&commandLine);
 
     const Option<SingleApplicationInstanceController *> instanceController
         = ensureSingleInstance(&application, &commandLine);

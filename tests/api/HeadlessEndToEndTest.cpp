@@ -46,7 +46,8 @@ const QStringList TableMethods { "config", "getSettings", "saveSettings", "saveI
     "askCloseRunning", "fusEvent", "forceSubmitStatistics", "openEventLog", "orvPrivacyPolicyAccepted",
     "orvAccountLogin", "orvAccountSwitch", "orvAccountLogout", "readClipboard", "openLink", "sendFeedback",
     "showLogFile", "showDirectory", "getFileManagerName", "openSystemProxySettings", "hideWindow",
-    "quitApplication", "apiReady", "selectDirectoryDialog" };
+    "quitApplication", "apiReady", "selectDirectoryDialog",
+    "setAutoUpdateAllTools" };
 
 } // namespace
 

@@ -4,193 +4,117 @@
 
 #include <QtTest>
 
-// The command line is parsed in-process here; what only a real process shows
-// (--help output, exit codes) is covered by StartupProcessTest.
+namespace {
+
+// Everything a command line was parsed into, in one line: "" for the defaults.
+QString parsed(const QStringList &arguments)
+{
+    const CommandLine l(QStringList("hangar") + arguments);
+    QStringList on;
+    const std::pair<bool, const char *> flags[]
+        = { { l.isDebug(), "debug" }, { !l.isLoggingEnabled(), "no-log" }, { l.isMinimize(), "minimize" },
+              { l.isUpdateFailed(), "update-failed" }, { l.isWindowMode(), "window" },
+              { l.isUninstallMode(), "uninstall" }, { l.isInstallMode(), "install" },
+              { l.isIntegrateIntoSystem(), "integrate" }, { l.isInternalDumpFeed(), "dump-feed" },
+              { l.isInternalHeadless(), "headless" } };
+    for (const auto &[set, name] : flags) {
+        if (set)
+            on << name;
+    }
+    if (!l.getInstallTarget().isEmpty())
+        on << "target=" + l.getInstallTarget();
+    if (l.getDPIOverride(-7.0) != -7.0)
+        on << "dpi=" + QString::number(l.getDPIOverride(-7.0));
+    if (!l.getLogPath().isEmpty())
+        on << "log=" + l.getLogPath();
+    if (l.getWaitForPid() != -1)
+        on << "pid=" + QString::number(l.getWaitForPid());
+    if (l.getInternalWebSocketPort() != -1)
+        on << "ws=" + QString::number(l.getInternalWebSocketPort());
+    return on.join(' ');
+}
+
+} // namespace
+
+// The command line parsed in-process; what only a real process shows (--help
+// output, exit codes) is covered by StartupProcessTest.
 class CommandLineTest : public QObject
 {
     Q_OBJECT
 
-private:
-    static QStringList args(const QStringList &rest) { return QStringList("hangar") + rest; }
-
 private slots:
-    void nothingGivenMeansDefaults()
+    void parses_data()
     {
-        const CommandLine line(args({}));
-        QVERIFY(!line.isDebug());
-        QVERIFY(line.isLoggingEnabled());
-        QVERIFY(!line.isMinimize());
-        QVERIFY(!line.isUpdateFailed());
-        QVERIFY(!line.isWindowMode());
-        QVERIFY(!line.isUninstallMode());
-        QVERIFY(!line.isInstallMode());
-        QVERIFY(!line.isIntegrateIntoSystem());
-        QVERIFY(line.getInstallTarget().isEmpty());
-        QCOMPARE(line.getDPIOverride(1.75), 1.75);
-        QVERIFY(line.getLogPath().isEmpty());
-        QCOMPARE(line.getWaitForPid(), qint64(-1));
-        QVERIFY(!line.isInternalDumpFeed());
-        QVERIFY(!line.isInternalHeadless());
-        QCOMPARE(line.getInternalWebSocketPort(), -1);
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<QString>("expected");
+        QTest::addColumn<QString>("warning"); // the start of the one warning logged, if any
+        const auto row = [](const char *name, const QStringList &arguments, const QString &expected,
+                             const QString &warning = QString()) {
+            QTest::newRow(name) << arguments << expected << warning;
+        };
+        const QString pidWarning = "Unable to convert --wait-for-pid argument %1 to unsigned integer";
+        row("nothing", {}, "");
+        row("every option",
+            { "-d", "--no-log", "--minimize", "--update-failed", "--window-mode", "--uninstall", "--install",
+                "--integrate-into-system", "--install-target", "/opt/t dir", "--dpi", "1.5", "--log-path",
+                "/tmp/l here", "--wait-for-pid", "4242", "--internal-dump-feed", "--internal-headless",
+                "--ws-port", "8090", "--update-successful", "--update-channel", "eap" },
+            "debug no-log minimize update-failed window uninstall install "
+            "integrate dump-feed headless "
+            "target=/opt/t dir dpi=1.5 log=/tmp/l here pid=4242 ws=8090");
+        row("long debug name and equals form", { "--debug", "--dpi=2", "--ws-port=9000", "--log-path=/x" },
+            "debug dpi=2 log=/x ws=9000");
+        row("unknown options only warned", { "--bogus", "--minimize", "-x", "https://example.invalid/link" },
+            "minimize", "Unknown command-line options: (bogus, x)");
+        row("missing value", { "--minimize", "--dpi" }, "minimize",
+            "Command-line error: Missing value after '--dpi'");
+        for (const char *bad :
+            { "abc", "-5", "12.5", "", "99999999999999999999", "9223372036854775808", "123abc" })
+            row(qPrintable("pid " + QString(bad)), { "--wait-for-pid", bad }, "", pidWarning.arg(bad));
+        row("pid zero", { "--wait-for-pid", "0" }, "pid=0");
+        row("pid largest", { "--wait-for-pid", "9223372036854775807" }, "pid=9223372036854775807");
+        for (const char *none : { "0", "", "big", "-2" })
+            row(qPrintable("dpi " + QString(none)), { "--dpi", none }, "");
+        row("dpi fraction", { "--dpi", "1.75" }, "dpi=1.75");
+        row("ws-port trimmed", { "--ws-port", "  8081 " }, "ws=8081");
+        for (const char *bad : { "port", "80x", "0x50", "", "99999999999" })
+            row(qPrintable("ws-port " + QString(bad)), { "--ws-port", bad }, "");
     }
 
-    void everyOptionIsStored()
+    void parses()
     {
-        const CommandLine line(args({ "-d", "--no-log", "--minimize", "--update-failed", "--window-mode",
-            "--uninstall", "--install", "--integrate-into-system", "--install-target", "/opt/target dir",
-            "--dpi", "1.5", "--log-path", "/tmp/logs here", "--wait-for-pid", "4242", "--internal-dump-feed",
-            "--internal-headless", "--ws-port", "8090", "--update-successful", "--update-channel", "eap" }));
-        QVERIFY(line.isDebug());
-        QVERIFY(!line.isLoggingEnabled());
-        QVERIFY(line.isMinimize());
-        QVERIFY(line.isUpdateFailed());
-        QVERIFY(line.isWindowMode());
-        QVERIFY(line.isUninstallMode());
-        QVERIFY(line.isInstallMode());
-        QVERIFY(line.isIntegrateIntoSystem());
-        QCOMPARE(line.getInstallTarget(), QString("/opt/target dir"));
-        QCOMPARE(line.getDPIOverride(1.0), 1.5);
-        QCOMPARE(line.getLogPath(), QString("/tmp/logs here"));
-        QCOMPARE(line.getWaitForPid(), qint64(4242));
-        QVERIFY(line.isInternalDumpFeed());
-        QVERIFY(line.isInternalHeadless());
-        QCOMPARE(line.getInternalWebSocketPort(), 8090);
-    }
-
-    void longDebugNameAndEqualsFormWork()
-    {
-        const CommandLine line(args({ "--debug", "--dpi=2", "--ws-port=9000", "--log-path=/x" }));
-        QVERIFY(line.isDebug());
-        QCOMPARE(line.getDPIOverride(1.0), 2.0);
-        QCOMPARE(line.getInternalWebSocketPort(), 9000);
-        QCOMPARE(line.getLogPath(), QString("/x"));
-    }
-
-    void unknownOptionsAreWarnedButNotFatal()
-    {
-        QTest::ignoreMessage(QtWarningMsg, "Unknown command-line options: (bogus, x)");
-        const CommandLine line(args({ "--bogus", "--minimize", "-x", "https://example.invalid/link" }));
-        // Everything known around the unknown ones still counts.
-        QVERIFY(line.isMinimize());
-        QVERIFY(line.isLoggingEnabled());
-    }
-
-    void missingValueIsWarned()
-    {
-        QTest::ignoreMessage(
-            QtWarningMsg, QRegularExpression("^Command-line error: Missing value after '--dpi'"));
-        const CommandLine line(args({ "--minimize", "--dpi" }));
-        QVERIFY(line.isMinimize());
-        QCOMPARE(line.getDPIOverride(3.0), 3.0);
-    }
-
-    void waitForPidAcceptsOnlyNonNegativeIntegers_data()
-    {
-        QTest::addColumn<QString>("value");
-        QTest::addColumn<qint64>("expected");
-        QTest::addColumn<bool>("warned");
-        QTest::newRow("letters") << "abc" << qint64(-1) << true;
-        QTest::newRow("zero") << "0" << qint64(0) << false;
-        QTest::newRow("negative") << "-5" << qint64(-1) << true;
-        QTest::newRow("fraction") << "12.5" << qint64(-1) << true;
-        QTest::newRow("empty") << "" << qint64(-1) << true;
-        QTest::newRow("beyond 64 bits") << "99999999999999999999" << qint64(-1) << true;
-        QTest::newRow("beyond signed 64 bits") << "9223372036854775808" << qint64(-1) << true;
-        QTest::newRow("largest") << "9223372036854775807" << qint64(9223372036854775807LL) << false;
-        QTest::newRow("trailing text") << "123abc" << qint64(-1) << true;
-    }
-
-    void waitForPidAcceptsOnlyNonNegativeIntegers()
-    {
-        QFETCH(QString, value);
-        QFETCH(qint64, expected);
-        QFETCH(bool, warned);
+        QFETCH(QStringList, arguments);
+        QFETCH(QString, expected);
+        QFETCH(QString, warning);
         LogCapture capture;
-        const CommandLine line(args({ "--wait-for-pid", value }));
-        QCOMPARE(line.getWaitForPid(), expected);
-        const QStringList expectedWarnings = warned
-            ? QStringList("Unable to convert --wait-for-pid argument " + value + " to unsigned integer")
-            : QStringList();
-        QCOMPARE(capture.matching(QString(), QtWarningMsg), expectedWarnings);
+        QCOMPARE(parsed(arguments), expected);
+        const QStringList warnings = capture.matching(QString(), QtWarningMsg);
+        QCOMPARE(warnings.size(), warning.isEmpty() ? 0 : 1);
+        QVERIFY2(warning.isEmpty() || warnings.first().startsWith(warning), qPrintable(warnings.join('\n')));
     }
 
-    void dpiIsUsedOnlyWhenPositiveNumber_data()
-    {
-        QTest::addColumn<QString>("value");
-        QTest::addColumn<double>("expected");
-        QTest::newRow("zero means no override") << "0" << 1.25;
-        QTest::newRow("empty") << "" << 1.25;
-        QTest::newRow("not a number") << "big" << 1.25;
-        QTest::newRow("negative") << "-2" << 1.25;
-        QTest::newRow("fraction") << "1.75" << 1.75;
-        QTest::newRow("integer") << "2" << 2.0;
-    }
-
-    void dpiIsUsedOnlyWhenPositiveNumber()
-    {
-        QFETCH(QString, value);
-        QFETCH(double, expected);
-        const CommandLine line(args({ "--dpi", value }));
-        QCOMPARE(line.getDPIOverride(1.25), expected);
-    }
-
-    void wsPortIsTrimmedDecimal_data()
-    {
-        QTest::addColumn<QString>("value");
-        QTest::addColumn<int>("expected");
-        QTest::newRow("plain") << "8080" << 8080;
-        QTest::newRow("blanks around") << "  8081 " << 8081;
-        QTest::newRow("letters") << "port" << -1;
-        QTest::newRow("trailing letters") << "80x" << -1;
-        QTest::newRow("hex is not decimal") << "0x50" << -1;
-        QTest::newRow("empty") << "" << -1;
-        QTest::newRow("too big for int") << "99999999999" << -1;
-    }
-
-    void wsPortIsTrimmedDecimal()
-    {
-        QFETCH(QString, value);
-        QFETCH(int, expected);
-        const CommandLine line(args({ "--ws-port", value }));
-        QCOMPARE(line.getInternalWebSocketPort(), expected);
-    }
-
-    void hasOptionRecognisesDeclaredNamesOnly_data()
+    void recognisesOptions_data()
     {
         QTest::addColumn<QString>("arg");
-        QTest::addColumn<bool>("expected");
-        QTest::newRow("long") << "--minimize" << true;
-        QTest::newRow("short debug") << "-d" << true;
-        QTest::newRow("long debug") << "--debug" << true;
-        QTest::newRow("hidden") << "--install-target" << true;
-        QTest::newRow("obsolete") << "--update-channel" << true;
-        QTest::newRow("recognised only") << "--update-successful" << true;
-        QTest::newRow("help") << "--help" << true;
-        QTest::newRow("version") << "--version" << true;
-        QTest::newRow("value joined with equals") << "--minimize=1" << false;
-        QTest::newRow("wrong case") << "--Minimize" << false;
-        QTest::newRow("single dash long name") << "-minimize" << false;
-        QTest::newRow("unknown") << "--bogus" << false;
-        QTest::newRow("link message") << "url https://example.invalid" << false;
-        QTest::newRow("activation message") << "activate " << false;
-        QTest::newRow("empty") << "" << false;
+        QTest::addColumn<bool>("declared"); // hasOption
+        QTest::addColumn<bool>("optionLike"); // canBeOption
+        for (const char *name : { "--minimize", "-d", "--debug", "--install-target", "--update-channel",
+                 "--update-successful", "--help", "--version" })
+            QTest::newRow(name) << name << true << true;
+        for (const char *name : { "--minimize=1", "--Minimize", "-minimize", "--bogus", "-" })
+            QTest::newRow(name) << name << false << true;
+        for (const char *name :
+            { "url https://example.invalid", "activate ", "", " -d", "https://x.invalid/-x" })
+            QTest::newRow(name) << name << false << false;
     }
 
-    void hasOptionRecognisesDeclaredNamesOnly()
+    void recognisesOptions()
     {
         QFETCH(QString, arg);
-        QFETCH(bool, expected);
-        const CommandLine line(args({}));
-        QCOMPARE(line.hasOption(arg), expected);
-    }
-
-    void canBeOptionLooksAtTheFirstCharacter()
-    {
-        QVERIFY(CommandLine::canBeOption("-"));
-        QVERIFY(CommandLine::canBeOption("--anything"));
-        QVERIFY(!CommandLine::canBeOption("https://example.invalid/-x"));
-        QVERIFY(!CommandLine::canBeOption(""));
-        QVERIFY(!CommandLine::canBeOption(" -d"));
+        QFETCH(bool, declared);
+        QFETCH(bool, optionLike);
+        QCOMPARE(CommandLine(QStringList("hangar")).hasOption(arg), declared);
+        QCOMPARE(CommandLine::canBeOption(arg), optionLike);
     }
 };
 

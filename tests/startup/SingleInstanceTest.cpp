@@ -1,183 +1,270 @@
-#include "SharedMessageQueue.h"
+#include "ForeignUser.h"
+#include "InstanceMessageCodec.h"
 #include "SingleApplicationInstanceController.h"
+#include "support/LogCapture.h"
 
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QtTest>
 #include <cstring>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
 
-// The queue layout and the controller, driven in-process. The hand-over between
-// two real processes is covered by StartupProcessTest.
+using Controller = SingleApplicationInstanceController;
+
+namespace {
+
+// A socket bound at `path` (listening when asked); the caller closes it.
+int boundSocket(const QByteArray &path, bool listening)
+{
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address {};
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path, path.constData(), size_t(path.size()));
+    if (::bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)) != 0
+        || (listening && ::listen(fd, 8) != 0))
+        return -1;
+    return fd;
+}
+
+QStringList takeAll(QSignalSpy &spy)
+{
+    QStringList all;
+    while (!spy.isEmpty())
+        all << spy.takeFirst().at(0).toStringList();
+    return all;
+}
+
+} // namespace
+
+// The guard driven in-process: a master and its second starts are two
+// controllers with the same key. Each test has its own temporary and runtime
+// folders.
 class SingleInstanceTest : public QObject
 {
     Q_OBJECT
 
 private:
-    static constexpr int Size = SingleApplicationInstanceController::SharedMemorySize;
-    QTemporaryDir m_tmp;
-    int m_keyCounter = 0;
+    std::unique_ptr<QTemporaryDir> m_tmp;
+    QString m_key;
 
-    // A key of our own per test, so that no leftover of another run can interfere.
-    QString freshKey()
-    {
-        return SingleApplicationInstanceController::uniqueApplicationKey(
-            m_tmp.path() + "/home" + QString::number(++m_keyCounter));
-    }
-
-    static QByteArray emptyBlock()
-    {
-        QByteArray block(Size, char(0x5a)); // garbage everywhere but the start
-        SharedMessageQueue::clear(block.data(), block.size());
-        return block;
-    }
+    QString runtimeFolder() const { return m_tmp->path() + "/runtime"; }
+    QString guardFolder() const { return runtimeFolder() + "/vantrel-hangar"; }
 
 private slots:
-    void initTestCase()
+    void init()
     {
-        QVERIFY(m_tmp.isValid());
-        // The key files of shared memory and semaphores go to the temporary folder.
-        qputenv("TMPDIR", m_tmp.path().toUtf8());
+        m_tmp = std::make_unique<QTemporaryDir>("/tmp/hangar-si-XXXXXX"); // short: socket paths are limited
+        QVERIFY(QDir().mkpath(runtimeFolder()) && QDir().mkpath(m_tmp->path() + "/tmp"));
+        QVERIFY(::chmod(QFile::encodeName(runtimeFolder()).constData(), 0700) == 0);
+        qputenv("XDG_RUNTIME_DIR", runtimeFolder().toUtf8());
+        qputenv("TMPDIR", (m_tmp->path() + "/tmp").toUtf8());
+        m_key = Controller::uniqueApplicationKey(m_tmp->path());
     }
 
-    // The key is shared with every other build of the manager that may run in the
-    // same session (an older one handing over to a newer one): pinned, not recomputed.
-    void keyIsStableAcrossBuildsAndDiffersPerHome()
+    // Pinned: an older build hands over to a newer one through the same key.
+    void keyIsStableAcrossBuildsAndCodecKeepsRecordsWhole()
     {
-        QCOMPARE(SingleApplicationInstanceController::uniqueApplicationKey("/home/alice"),
-            QString("77926738a880cbb1487dfebb8c13f7f2"));
-        QVERIFY(SingleApplicationInstanceController::uniqueApplicationKey("/home/alice")
-            != SingleApplicationInstanceController::uniqueApplicationKey("/home/alice/"));
-        QCOMPARE(SingleApplicationInstanceController::uniqueApplicationKey("/home/ünï").size(), 32);
-    }
-
-    void queueKeepsMessagesInOrderAndEmptiesOnRead()
-    {
-        QByteArray block = emptyBlock();
-        QVERIFY(SharedMessageQueue::append(block.data(), Size, "--minimize"));
-        QVERIFY(SharedMessageQueue::append(block.data(), Size, "url vantrel://open?x=ü"));
-        QVERIFY(SharedMessageQueue::append(block.data(), Size, "activate "));
-        // The bytes are the documented layout: 16-bit little-endian length, then UTF-8.
-        QCOMPARE(block.left(12), QByteArray("\x0a\x00--minimize", 12));
-        QCOMPARE(SharedMessageQueue::takeAll(block.data(), Size),
-            QStringList({ "--minimize", "url vantrel://open?x=ü", "activate " }));
-        QCOMPARE(SharedMessageQueue::takeAll(block.data(), Size), QStringList());
-    }
-
-    // A length whose low byte is zero must not read as the end of the queue.
-    void messageOfMultipleOf256BytesSurvives()
-    {
-        QByteArray block = emptyBlock();
-        const QString first = "url " + QString(252, 'a'); // 256 bytes
-        const QString second = "url " + QString(508, 'b'); // 512 bytes
-        QVERIFY(SharedMessageQueue::append(block.data(), Size, first));
-        QVERIFY(SharedMessageQueue::append(block.data(), Size, second));
-        QVERIFY(SharedMessageQueue::append(block.data(), Size, "activate "));
         QCOMPARE(
-            SharedMessageQueue::takeAll(block.data(), Size), QStringList({ first, second, "activate " }));
+            Controller::uniqueApplicationKey("/home/alice"), QString("77926738a880cbb1487dfebb8c13f7f2"));
+        QVERIFY(Controller::uniqueApplicationKey("/home/alice")
+            != Controller::uniqueApplicationKey("/home/alice/"));
+
+        // Lengths whose low byte is zero, and a record arriving in pieces.
+        const QString a = "url " + QString(252, 'a'), b = "url " + QString(508, 'b') + "ü";
+        QByteArray stream = *InstanceMessageCodec::encode(a) + *InstanceMessageCodec::encode(b);
+        QCOMPARE(stream.left(4), QByteArray("\x00\x01url", 5).left(4));
+        QByteArray buffer = stream.left(300);
+        QCOMPARE(InstanceMessageCodec::takeComplete(buffer), QStringList(a));
+        buffer += stream.mid(300);
+        QCOMPARE(InstanceMessageCodec::takeComplete(buffer), QStringList(b));
+        QVERIFY(buffer.isEmpty());
+        QVERIFY(InstanceMessageCodec::encode(QString(65535, 'z')));
+        QVERIFY(!InstanceMessageCodec::encode(QString(65536, 'z')));
     }
 
-    void fullQueueRefusesAndKeepsWhatItHas()
+    void secondStartsHandOverInOrderAndNoCounterRunsOut()
     {
-        QByteArray block = emptyBlock();
-        // Fills 10,240 - 10 bytes exactly: 2 + 10226 bytes of record, two terminator bytes.
-        const QString filler(10226, 'f');
-        QVERIFY(SharedMessageQueue::append(block.data(), Size, filler));
-        QVERIFY(!SharedMessageQueue::append(block.data(), Size, "x"));
-        QCOMPARE(SharedMessageQueue::takeAll(block.data(), Size), QStringList(filler));
-
-        const QString tooBig(10227, 'g');
-        QVERIFY(!SharedMessageQueue::append(block.data(), Size, tooBig));
-        QCOMPARE(SharedMessageQueue::takeAll(block.data(), Size), QStringList());
-
-        // Many small messages: the last ones that do not fit are refused, none is torn.
-        int accepted = 0;
-        while (SharedMessageQueue::append(
-            block.data(), Size, QString("message %1").arg(accepted, 4, 10, QChar('0'))))
-            ++accepted;
-        const QStringList read = SharedMessageQueue::takeAll(block.data(), Size);
-        QCOMPARE(read.size(), accepted);
-        QCOMPARE(read.last(), QString("message %1").arg(accepted - 1, 4, 10, QChar('0')));
-        QVERIFY(accepted > 700);
-    }
-
-    void overlongMessageIsRefusedEvenWithRoom()
-    {
-        QByteArray big(70000, 0);
-        SharedMessageQueue::clear(big.data(), big.size());
-        QVERIFY(!SharedMessageQueue::append(big.data(), big.size(), QString(65536, 'z')));
-        QVERIFY(SharedMessageQueue::append(big.data(), big.size(), QString(65535, 'z')));
-        QCOMPARE(SharedMessageQueue::takeAll(big.data(), big.size()).value(0).size(), 65535);
-    }
-
-    // A record whose length runs past the usable part (a block scribbled on by a
-    // broken writer) ends the reading instead of reading beyond the block.
-    void corruptLengthStopsReading()
-    {
-        QByteArray block = emptyBlock();
-        QVERIFY(SharedMessageQueue::append(block.data(), Size, "first"));
-        const int second = 2 + 5;
-        block[second] = char(0xff);
-        block[second + 1] = char(0x7f);
-        QCOMPARE(SharedMessageQueue::takeAll(block.data(), Size), QStringList("first"));
-        QCOMPARE(SharedMessageQueue::takeAll(block.data(), Size), QStringList());
-    }
-
-    void secondControllerHandsMessagesToTheMaster()
-    {
-        const QString key = freshKey();
-        SingleApplicationInstanceController master(key);
-        QVERIFY(master.isMasterInstance());
-        QSignalSpy received(&master, &SingleApplicationInstanceController::messageAvailable);
-
+        Controller master(m_key);
+        QVERIFY(master.isMasterInstance() && master.isGuarding());
+        QCOMPARE(master.socketPath(), guardFolder() + "/" + m_key + ".socket");
+        QCOMPARE(QFileInfo(guardFolder()).permissions() & 0x0077, QFileDevice::Permissions());
+        QSignalSpy received(&master, &Controller::messageAvailable);
         {
-            SingleApplicationInstanceController second(key);
+            Controller second(m_key);
             QVERIFY(!second.isMasterInstance());
             QVERIFY(second.sendMessageToMasterInstance("--minimize"));
+            QVERIFY(!second.sendMessageToMasterInstance(QString(65536, 'x')));
             QVERIFY(second.sendMessageToMasterInstance("url https://example.invalid/a b"));
         }
-        QStringList all;
-        QTRY_VERIFY_WITH_TIMEOUT(
-            [&] {
-                while (!received.isEmpty())
-                    all << received.takeFirst().at(0).toStringList();
-                return all.size() >= 2;
-            }(),
-            10000);
-        QCOMPARE(all, QStringList({ "--minimize", "url https://example.invalid/a b" }));
-    }
+        QTRY_COMPARE(received.size(), 1); // one second start, one batch
+        QCOMPARE(takeAll(received), QStringList({ "--minimize", "url https://example.invalid/a b" }));
 
-    void messagesQueuedWhileMasterIsBusyArriveTogetherAndOverflowIsDropped()
-    {
-        const QString key = freshKey();
-        SingleApplicationInstanceController master(key);
-        QVERIFY(master.isMasterInstance());
-        QSignalSpy received(&master, &SingleApplicationInstanceController::messageAvailable);
-
-        // No event loop runs while these are sent, like a master busy on its main thread.
-        SingleApplicationInstanceController second(key);
-        QVERIFY(second.sendMessageToMasterInstance("url " + QString(6000, 'a')));
-        QVERIFY(!second.sendMessageToMasterInstance("url " + QString(6000, 'b')));
-        QVERIFY(second.sendMessageToMasterInstance("activate "));
-
-        QTRY_VERIFY_WITH_TIMEOUT(!received.isEmpty(), 10000);
-        QCOMPARE(received.takeFirst().at(0).toStringList(),
-            QStringList({ "url " + QString(6000, 'a'), "activate " }));
-        // The later wake-ups find the queue empty and signal nothing.
-        QTest::qWait(200);
-        QCOMPARE(received.size(), 0);
-    }
-
-    void blockIsFreedWhenMasterGoesAway()
-    {
-        const QString key = freshKey();
-        {
-            SingleApplicationInstanceController master(key);
-            QVERIFY(master.isMasterInstance());
+        // More second starts than a 16-bit wake-up counter holds, with the master
+        // busy (no event loop) for hundreds of them at a time.
+        constexpr int Starts = 33000;
+        int delivered = 0;
+        QLoggingCategory::setFilterRules("default.info=false");
+        for (int i = 0; i < Starts; ++i) {
+            Controller second(m_key);
+            QVERIFY2(!second.isMasterInstance(), qPrintable(QString::number(i)));
+            QVERIFY(second.sendMessageToMasterInstance("activate "));
+            if (i % 200 == 199) {
+                QCoreApplication::processEvents();
+                delivered += takeAll(received).size();
+            }
         }
-        QSharedMemory probe(key);
-        QVERIFY(!probe.attach());
-        SingleApplicationInstanceController next(key);
-        QVERIFY(next.isMasterInstance());
+        QTRY_VERIFY((delivered += takeAll(received).size()) == Starts);
+        QLoggingCategory::setFilterRules(QString());
+    }
+
+    void goneOrUnreachableMasterLeavesAMasterWithAWarning()
+    {
+        {
+            Controller master(m_key);
+            QVERIFY(QFileInfo::exists(master.socketPath()));
+        }
+        const QString socket = guardFolder() + "/" + m_key + ".socket";
+        QVERIFY(!QFileInfo::exists(socket));
+
+        // A crashed master's socket: nobody holds the lock, the next start takes
+        // over.
+        const int stale = boundSocket(QFile::encodeName(socket), false);
+        QVERIFY(stale >= 0);
+        ::close(stale);
+        {
+            Controller next(m_key);
+            QVERIFY(next.isMasterInstance() && next.isGuarding());
+        }
+
+        // The lock is held but nobody answers: after the time limit, a master
+        // without the guard.
+        const int lock = ::open(QFile::encodeName(guardFolder() + "/" + m_key + ".lock").constData(), O_RDWR);
+        QVERIFY(lock >= 0 && ::flock(lock, LOCK_EX) == 0);
+        LogCapture log;
+        Controller unreachable(m_key);
+        ::close(lock);
+        QVERIFY(unreachable.isMasterInstance() && !unreachable.isGuarding());
+        QVERIFY(log.contains("Cannot reach the running instance through " + socket));
+        QVERIFY(!unreachable.sendMessageToMasterInstance("activate "));
+    }
+
+    // Another local user prepares the guard's objects before us, or knocks at our
+    // master: nothing of ours reaches them, and no start waits beyond its time
+    // limit.
+    void foreignObjectsNeverCaptureOrBlock_data()
+    {
+        QTest::addColumn<QString>("attack");
+        QTest::addColumn<bool>("guarded");
+        QTest::addColumn<QString>("warning");
+        QTest::newRow("squatted folder in the temporary folder")
+            << "squat" << true << "belongs to another user";
+        QTest::newRow("runtime folder of someone else") << "runtime" << true << QString();
+        QTest::newRow("lock file of someone else") << "lock" << false << "is not a file of ours";
+        QTest::newRow("listener of someone else") << "listener" << false << "run by user id";
+        QTest::newRow("caller of someone else") << "caller" << true << "Refused a message from user id";
+    }
+
+    void foreignObjectsNeverCaptureOrBlock()
+    {
+        QFETCH(QString, attack);
+        QFETCH(bool, guarded);
+        QFETCH(QString, warning);
+        const std::optional<ForeignUser> foreign = ForeignUser::create();
+        if (!foreign)
+            QSKIP("needs root to add and become a second user");
+
+        const QString squatted = m_tmp->path() + "/tmp/vantrel-hangar-0";
+        const QString folder = attack == "squat" ? squatted : guardFolder();
+        const QByteArray socket = QFile::encodeName(folder + "/" + m_key + ".socket");
+        const QByteArray lock = QFile::encodeName(folder + "/" + m_key + ".lock");
+        if (attack == "squat")
+            qunsetenv("XDG_RUNTIME_DIR");
+        if (attack == "runtime")
+            QVERIFY(::chown(QFile::encodeName(runtimeFolder()).constData(), foreign->uid, foreign->gid) == 0);
+        QVERIFY(QDir().mkpath(folder));
+        QVERIFY(::chmod(QFile::encodeName(folder).constData(), attack == "squat" ? 0777 : 0700) == 0);
+        if (attack == "squat")
+            QVERIFY(::chown(QFile::encodeName(folder).constData(), foreign->uid, foreign->gid) == 0);
+
+        // What the other user's process receives comes back through this pipe.
+        int spied[2];
+        QVERIFY(::pipe(spied) == 0);
+        const int lockFd = attack == "lock" || attack == "listener"
+            ? ::open(lock.constData(), O_RDWR | O_CREAT, 0600)
+            : -1;
+        if (lockFd >= 0)
+            QVERIFY(::flock(lockFd, LOCK_EX) == 0);
+        if (attack == "lock")
+            QVERIFY(::fchown(lockFd, foreign->uid, foreign->gid) == 0);
+        const int listener = attack == "squat" || attack == "listener" ? boundSocket(socket, false) : -1;
+        pid_t child = -1;
+        auto stopChild = qScopeGuard([&] {
+            if (child > 0)
+                ForeignUser::stop(child);
+        });
+        if (listener >= 0) {
+            child = foreign->spawn([&] {
+                // Listening after the switch makes the socket's owner the other user.
+                ::listen(listener, 8);
+                for (;;) {
+                    const int fd = ::accept(listener, nullptr, nullptr);
+                    char byte;
+                    while (fd >= 0 && ::read(fd, &byte, 1) == 1)
+                        (void)!::write(spied[1], &byte, 1);
+                    ::close(fd);
+                }
+            });
+        }
+
+        LogCapture log;
+        std::unique_ptr<Controller> master = std::make_unique<Controller>(m_key);
+        QSignalSpy received(master.get(), &Controller::messageAvailable);
+        QVERIFY(master->isMasterInstance());
+        QCOMPARE(master->isGuarding(), guarded);
+        if (!warning.isEmpty() && attack != "caller")
+            QVERIFY2(log.count(warning) >= 1, qPrintable(log.messages().join("\n")));
+        if (guarded)
+            QVERIFY(!master->socketPath().startsWith(folder + "/") || attack == "caller");
+
+        if (attack == "caller") {
+            for (const QString &path : { m_tmp->path(), runtimeFolder(), folder })
+                QVERIFY(::chmod(QFile::encodeName(path).constData(), 0711) == 0);
+            QVERIFY(::chmod(socket.constData(), 0777) == 0);
+            const QByteArray record = *InstanceMessageCodec::encode("url https://example.invalid/stolen");
+            child = foreign->spawn([&] {
+                const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+                sockaddr_un address {};
+                address.sun_family = AF_UNIX;
+                std::memcpy(address.sun_path, socket.constData(), size_t(socket.size()));
+                if (::connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)) == 0)
+                    (void)!::write(fd, record.constData(), size_t(record.size()));
+                ::close(fd);
+            });
+            QTRY_VERIFY(log.contains(warning));
+            QCOMPARE(received.size(), 0);
+            for (const QString &path : { m_tmp->path(), runtimeFolder() })
+                QVERIFY(::chmod(QFile::encodeName(path).constData(), 0700) == 0);
+        }
+        // Our own second start still reaches our own master.
+        if (guarded) {
+            QVERIFY(Controller(m_key).sendMessageToMasterInstance("url mine"));
+            QTRY_VERIFY(!received.isEmpty());
+            QCOMPARE(takeAll(received), QStringList("url mine"));
+        }
+        master.reset();
+        stopChild.dismiss();
+        if (child > 0)
+            ForeignUser::stop(child);
+        ::fcntl(spied[0], F_SETFL, O_NONBLOCK);
+        char byte;
+        QCOMPARE(::read(spied[0], &byte, 1),
+            ssize_t(-1)); // not a byte reached them
+        for (int fd : { spied[0], spied[1], lockFd, listener })
+            ::close(fd);
     }
 };
 

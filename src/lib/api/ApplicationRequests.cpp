@@ -6,6 +6,7 @@
 #include "model/ApplicationManagerModelJSON.h"
 
 #include <QJsonDocument>
+#include <QUrlQuery>
 
 namespace {
 
@@ -38,6 +39,15 @@ Result<QJsonObject> optionalObject(const ApiArguments &arguments, const QString 
     if (value.isUndefined() || value.isNull())
         return QJsonObject();
     return arguments.object(key);
+}
+
+// An optional string argument: absent (or null) is empty.
+Result<QString> optionalString(const ApiArguments &arguments, const QString &key)
+{
+    const QJsonValue value = arguments.request().value(key);
+    if (value.isUndefined() || value.isNull())
+        return QString();
+    return arguments.string(key);
 }
 
 // A request whose only argument is the tool.
@@ -125,7 +135,34 @@ void ApplicationRequests::registerInto(SelfApi *api, ApplicationManager *manager
 
     const auto item = [](const ApiArguments &arguments) { return optionalObject(arguments, "item"); };
     const auto settings = [](const ApiArguments &arguments) { return arguments.object("settings"); };
-    api->addMethod("activateApplication", onToolWith<QJsonObject>(manager, item, &M::activateApplication));
+    api->addMethod("activateApplication", [manager, item](const QJsonObject &request, const Reply &reply) {
+        // "project_path" (optional) opens that folder with the tool, known to the recent projects or not.
+        const ApiArguments arguments(request);
+        const Result<QString> project = optionalString(arguments, "project_path");
+        const Result<QJsonObject> entry = tool(arguments);
+        if (!project || !entry || project->isEmpty()) {
+            if (!project)
+                reply(project.toError());
+            else
+                onToolWith<QJsonObject>(manager, item, &M::activateApplication)(request, reply);
+            return;
+        }
+        // An installed entry's key is "local-<application type>-<channel id>".
+        const QString type = entry->value(QStringLiteral("feed_item")).toObject().value(QStringLiteral("id")).toString();
+        const QString prefix = QStringLiteral("local-") + type + QLatin1Char('-');
+        const QString key = entry->value(QStringLiteral("key")).toString();
+        if (type.isEmpty() || !key.startsWith(prefix)) {
+            reply(Error(QStringLiteral("Argument \"tool\" names no installed tool")));
+            return;
+        }
+        QUrlQuery query;
+        query.addQueryItem(QStringLiteral("tool"), type);
+        query.addQueryItem(QStringLiteral("channel"), key.mid(prefix.size()));
+        query.addQueryItem(QStringLiteral("project"), *project);
+        QUrl url(QStringLiteral("hangar://activate"));
+        url.setQuery(query);
+        manager->activateProtocol(url, answerWhenDone(reply));
+    });
     api->addMethod("renameApplication",
         onToolWith<QString>(
             manager, [](const ApiArguments &arguments) { return arguments.string("name"); },
@@ -160,9 +197,15 @@ void ApplicationRequests::registerInto(SelfApi *api, ApplicationManager *manager
         return QString::fromUtf8(
             QJsonDocument(manager->getApplicationStatuses()).toJson(QJsonDocument::Compact));
     });
-    api->addImmediateMethod("updateFeed", [manager](const QJsonObject &) -> Result<QString> {
+    // Answered once the download has ended and the model is rebuilt, so that a client (the
+    // command line, a Retry button) knows the list it reads next is the fresh one.
+    api->addMethod("updateFeed", [manager](const QJsonObject &, const Reply &reply) {
+        auto connection = std::make_shared<QMetaObject::Connection>();
+        *connection = QObject::connect(manager, &ApplicationManager::feedRefreshFinished, manager, [reply, connection] {
+            QObject::disconnect(*connection);
+            reply(QString());
+        });
         manager->scheduleApplicationsListRefresh(ModelUpdateReason::UserRequest);
-        return QString();
     });
 
     QObject::connect(manager, &ApplicationManager::refreshApplicationsList, api,

@@ -193,11 +193,7 @@ void SelfApiMethods::registerAccountAndStatisticsMethods()
     m_api->addImmediateMethod("openEventLog", [this, usage](const QJsonObject &) -> Answer {
         return done(m_api->connector()->openFile(usage->path()));
     });
-    // Self-update arrives with the update manager; until then both say so.
-    m_api->addImmediateMethod(
-        "getSelfUpdateStatus", [](const QJsonObject &) -> Answer { return unavailable("Self-update is"); });
-    m_api->addImmediateMethod(
-        "updateSelf", [](const QJsonObject &) -> Answer { return unavailable("Self-update is"); });
+    // "getSelfUpdateStatus" and "updateSelf" are SelfUpdateRequests'.
 
     FeedletManager *feedlets = m_deps.feedletManager;
     m_api->addImmediateMethod("installFeedlet", [feedlets](const QJsonObject &request) -> Answer {

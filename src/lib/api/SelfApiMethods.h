@@ -22,7 +22,8 @@ class UsageEventLog;
 //
 // What this build has no service for answers with a clear error and changes
 // nothing: account sign-in ("Accounts are not available in this build"),
-// sending usage statistics, the manager's own update. Usage events are kept in
+// sending usage statistics. The manager's own update has requests of its own
+// (SelfUpdateRequests). Usage events are kept in
 // a local log (UsageEventLog) and never sent.
 class SelfApiMethods : public QObject
 {

@@ -7,6 +7,10 @@
 #include <QJsonDocument>
 #include <QJsonParseError>
 #include <QSaveFile>
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -98,14 +102,42 @@ QJsonValue JsonEditor::value(const QStringList &path) const
     return node.value(path.last());
 }
 
+Result<QByteArray> JsonEditor::readStateFile(const QString &path)
+{
+    // Non-blocking: opening a FIFO for reading would otherwise wait for a writer.
+    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0)
+        return Error("Unable to open file: " + path);
+    struct stat info;
+    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+        ::close(fd);
+        return Error("Unable to open file: " + path + " (not a regular file)");
+    }
+    QByteArray content;
+    char buffer[64 * 1024];
+    for (;;) {
+        const ssize_t got = ::read(fd, buffer, sizeof(buffer));
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0) {
+            ::close(fd);
+            return Error("Unable to read file: " + path);
+        }
+        if (got == 0)
+            break;
+        content.append(buffer, int(got));
+    }
+    ::close(fd);
+    return content;
+}
+
 Result<QJsonObject> JsonEditor::loadJsonFile(const QString &path)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return Error("Unable to open file: " + path);
-    const QByteArray content = file.readAll();
+    const Result<QByteArray> content = readStateFile(path);
+    if (content.isError())
+        return content.toError();
     QJsonParseError parseError;
-    const QJsonDocument document = QJsonDocument::fromJson(content, &parseError);
+    const QJsonDocument document = QJsonDocument::fromJson(content.value(), &parseError);
     if (parseError.error != QJsonParseError::NoError)
         return Error("Unable to parse json in '" + path + "': " + parseError.errorString());
     if (!document.isObject())
@@ -122,13 +154,17 @@ Result<void> JsonEditor::saveJsonFile(const QString &path, const QJsonObject &ob
             return Error("Unable to create directory: " + directory);
     }
 
+    return writeFileAtomically(path, QJsonDocument(object).toJson(QJsonDocument::Indented));
+}
+
+Result<void> JsonEditor::writeFileAtomically(const QString &path, const QByteArray &content)
+{
     QSaveFile file(path);
     // Unbuffered, so that a short write (full disk, quota, file-size limit) is seen
     // here: a buffered device flushes at commit() and reports a partial flush as
     // success, which would rename a torn file into place.
     if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
         return Error("Unable to open file for writing: " + path);
-    const QByteArray content = QJsonDocument(object).toJson(QJsonDocument::Indented);
     for (qint64 done = 0; done < content.size();) {
         const qint64 written = file.write(content.constData() + done, content.size() - done);
         if (written <= 0) {

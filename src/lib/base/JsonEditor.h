@@ -43,10 +43,17 @@ public:
     // Reads a whole JSON file whose root must be an object.
     static Result<QJsonObject> loadJsonFile(const QString &path);
 
+    // The bytes of a state file. Anything but a regular file (a FIFO, a device, a
+    // folder) is refused: the file is opened non-blocking and never waited on.
+    static Result<QByteArray> readStateFile(const QString &path);
+
     // Writes the object as indented JSON. The file is replaced atomically: the new
     // content goes to a temporary file in the same folder, is flushed, and is renamed
     // over the old one, so a crash or a full disk leaves either the old or the new file.
     static Result<void> saveJsonFile(const QString &path, const QJsonObject &object);
+
+    // The same atomic replacement for any bytes (the folder must exist).
+    static Result<void> writeFileAtomically(const QString &path, const QByteArray &content);
 
 private:
     QJsonObject &m_object;

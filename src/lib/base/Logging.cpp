@@ -1,11 +1,13 @@
 #include "base/Logging.h"
 
 #include "base/AppDataDirectory.h"
+#include "base/PrivateDirectory.h"
 
 #include <QByteArray>
 #include <QDebug>
 #include <QTextStream>
 #include <QtGlobal>
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -80,13 +82,37 @@ bool writeAll(int fd, const char *data, size_t length)
     return true;
 }
 
-// Copies `from` over `to` byte for byte; plain POSIX calls so that nothing here logs.
+// Opens a log file for appending without following a symbolic link and without
+// waiting on a FIFO. A link in the log folder is replaced by a file of our own
+// rather than written through. -1 when the name is taken by anything but a file.
+int openLogFile(const char *path)
+{
+    const int flags = O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    int fd = ::open(path, flags, 0600);
+    if (fd < 0 && errno == ELOOP && ::unlink(path) == 0)
+        fd = ::open(path, flags | O_EXCL, 0600);
+    if (fd < 0)
+        return -1;
+    struct stat info;
+    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode) || info.st_uid != ::geteuid()) {
+        ::close(fd);
+        return -1;
+    }
+    // Files written by older builds may still be readable by others.
+    if (info.st_mode & 077)
+        (void)::fchmod(fd, 0600);
+    return fd;
+}
+
+// Copies the content of `from` (by name) to a new private `to`; plain POSIX calls
+// so that nothing here logs.
 void copyFile(const char *from, const char *to)
 {
-    const int in = ::open(from, O_RDONLY | O_CLOEXEC);
+    const int in = ::open(from, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
     if (in < 0)
         return;
-    const int out = ::open(to, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    ::unlink(to);
+    const int out = ::open(to, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
     if (out >= 0) {
         char buffer[64 * 1024];
         for (;;) {
@@ -105,19 +131,64 @@ void copyFile(const char *from, const char *to)
 // file has grown past `limit`.
 void appendLine(const QByteArray &path, qint64 limit, const QByteArray &line)
 {
-    int flags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC;
-    struct stat info;
-    if (::stat(path.constData(), &info) == 0 && qint64(info.st_size) > limit) {
-        const QByteArray backup = path + ".1";
-        ::unlink(backup.constData());
-        copyFile(path.constData(), backup.constData());
-        flags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC;
-    }
-    const int fd = ::open(path.constData(), flags, 0644);
+    const int fd = openLogFile(path.constData());
     if (fd < 0)
         return;
+    struct stat info;
+    if (::fstat(fd, &info) == 0 && qint64(info.st_size) > limit) {
+        copyFile(path.constData(), (path + ".1").constData());
+        // Appending writes at the end, which is now the start.
+        if (::ftruncate(fd, 0) != 0) {
+            ::close(fd);
+            return;
+        }
+    }
     writeAll(fd, line.constData(), size_t(line.size()));
     ::close(fd);
+}
+
+// A message written as one line: line breaks and other control characters (which
+// could forge lines or drive a terminal) become visible escapes.
+QString escapedMessage(const QString &message)
+{
+    const auto isControl = [](QChar c) {
+        return (c.unicode() < 0x20 && c != QLatin1Char('\t')) || c.unicode() == 0x7f || c.unicode() == 0x85
+            || c.unicode() == 0x2028 || c.unicode() == 0x2029;
+    };
+    if (std::none_of(message.begin(), message.end(), isControl))
+        return message;
+    QString escaped;
+    escaped.reserve(message.size() + 16);
+    for (const QChar c : message) {
+        if (!isControl(c))
+            escaped += c;
+        else if (c == QLatin1Char('\n'))
+            escaped += QLatin1String("\\n");
+        else if (c == QLatin1Char('\r'))
+            escaped += QLatin1String("\\r");
+        else
+            escaped += QStringLiteral("\\u%1").arg(c.unicode(), 4, 16, QLatin1Char('0'));
+    }
+    return escaped;
+}
+
+// The folder the logs go to: the one asked for when nobody else can write to it,
+// else our own. Empty when not even ours can be used; `refusals` says why.
+QString chooseLogFolder(const QString &requested, QStringList &refusals)
+{
+    if (!requested.isEmpty()) {
+        const QString folder = QDir::cleanPath(QDir(requested).absolutePath());
+        const Result<void> usable = PrivateDirectory::ensure(folder, false);
+        if (usable.isSuccessful())
+            return folder;
+        refusals << QStringLiteral("Refusing log folder %1: %2").arg(folder, usable.error());
+    }
+    const QString own = QDir::cleanPath(QDir(appDataDirectory()).absoluteFilePath("logs"));
+    const Result<void> usable = PrivateDirectory::ensure(own, true);
+    if (usable.isSuccessful())
+        return own;
+    refusals << QStringLiteral("Refusing log folder %1: %2").arg(own, usable.error());
+    return QString();
 }
 
 // The handler body behind the depth counter; returns whether it ran.
@@ -134,10 +205,8 @@ bool guardedFileWrite(QtMsgType type, const QMessageLogContext &context, const Q
 
 QString initialize_logging(bool debug, QString logPath)
 {
-    QString directory = logPath.isEmpty() ? QDir(appDataDirectory()).absoluteFilePath("logs")
-                                          : QDir(logPath).absolutePath();
-    directory = QDir::cleanPath(directory);
-    QDir().mkpath(directory);
+    QStringList refusals;
+    const QString directory = chooseLogFolder(logPath, refusals);
     copyToBuffer(logHome, kLogHomeSize, directory.toUtf8());
 
     const QByteArray prefix = QByteArray(HANGAR_BUILD_VERSION) + " " + QByteArray::number(qint64(::getpid()));
@@ -150,7 +219,12 @@ QString initialize_logging(bool debug, QString logPath)
     } else {
         qInstallMessageHandler(message_handler);
     }
-    return QDir(directory).absoluteFilePath("log.txt");
+    for (const QString &refusal : qAsConst(refusals)) {
+        qWarning().noquote() << refusal;
+        if (directory.isEmpty())
+            std::fprintf(stderr, "%s\n", refusal.toLocal8Bit().constData());
+    }
+    return directory.isEmpty() ? QString() : QDir(directory).absoluteFilePath("log.txt");
 }
 
 QDir getLogsHome()
@@ -214,7 +288,7 @@ QString format_log_message(QtMsgType type, const QMessageLogContext &context, co
     line += QLatin1Char(' ');
     if (coloured)
         line += QLatin1String("\033[0m");
-    line += message;
+    line += escapedMessage(message);
     return line;
 }
 
@@ -223,6 +297,8 @@ void message_handler_impl(QtMsgType type, const QMessageLogContext &context, con
     const QString sourceName = get_context_filename(context);
     const QByteArray line = (format_log_message(type, context, message, sourceName, false) + '\n').toUtf8();
     const QByteArray home(logHome);
+    if (home.isEmpty())
+        return;
 
     appendLine(home + "/log.txt", kMainLogSizeLimit, line);
     if (isPerFileLogEnabled && !sourceName.isEmpty())

@@ -1,16 +1,41 @@
 #include "base/OurCrashHandler.h"
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <execinfo.h>
+#include <spawn.h>
+#include <sys/wait.h>
 #include <unistd.h>
+
+extern char **environ;
 
 namespace {
 
 const char *storedArgv0 = nullptr;
 constexpr int MaxFrames = 100;
+
+// Runs "addr2line <address> -e <executable>" with an argument vector, no shell:
+// the installation folder may hold any character, "$(...)" and quotes included.
+void runAddr2line(const void *address, const char *executable)
+{
+    char addressText[32];
+    std::snprintf(addressText, sizeof(addressText), "%p", address);
+    char program[] = "addr2line";
+    char option[] = "-e";
+    char *const argv[] = { program, addressText, option, const_cast<char *>(executable), nullptr };
+    pid_t child = -1;
+    std::fflush(stdout);
+    if (posix_spawnp(&child, program, nullptr, nullptr, argv, environ) != 0) {
+        std::fprintf(stderr, "[bt] addr2line could not be run\n");
+        return;
+    }
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) { }
+    std::fflush(stdout);
+}
 
 } // namespace
 
@@ -28,9 +53,9 @@ void OurCrashHandler::installHandler(const char *argv0)
     sigaction(SIGABRT, &action, nullptr);
 }
 
-// Not async-signal-safe (printf, popen through system()), on purpose: the process
-// is going down anyway, and a readable trace is worth the small risk of a
-// deadlock inside a corrupted allocator.
+// Not async-signal-safe (printf, spawning addr2line), on purpose: the process is
+// going down anyway, and a readable trace is worth the small risk of a deadlock
+// inside a corrupted allocator.
 void OurCrashHandler::sigHandler(int sig)
 {
     char executable[4096] = { 0 };
@@ -53,12 +78,7 @@ void OurCrashHandler::sigHandler(int sig)
         for (int i = 1; i < count; ++i) {
             std::fprintf(stderr, "[bt] #%d %p\n", i, frames[i]);
             std::fflush(stderr);
-            char command[4096 + 64];
-            std::snprintf(command, sizeof(command), "addr2line %p -e \"%s\"", frames[i], executable);
-            std::fflush(stdout);
-            if (std::system(command) == -1)
-                std::fprintf(stderr, "[bt] addr2line could not be run\n");
-            std::fflush(stdout);
+            runAddr2line(frames[i], executable);
         }
     }
     std::fflush(stderr);

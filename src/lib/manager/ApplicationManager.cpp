@@ -45,6 +45,9 @@ ApplicationManager::ApplicationManager(ApplicationManagerServices services, QObj
         [this] { m_sendTimer.start(); });
     connect(m_services.pendingActions, &ApplicationPendingActions::onPendingProgressChanged, this,
         [this] { m_sendTimer.start(); });
+    if (m_services.modelSignals)
+        connect(m_services.modelSignals, &ApplicationManagerModelSignals::fullRefreshFinished, this,
+            &ApplicationManager::feedRefreshFinished);
 }
 
 ApplicationManager::~ApplicationManager()

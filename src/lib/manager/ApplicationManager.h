@@ -164,6 +164,9 @@ signals:
     void refreshApplicationsList(const QJsonObject &model);
     // A tool was installed, updated, rolled back, downgraded or removed.
     void onApplicationUpdated();
+    // A feed download asked for through scheduleApplicationsListRefresh has ended and the model
+    // has been rebuilt from it.
+    void feedRefreshFinished();
 
 private:
     using ModelAction = std::function<Result<void>(const ApplicationManagerModel &)>;

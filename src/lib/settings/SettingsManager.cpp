@@ -220,18 +220,34 @@ Result<void> SettingsManager::saveSettings()
 Result<void> SettingsManager::writeFile(const QJsonObject &json)
 {
     if (m_loadFailed && QFileInfo::exists(m_path)) {
-        // The unreadable file is replaced now; keep what it held for the user to recover.
-        const QString kept = m_path + ".broken";
-        QFile::remove(kept);
-        if (QFile::copy(m_path, kept))
-            qWarning().noquote() << "Keeping unreadable settings file as" << kept;
-        else
-            qWarning().noquote() << "Unable to keep unreadable settings file as" << kept;
+        // The unreadable file is replaced now: its bytes go aside first, through a
+        // temporary file and a rename, and only once they are on disk does the
+        // original go. Without a copy the original stays and the change lives in
+        // memory only.
+        const Result<void> kept = keepUnreadableFile();
+        if (kept.isError()) {
+            qWarning().noquote() << "Settings are kept in memory only: the unreadable settings file" << m_path
+                                 << "is left as it is," << kept.error();
+            return kept;
+        }
+        qWarning().noquote() << "Keeping unreadable settings file as" << m_path + ".broken";
     }
     const Result<void> saved = JsonEditor::saveJsonFile(m_path, json);
     if (saved.isSuccessful())
         m_loadFailed = false;
     return saved;
+}
+
+Result<void> SettingsManager::keepUnreadableFile() const
+{
+    const QString kept = m_path + ".broken";
+    const Result<QByteArray> content = JsonEditor::readStateFile(m_path);
+    if (content.isError())
+        return Error("unable to copy it to " + kept + ": " + content.error());
+    const Result<void> copied = JsonEditor::writeFileAtomically(kept, content.value());
+    if (copied.isError())
+        return Error("unable to copy it to " + kept + ": " + copied.error());
+    return {};
 }
 
 QJsonObject SettingsManager::getSettingsJson() const

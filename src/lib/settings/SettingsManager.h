@@ -104,6 +104,7 @@ private:
     bool migrateSettings(QJsonObject &json) const;
     Result<void> applyChange(const SelfSettings &oldSettings);
     Result<void> writeFile(const QJsonObject &json);
+    Result<void> keepUnreadableFile() const;
     void storePassword(const QString &password);
     void writePasswordToKeychain(const QString &password);
 
@@ -114,7 +115,8 @@ private:
     mutable QRecursiveMutex m_mutex; // guards m_settings, m_password, m_loadFailed
     SelfSettings m_settings;
     QString m_password;
-    // The file on disk could not be read: it is kept aside before the first write.
+    // The file on disk could not be read: it is copied to "<file>.broken" before the
+    // first write, and not replaced at all while that copy cannot be made.
     bool m_loadFailed = false;
 
     QFileSystemWatcher m_watcher;
