@@ -21,6 +21,7 @@
 #include "feed/InternalCommandLineOptionsHandler.h"
 #include "feed/RemoteApplications.h"
 #include "feed/SignatureManager.h"
+#include "install/InstallLeftovers.h"
 #include "local/ChannelSettingsManager.h"
 #include "local/LocalApplications.h"
 #include "local/LocalApplicationsFeed.h"
@@ -152,7 +153,12 @@ void loadInitialState(QObject *owner, RemoteApplications *remoteApplications,
         qWarning().noquote() << "Built-in feed not loaded:" << preloaded.error();
 
     WorkerThread::runInThread<Result<void>>(
-        owner, [localApplications]() { return localApplications->rescan(); },
+        owner,
+        [localApplications]() {
+            // What a killed manager left half-done goes before anything looks at the folder.
+            InstallLeftovers::clean(localApplications->getFeed()->getApplicationsDir());
+            return localApplications->rescan();
+        },
         [localApplications, projectsManager](const Result<void> &scanned) {
             if (scanned.isError()) {
                 qWarning().noquote() << "Failed to scan installed applications:" << scanned.error();

@@ -1,11 +1,13 @@
 #include "base/Processes.h"
 
 #include <QDebug>
+#include <QDir>
 #include <QElapsedTimer>
 #include <QFileInfo>
 #include <QProcess>
 #include <QStandardPaths>
 #include <csignal>
+#include <sys/prctl.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -13,13 +15,38 @@ namespace {
 
 // A QProcess whose child leads its own process group, so that a time-out can kill the
 // archive program together with the helpers it spawned (tar runs gzip, sh runs anything).
+// The child also asks the kernel to kill it when the thread that started it goes away:
+// a manager killed with SIGKILL must not leave an archiver or a setup step running on
+// (the kill on every exit path below covers the manager's own clean exits).
 class GroupProcess : public QProcess
 {
 public:
     using QProcess::QProcess;
 
 protected:
-    void setupChildProcess() override { ::setpgid(0, 0); }
+    void setupChildProcess() override
+    {
+        ::setpgid(0, 0);
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+        // The parent may have died between fork and prctl: then nobody will signal us.
+        if (::getppid() != m_parent)
+            ::_exit(127);
+    }
+
+private:
+    const pid_t m_parent = ::getpid();
+};
+
+// Kills what is left of the child's process group when the run ends, whichever way:
+// helpers that the program put in the background must not outlive the step.
+struct GroupReaper
+{
+    qint64 pid = 0;
+    ~GroupReaper()
+    {
+        if (pid > 0)
+            ::kill(-static_cast<pid_t>(pid), SIGKILL);
+    }
 };
 
 // Splits a stream into lines as bytes arrive; the rest is kept for the next chunk.
@@ -104,6 +131,27 @@ QString Processes::findProgram(const QString &name)
     return QStandardPaths::findExecutable(name);
 }
 
+Result<QString> Processes::resolveProgram(const QString &name, const QString &baseDir)
+{
+    if (name.isEmpty())
+        return Error(QStringLiteral("Program not found: no program named"));
+    if (QFileInfo(name).isAbsolute()) {
+        if (QFileInfo(name).isFile())
+            return name;
+        return Error("Program not found: " + name);
+    }
+    const QString inside = QDir::cleanPath(baseDir + QLatin1Char('/') + name);
+    if (!baseDir.isEmpty() && QFileInfo(inside).isFile())
+        return inside;
+    if (!name.contains(QLatin1Char('/'))) {
+        const QString onPath = QStandardPaths::findExecutable(name);
+        if (!onPath.isEmpty())
+            return onPath;
+        return Error("Program not found: " + inside + " (nor " + name + " on PATH)");
+    }
+    return Error("Program not found: " + inside);
+}
+
 ProcessResult Processes::executeProcessAndWait(const QString &program, const QStringList &arguments,
     const QString &workingDir, const LineCallback &onStdoutLine, const LineCallback &onStderrLine,
     int timeoutMs, const std::function<bool()> &isCancelled)
@@ -128,6 +176,7 @@ ProcessResult Processes::executeProcessAndWait(const QString &program, const QSt
         return result;
     }
 
+    GroupReaper reaper { process.processId() };
     LineSplitter out(onStdoutLine);
     LineSplitter err(onStderrLine);
     const auto drain = [&] {

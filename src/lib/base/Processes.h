@@ -50,4 +50,10 @@ public:
     // `name` itself when it names an existing file (absolute or relative to the current
     // folder), else the executable of that name on PATH, else empty.
     static QString findProgram(const QString &name);
+
+    // The program a feed names, for a step that runs inside `baseDir` (a build folder or
+    // the copy of one): an absolute path as it is; a relative one ("bin/setup") only
+    // inside `baseDir`, never against our own working folder; a bare name inside
+    // `baseDir` first, then on PATH. Fails naming the path that was looked at.
+    static Result<QString> resolveProgram(const QString &name, const QString &baseDir);
 };

@@ -1,5 +1,6 @@
 #include "feed/ApplicationFeedDownloader.h"
 
+#include "base/JsonEditor.h"
 #include "feed/ApplicationFeedDownloaderPrivate.h"
 #include "feed/ApplicationFeedJSONLoader.h"
 #include "feed/FeedFetcher.h"
@@ -8,6 +9,9 @@
 #include "net/ProgressManager.h"
 
 #include <QDebug>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QSet>
 #include <memory>
 
@@ -81,6 +85,15 @@ Option<ParsedFeed> ApplicationFeedDownloaderPrivate::updateFeed(
         return cachedFeed(url);
     }
 
+    {
+        QMutexLocker locker(&cacheMutex);
+        if (auto r = checkGenerationTime(url, parsed->feedGenerationTime); !r) {
+            qWarning().noquote() << r.error();
+            locker.unlock();
+            return cachedFeed(url);
+        }
+    }
+
     ParsedFeed feed;
     feed.url = url;
     feed.lastModified = fetched.lastModified;
@@ -104,11 +117,18 @@ FeedUpdateResult ApplicationFeedDownloaderPrivate::updateFeeds(bool force)
     QList<QString> queue = rootUrls;
     QSet<QString> processed;
     QMap<QString, ParsedFeed> reached;
+    QStringList cut;
     bool anyMissing = false;
     while (!queue.isEmpty()) {
         const QString url = queue.takeFirst();
         if (processed.contains(url))
             continue;
+        // A feed that includes a thousand others (or itself under a thousand names)
+        // must not turn one update into a thousand downloads.
+        if (processed.size() >= ApplicationFeedDownloader::MaxDocumentsPerUpdate) {
+            cut << url;
+            continue;
+        }
         processed.insert(url);
         const Option<ParsedFeed> feed = updateFeed(url, progress.get(), &session);
         if (!feed) {
@@ -116,7 +136,18 @@ FeedUpdateResult ApplicationFeedDownloaderPrivate::updateFeeds(bool force)
             continue;
         }
         reached.insert(url, *feed);
-        queue.append(feed->includes);
+        for (const QString &include : feed->includes) {
+            if (FeedFetcher::isFollowableInclude(include))
+                queue.append(include);
+            else
+                qWarning().noquote() << "Ignoring include" << include << "of" << url
+                                     << "- includes are followed only over http or https";
+        }
+    }
+    if (!cut.isEmpty()) {
+        cut.removeDuplicates();
+        qWarning().noquote() << "Feed update stopped at" << ApplicationFeedDownloader::MaxDocumentsPerUpdate
+                             << "documents; not read:" << cut.join(QStringLiteral(", "));
     }
 
     FeedUpdateResult result;
@@ -125,14 +156,98 @@ FeedUpdateResult ApplicationFeedDownloaderPrivate::updateFeeds(bool force)
         progress->error(ConnectionErrorMessage);
 
     // Ascending URL order, not discovery order: the merged lists must not
-    // depend on which feed answered first.
+    // depend on which feed answered first. A record published by several documents
+    // (one JSON object, byte for byte) is listed once.
+    QSet<QByteArray> seenItems;
+    QSet<QByteArray> seenPatches;
+    int duplicates = 0;
+    const auto key
+        = [](const QJsonObject &object) { return QJsonDocument(object).toJson(QJsonDocument::Compact); };
     for (const ParsedFeed &feed : qAsConst(reached)) {
-        result.items.append(feed.items);
-        result.patches.append(feed.patches);
+        for (const RemoteFeedItem &item : feed.items) {
+            const QByteArray k = key(item.toJson(false));
+            if (seenItems.contains(k)) {
+                ++duplicates;
+                continue;
+            }
+            seenItems.insert(k);
+            result.items.append(item);
+        }
+        for (const RemotePatchItem &patch : feed.patches) {
+            const QByteArray k = key(patch.toJson());
+            if (seenPatches.contains(k)) {
+                ++duplicates;
+                continue;
+            }
+            seenPatches.insert(k);
+            result.patches.append(patch);
+        }
+        const QDateTime time = ApplicationFeedDownloader::parseGenerationTime(feed.feedGenerationTime);
+        if (time.isValid() && (!result.newestGenerationTime.isValid() || time > result.newestGenerationTime))
+            result.newestGenerationTime = time;
     }
+    if (duplicates > 0)
+        qInfo().noquote() << "Dropped" << duplicates << "entries and patches listed by more than one feed";
     QMutexLocker locker(&cacheMutex);
     cache = reached;
+    saveMarks();
     return result;
+}
+
+QDateTime ApplicationFeedDownloader::parseGenerationTime(const QString &text)
+{
+    QDateTime time = QDateTime::fromString(text, Qt::ISODateWithMs);
+    if (!time.isValid())
+        time = QDateTime::fromString(text, Qt::ISODate);
+    if (!time.isValid()) {
+        // A bare date: the start of that day, UTC.
+        const QDate date = QDate::fromString(text, Qt::ISODate);
+        if (date.isValid())
+            time = QDateTime(date, QTime(0, 0), Qt::UTC);
+    }
+    return time.isValid() ? time.toUTC() : QDateTime();
+}
+
+Result<void> ApplicationFeedDownloaderPrivate::checkGenerationTime(
+    const QString &url, const QString &generationTime)
+{
+    // A feed without a (readable) generation time neither proves nor lowers anything.
+    const QDateTime time = ApplicationFeedDownloader::parseGenerationTime(generationTime);
+    if (!time.isValid())
+        return {};
+    const auto it = marks.constFind(url);
+    if (it != marks.constEnd() && time < *it)
+        return Error("Refusing feed from " + url + ": it was generated at " + time.toString(Qt::ISODate)
+            + ", before the feed of " + it->toString(Qt::ISODate) + " accepted earlier (a replayed feed?)");
+    marks.insert(url, time);
+    return {};
+}
+
+void ApplicationFeedDownloaderPrivate::loadMarks()
+{
+    if (markFile.isEmpty() || !QFileInfo::exists(markFile))
+        return;
+    const Result<QJsonObject> loaded = JsonEditor::loadJsonFile(markFile);
+    if (!loaded) {
+        qWarning().noquote() << "Unable to read feed generation marks:" << loaded.error();
+        return;
+    }
+    for (auto it = loaded->constBegin(); it != loaded->constEnd(); ++it) {
+        const QDateTime time = ApplicationFeedDownloader::parseGenerationTime(it.value().toString());
+        if (time.isValid())
+            marks.insert(it.key(), time);
+    }
+}
+
+void ApplicationFeedDownloaderPrivate::saveMarks() const
+{
+    if (markFile.isEmpty())
+        return;
+    QJsonObject object;
+    for (auto it = marks.constBegin(); it != marks.constEnd(); ++it)
+        object.insert(it.key(), it->toString(Qt::ISODateWithMs));
+    if (auto r = JsonEditor::saveJsonFile(markFile, object); !r)
+        qWarning().noquote() << "Unable to save feed generation marks:" << r.error();
 }
 
 ApplicationFeedDownloader::ApplicationFeedDownloader(const SignatureManager *signatureManager,
@@ -148,6 +263,14 @@ ApplicationFeedDownloader::~ApplicationFeedDownloader() = default;
 FeedUpdateResult ApplicationFeedDownloader::updateFeeds(bool force)
 {
     return d->updateFeeds(force);
+}
+
+void ApplicationFeedDownloader::setGenerationMarkFile(const QString &path)
+{
+    QMutexLocker locker(&d->cacheMutex);
+    d->markFile = path;
+    d->marks.clear();
+    d->loadMarks();
 }
 
 QList<QString> ApplicationFeedDownloader::rootUrls() const

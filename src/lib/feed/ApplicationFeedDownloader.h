@@ -3,6 +3,7 @@
 #include "base/Result.h"
 #include "feed/ParsedFeed.h"
 
+#include <QDateTime>
 #include <QList>
 #include <QMap>
 #include <QString>
@@ -21,6 +22,8 @@ struct FeedUpdateResult
     QList<RemotePatchItem> patches;
     // True when at least one feed gave nothing (no download and no older copy).
     bool incomplete = false;
+    // The newest generation time among the feeds used (invalid when none carried one).
+    QDateTime newestGenerationTime;
 };
 
 // Fetches the root feeds and everything they include, one conditional request
@@ -38,6 +41,14 @@ public:
     ~ApplicationFeedDownloader();
 
     FeedUpdateResult updateFeeds(bool force);
+
+    // Documents read per update at most; includes past it are logged and left out.
+    static constexpr int MaxDocumentsPerUpdate = 100;
+
+    // Where the per-URL generation marks persist (a JSON file, written atomically). Without
+    // one they live as long as this object.
+    void setGenerationMarkFile(const QString &path);
+    static QDateTime parseGenerationTime(const QString &text);
 
     QList<QString> rootUrls() const;
     // The cache after the last run, ordered by URL.

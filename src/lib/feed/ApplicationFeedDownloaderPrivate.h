@@ -3,6 +3,7 @@
 #include "base/Option.h"
 #include "feed/ApplicationFeedDownloader.h"
 
+#include <QDateTime>
 #include <QMutex>
 
 class ActionProgress;
@@ -33,6 +34,16 @@ public:
     ProgressManager *progressManager;
     ApplicationFeedDownloader::AvailabilityCheck availabilityCheck;
 
-    mutable QMutex cacheMutex; // guards `cache` against cachedFeeds() on other threads
+    // Refuses a signed feed older than one accepted before from the same URL (a replay),
+    // and raises the URL's mark otherwise. Called with cacheMutex held.
+    Result<void> checkGenerationTime(const QString &url, const QString &generationTime);
+    void loadMarks();
+    void saveMarks() const;
+
+    mutable QMutex cacheMutex; // guards `cache` and `marks` against readers on other threads
     QMap<QString, ParsedFeed> cache;
+    // Per feed URL, the newest "feed_generation_time" accepted, kept with the cache and
+    // saved to `markFile` (when set) so that a replay is refused after a restart too.
+    QMap<QString, QDateTime> marks;
+    QString markFile;
 };

@@ -1,5 +1,6 @@
 #include "feed/FeedFetcher.h"
 
+#include "base/BoundedFileReader.h"
 #include "net/DownloadSession.h"
 
 #include <QBuffer>
@@ -21,30 +22,36 @@ FeedFetchOutcome fetchFile(const QUrl &url, const Option<QString> &ifModifiedSin
 {
     FeedFetchOutcome outcome;
     const QString path = url.toLocalFile();
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        outcome.error = "Cannot open " + path + ": " + file.errorString();
+    const QFileInfo info(path);
+    if (!info.exists()) {
+        outcome.error = "Cannot open " + path + ": No such file or directory";
         return outcome;
     }
-    outcome.lastModified = httpDate(QFileInfo(file).lastModified());
-    if (ifModifiedSince && *ifModifiedSince == outcome.lastModified) {
+    outcome.lastModified = httpDate(info.lastModified());
+    if (ifModifiedSince && *ifModifiedSince == outcome.lastModified && info.isFile()) {
         outcome.notModified = true;
         return outcome;
     }
-    if (file.size() > FeedFetcher::MaxFeedDownloadSize) {
-        outcome.error
-            = "File size exceeds limit " + QString::number(FeedFetcher::MaxFeedDownloadSize) + " bytes";
+    // A regular file only, read non-blocking and counted as it arrives: a FIFO, a
+    // device or a /proc file named as a feed must neither hang nor flood the update.
+    const Result<QByteArray> data = BoundedFileReader::read(path, FeedFetcher::MaxFeedDownloadSize);
+    if (!data) {
+        outcome.error = data.error();
         return outcome;
     }
-    outcome.data = file.readAll();
-    if (file.error() != QFileDevice::NoError)
-        outcome.error = "Cannot read " + path + ": " + file.errorString();
+    outcome.data = *data;
     return outcome;
 }
 
 } // namespace
 
 namespace FeedFetcher {
+
+bool isFollowableInclude(const QString &url)
+{
+    const QString scheme = QUrl(url).scheme().toLower();
+    return scheme == QLatin1String("http") || scheme == QLatin1String("https");
+}
 
 bool requiresLastModified(const QString &url)
 {

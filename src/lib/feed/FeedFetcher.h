@@ -28,6 +28,10 @@ constexpr qint64 MaxFeedDownloadSize = 1048576;
 FeedFetchOutcome fetch(DownloadSession *session, const QString &url, const Option<QString> &ifModifiedSince,
     ActionProgress *progress);
 
+// Includes are followed over http and https only: a file URL is trusted in the root
+// list that the user configures, never when a downloaded document names it.
+bool isFollowableInclude(const QString &url);
+
 // Feeds fetched over http(s) must carry "Last-Modified": it is what makes the
 // next request conditional.
 bool requiresLastModified(const QString &url);

@@ -1,8 +1,10 @@
 #include "feed/RemoteApplications.h"
 
+#include "base/AppDataDirectory.h"
 #include "feed/ApplicationFeedDownloader.h"
 #include "feed/ApplicationFeedJSONLoader.h"
 #include "feed/FeedResources.h"
+#include "settings/SettingsManager.h"
 
 #include <QDebug>
 #include <QFile>
@@ -78,6 +80,37 @@ RemoteApplications::RemoteApplications(const SignatureManager *signatureManager,
     : RemoteApplications(
         signatureManager, configuredRootUrls(installationId), progressManager, settingsManager, parent)
 {
+    // The marks outlive the process: a replayed feed is refused after a restart as well.
+    setGenerationMarkFile(appDataDirectory() + QStringLiteral("/.feed-generation.json"));
+}
+
+void RemoteApplications::setGenerationMarkFile(const QString &path)
+{
+    m_downloader->setGenerationMarkFile(path);
+}
+
+void RemoteApplications::noteGenerationTime(const QDateTime &time)
+{
+    if (!time.isValid())
+        return;
+    QWriteLocker locker(&m_itemsLock);
+    if (!m_newestGenerationTime.isValid() || time > m_newestGenerationTime)
+        m_newestGenerationTime = time;
+}
+
+QDateTime RemoteApplications::newestFeedGenerationTime() const
+{
+    QReadLocker locker(&m_itemsLock);
+    return m_newestGenerationTime;
+}
+
+bool RemoteApplications::isFeedStale(const QDateTime &now) const
+{
+    const QDateTime newest = newestFeedGenerationTime();
+    if (!newest.isValid())
+        return false; // nothing says how old the feed is
+    const int days = m_settingsManager ? m_settingsManager->getSettings().getFeedMaxAgeDays() : 30;
+    return newest.addDays(days) < (now.isValid() ? now : QDateTime::currentDateTimeUtc());
 }
 
 RemoteApplications::RemoteApplications(const SignatureManager *signatureManager, const QStringList &rootUrls,
@@ -86,6 +119,7 @@ RemoteApplications::RemoteApplications(const SignatureManager *signatureManager,
     , m_signatureManager(signatureManager)
     , m_rootUrls(rootUrls)
     , m_internalUrl(internalFeedUrl())
+    , m_settingsManager(settingsManager)
     , m_items(QSharedPointer<const QList<RemoteFeedItem>>::create())
     , m_patches(QSharedPointer<const QList<RemotePatchItem>>::create())
 {
@@ -108,6 +142,7 @@ Result<bool> RemoteApplications::updateRemoteFeed(bool force)
                       << QString::number(result.items.size()) + " items, "
             + QString::number(result.patches.size()) + " patches";
     const bool changed = publish(result.items, result.patches);
+    noteGenerationTime(result.newestGenerationTime);
     locker.unlock();
     if (changed)
         emit onRemoteFeedUpdated();
@@ -185,6 +220,7 @@ Result<void> RemoteApplications::preloadFeedFromResources(const QString &path)
     }
     QMutexLocker locker(&m_updateMutex);
     const bool changed = publish(parsed->items, parsed->patches);
+    noteGenerationTime(ApplicationFeedDownloader::parseGenerationTime(parsed->feedGenerationTime));
     locker.unlock();
     if (changed)
         emit onRemoteFeedUpdated();

@@ -5,6 +5,7 @@
 #include "feed/records/RemotePatchItem.h"
 
 #include <QAtomicInteger>
+#include <QDateTime>
 #include <QList>
 #include <QMutex>
 #include <QObject>
@@ -60,6 +61,15 @@ public:
 
     QStringList rootUrls() const { return m_rootUrls; }
 
+    // The newest "feed_generation_time" among the feeds published (invalid: none said).
+    QDateTime newestFeedGenerationTime() const;
+    // True when that time lies more than the "feed_max_age_days" setting (default 30)
+    // before `now`: the catalogue may be outdated, and the page says so.
+    bool isFeedStale(const QDateTime &now = QDateTime()) const;
+    // Where the per-URL generation marks that refuse replayed feeds are kept (the
+    // production constructor uses the manager's data folder).
+    void setGenerationMarkFile(const QString &path);
+
     // The three compiled-in root feed URLs, in order: internal, public, third-party.
     static QStringList defaultRootUrls(const QString &installationId);
     static QString internalFeedUrl();
@@ -74,10 +84,13 @@ signals:
 
 private:
     bool publish(const QList<RemoteFeedItem> &items, const QList<RemotePatchItem> &patches);
+    void noteGenerationTime(const QDateTime &time);
 
     const SignatureManager *m_signatureManager;
     QStringList m_rootUrls;
     QString m_internalUrl;
+    SettingsManager *m_settingsManager = nullptr;
+    QDateTime m_newestGenerationTime; // guarded by m_itemsLock
     std::unique_ptr<ApplicationFeedDownloader> m_downloader;
 
     mutable QReadWriteLock m_itemsLock;

@@ -8,6 +8,8 @@
 #include "install/PackageTreeGuard.h"
 #include "install/PipelinedDigests.h"
 #include "install/PostInstallStepsRunner.h"
+#include "install/VersionFolder.h"
+#include "install/VersionFolderLock.h"
 #include "net/ActionProgress.h"
 #include "net/DownloadSession.h"
 
@@ -78,11 +80,34 @@ QString ApplicationInstallerAction::getProgressTitle(const QString &text) const
 
 InstallResult ApplicationInstallerAction::start()
 {
+    m_prepared = false;
+    // Refused before any request and before the folder is touched.
+    Result<void> allowed = m_item.checkInstallable();
+    if (allowed && !VersionFolder::hasVersionFolderShape(m_targetDir))
+        allowed = Error("Refusing to install into " + m_targetDir + ": it is not a version folder");
+    if (!allowed) {
+        qWarning().noquote() << "Failed to install" << m_item.getPresentableFullNameAndVersionAndBuild() + ":"
+                             << allowed.error();
+        return InstallResult::failure(allowed.error());
+    }
+    VersionFolderLock lock(m_targetDir);
+    if (m_options.takeFolderLock) {
+        if (auto r = lock.tryLock(); !r) {
+            qWarning().noquote() << "Failed to install"
+                                 << m_item.getPresentableFullNameAndVersionAndBuild() + ":" << r.error();
+            return InstallResult::failure(r.error());
+        }
+    }
+
     if (auto r = doFetchAndInstall(); !r) {
         // The marker is ours to write; whatever else a failed install left behind
-        // must not make the folder look installed.
+        // must not make the folder look installed, and what it unpacked goes with it.
         if (isPresent(m_feedFile) && !m_markerWasValid)
             QFile::remove(m_feedFile);
+        if (m_prepared) {
+            if (auto removed = VersionFolder::remove(m_targetDir); !removed)
+                qWarning().noquote() << "Failed to clean up after the failed install:" << removed.error();
+        }
         qWarning().noquote() << "Failed to install" << m_item.getPresentableFullNameAndVersionAndBuild() + ":"
                              << r.error();
         return InstallResult::failure(r.error());
@@ -165,13 +190,12 @@ Result<void> ApplicationInstallerAction::doFetchAndInstall()
 
 Result<void> ApplicationInstallerAction::prepareTargetDirectory()
 {
-    QDir dir(m_targetDir);
-    if (dir.exists() && !dir.removeRecursively()) {
-        const QString message = "Unable to delete version folder: " + m_targetDir
-            + "'. Error: " + "some files could not be removed";
-        qWarning().noquote() << message;
-        return Error(message);
+    // The deletion itself refuses anything but a version folder.
+    if (auto r = VersionFolder::remove(m_targetDir); !r) {
+        qWarning().noquote() << r.error();
+        return r;
     }
+    m_prepared = true;
     if (!QDir().mkpath(m_targetDir)) {
         const QString message = "Unable to create version folder: " + m_targetDir;
         qWarning().noquote() << message;
@@ -238,6 +262,12 @@ Result<void> ApplicationInstallerAction::fullInstall()
         // that made the package unsafe is what the user needs to act on.
         qWarning().noquote() << "Failed to extract package." << r.error();
         return Error("Failed to extract package. " + r.error());
+    }
+    if (m_options.checkCompleteness) {
+        if (auto r = extractor.checkComplete(); !r) {
+            qWarning().noquote() << r.error();
+            return Error("Failed to extract package. " + r.error());
+        }
     }
     qInfo().noquote() << m_item.getPresentableFullNameAndVersionAndBuild() + ". Extracted to" << m_targetDir;
     return {};

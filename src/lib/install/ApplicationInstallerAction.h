@@ -23,12 +23,19 @@ struct InstallerOptions
     int processTimeoutMs = Processes::DEFAULT_TIMEOUT_MS;
     // Hash the package while it downloads (true) or read it again afterwards.
     bool hashWhileDownloading = true;
+    // Take the version folder's lock for the whole install; false when the caller holds it.
+    bool takeFolderLock = true;
+    // Check the unpacked tree against the archive's member list before the marker.
+    bool checkCompleteness = true;
 };
 
 // Installs one build into its version folder: by a patch chain from an installed build
 // when one is given, falling back to the full package, and writes the build's ".feed"
 // marker last, atomically, so a half-finished folder never looks installed. Blocking:
-// run it on a worker thread. Writes only inside the target folder.
+// run it on a worker thread. Writes only inside the target folder, which must be a
+// version folder (VersionFolder), under the folder's lock (VersionFolderLock) for the
+// whole run. An entry that cannot be installed (bad names, bad size) is refused before
+// any request; a failed install removes everything it put into the folder.
 class ApplicationInstallerAction
 {
 public:
@@ -75,4 +82,6 @@ private:
     Options m_options;
     qint64 m_verificationNs = 0;
     bool m_markerWasValid = false;
+    // The folder was emptied for this install: what is in it now is ours to remove on failure.
+    bool m_prepared = false;
 };

@@ -8,6 +8,9 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QSet>
+#include <cstring>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 
 namespace {
@@ -28,7 +31,8 @@ ApplicationPackageExtractor::ApplicationPackageExtractor(
 
 QStringList ApplicationPackageExtractor::tarArguments() const
 {
-    QStringList arguments { "-xzf", m_file, "-C", m_targetDir };
+    // -v: tar names every member as it extracts it; that is the list checkComplete() uses.
+    QStringList arguments { "-xvzf", m_file, "-C", m_targetDir, "--quoting-style=escape" };
     const int strip = m_item.getStripDirectories();
     if (strip > 0)
         arguments << QStringLiteral("--strip-components=%1").arg(strip);
@@ -73,13 +77,14 @@ Result<void> ApplicationPackageExtractor::extract()
     return PackageTreeGuard(m_targetDir).check();
 }
 
-Result<void> ApplicationPackageExtractor::runArchiver(const QString &program, const QStringList &arguments)
+Result<void> ApplicationPackageExtractor::runArchiver(
+    const QString &program, const QStringList &arguments, const Processes::LineCallback &onStdoutLine)
 {
     if (program.isEmpty())
         return Error("Failed to find the archive program for " + m_file);
     const QString name = QFileInfo(program).fileName();
     const ProcessResult run = Processes::executeProcessAndWait(
-        program, arguments, m_targetDir, {},
+        program, arguments, m_targetDir, onStdoutLine,
         [&name](const QString &line) { qWarning().noquote() << name + ":" << line; }, m_timeoutMs);
     if (run.isSuccessful())
         return {};
@@ -93,7 +98,68 @@ Result<void> ApplicationPackageExtractor::runArchiver(const QString &program, co
 
 Result<void> ApplicationPackageExtractor::extractTarGz()
 {
-    return runArchiver(Processes::findProgram("tar"), tarArguments());
+    // tar prints members already stripped of nothing: the stripping is redone here.
+    m_listed = true;
+    return runArchiver(Processes::findProgram("tar"), tarArguments(),
+        [this](const QString &line) { addMember(unescapeTarName(line)); });
+}
+
+void ApplicationPackageExtractor::addMember(const QString &name)
+{
+    // Like tar, count "." as a component of its own ("./tool/bin" strips to "tool/bin").
+    const QStringList parts = name.split(QLatin1Char('/'), Qt::SkipEmptyParts);
+    const int strip = qMax(0, m_item.getStripDirectories());
+    if (parts.size() <= strip)
+        return;
+    m_members << parts.mid(strip).join(QLatin1Char('/'));
+}
+
+QString ApplicationPackageExtractor::unescapeTarName(const QString &line)
+{
+    // Escapes are ASCII, and an octal one stands for a byte of the UTF-8 name: undo
+    // them on the bytes and decode once.
+    const QByteArray in = line.toUtf8();
+    QByteArray out;
+    static const char from[] = "abfnrtv\\?";
+    static const char to[] = "\a\b\f\n\r\t\v\\?";
+    for (int i = 0; i < in.size(); ++i) {
+        if (in.at(i) != '\\' || i + 1 >= in.size()) {
+            out += in.at(i);
+            continue;
+        }
+        const char e = in.at(++i);
+        if (const char *k = std::strchr(from, e); k && e) {
+            out += to[k - from];
+        } else if (e >= '0' && e <= '7') {
+            int value = e - '0';
+            for (int n = 0; n < 2 && i + 1 < in.size() && in.at(i + 1) >= '0' && in.at(i + 1) <= '7'; ++n)
+                value = value * 8 + (in.at(++i) - '0');
+            out += char(value);
+        } else {
+            out += e;
+        }
+    }
+    return QString::fromUtf8(out);
+}
+
+Result<void> ApplicationPackageExtractor::checkComplete() const
+{
+    if (!m_listed)
+        return {};
+    QSet<QString> expected;
+    for (const QString &member : m_members)
+        expected.insert(member);
+    int present = 0;
+    for (const QString &member : qAsConst(expected)) {
+        struct stat st;
+        if (::lstat(QFile::encodeName(m_targetDir + QLatin1Char('/') + member).constData(), &st) != 0)
+            return Error("The unpacked package is incomplete: " + member + " is missing from " + m_targetDir);
+        ++present;
+    }
+    if (present != expected.size())
+        return Error("The unpacked package is incomplete: " + QString::number(present) + " of "
+            + QString::number(expected.size()) + " members found in " + m_targetDir);
+    return {};
 }
 
 Result<void> ApplicationPackageExtractor::extractZip()
@@ -101,9 +167,17 @@ Result<void> ApplicationPackageExtractor::extractZip()
     QDir(m_stagingDir).removeRecursively();
     if (!QDir().mkpath(m_stagingDir))
         return Error("Unable to create folder " + m_stagingDir);
+    // The central directory is the member list; reading it costs no decompression.
+    m_listed = true;
+    const QString unzip = unzipProgram();
+    if (auto r = runArchiver(unzip, { "-Z1", m_file }, [this](const QString &line) { addMember(line); });
+        !r) {
+        QDir(m_stagingDir).removeRecursively();
+        return r;
+    }
     // unzip's "replace?" prompt reads standard input, which the runner ties to the null
     // device, so a duplicate member answers "none" instead of hanging the install.
-    if (auto r = runArchiver(unzipProgram(), { m_file, "-d", m_stagingDir }); !r) {
+    if (auto r = runArchiver(unzip, { m_file, "-d", m_stagingDir }); !r) {
         QDir(m_stagingDir).removeRecursively();
         return r;
     }

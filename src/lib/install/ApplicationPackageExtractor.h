@@ -18,6 +18,16 @@ public:
 
     Result<void> extract();
 
+    // Checks the unpacked tree against the archive's own member list (after stripping):
+    // as many names as the archive had, every one of them present. tar reports its
+    // members while it extracts them (no second pass over a large archive); for zip the
+    // central directory is listed. A tree with members missing must never get a marker.
+    Result<void> checkComplete() const;
+    // The member names the last extract() expects in the target, relative to it.
+    QStringList expectedMembers() const { return m_members; }
+    // Undoes tar's "escape" quoting of a name in its verbose output.
+    static QString unescapeTarName(const QString &line);
+
     // Removes the record's strip-directories count of leading folders from what unzip
     // unpacked into the staging folder, moving what lies below them into the target.
     Result<void> stripDirectories();
@@ -32,11 +42,15 @@ private:
     Result<void> extractZip();
     Result<void> extractAppImage();
     Result<void> copyExecutable_execute();
-    Result<void> runArchiver(const QString &program, const QStringList &arguments);
+    Result<void> runArchiver(const QString &program, const QStringList &arguments,
+        const Processes::LineCallback &onStdoutLine = {});
+    void addMember(const QString &name);
 
     RemoteFeedItem m_item;
     QString m_file;
     QString m_targetDir;
     QString m_stagingDir;
     int m_timeoutMs;
+    QStringList m_members;
+    bool m_listed = false;
 };

@@ -304,12 +304,11 @@ Result<void> ApplicationPackagePatcher::applyPatch(const RemotePatchItem &patch,
         part.replace(INSTALL_DIRECTORY_PLACEHOLDER, targetApp);
     }
 
-    QString program = command.takeFirst();
-    if (!QFileInfo(program).isFile())
-        program = Processes::findProgram(program);
-    if (program.isEmpty())
-        return Error(
-            "Failed to apply " + describe(patch) + ". Program not found: " + array.first().toString());
+    // A relative program belongs to the copy of the base build, not to our working folder.
+    const Result<QString> resolved = Processes::resolveProgram(command.takeFirst(), m_targetDir);
+    if (!resolved)
+        return Error("Failed to apply " + describe(patch) + ". " + resolved.error());
+    const QString program = *resolved;
 
     bool stopWordSeen = false;
     const ProcessResult run = Processes::executeProcessAndWait(program, command, targetApp,

@@ -40,6 +40,9 @@ struct Walker
         QString path;
     };
     QHash<QPair<quint64, quint64>, Links> hardLinks;
+    // The first unsafe member; the walk goes on past it so that every mode is still
+    // cleared before the caller removes the tree.
+    QString firstViolation;
 
     QString relative(const QString &path) const { return path.mid(root.size() + 1); }
 
@@ -48,6 +51,13 @@ struct Walker
         const QString text = "Unsafe package member " + relative(path) + ": " + what;
         qWarning().noquote() << text;
         return Error(text);
+    }
+
+    void note(const QString &path, const QString &what)
+    {
+        const Result<void> r = violation(path, what);
+        if (firstViolation.isEmpty())
+            firstViolation = r.error();
     }
 
     Result<void> sanitiseMode(const QString &path, const struct stat &st) const
@@ -86,7 +96,7 @@ struct Walker
             if (S_ISLNK(st.st_mode)) {
                 const QString target = PackageTreeGuard::resolveLinkTarget(path);
                 if (!isInside(target, root))
-                    return violation(path,
+                    note(path,
                         "a symbolic link to " + readLink(path) + " points outside the installation folder");
             } else if (S_ISDIR(st.st_mode)) {
                 if (auto r = sanitiseMode(path, st); !r)
@@ -104,13 +114,13 @@ struct Walker
                         links.path = path;
                 }
             } else if (S_ISFIFO(st.st_mode)) {
-                return violation(path, "a FIFO is not allowed");
+                note(path, "a FIFO is not allowed");
             } else if (S_ISCHR(st.st_mode) || S_ISBLK(st.st_mode)) {
-                return violation(path, "a device node is not allowed");
+                note(path, "a device node is not allowed");
             } else if (S_ISSOCK(st.st_mode)) {
-                return violation(path, "a socket is not allowed");
+                note(path, "a socket is not allowed");
             } else {
-                return violation(path, "an unknown kind of file is not allowed");
+                note(path, "an unknown kind of file is not allowed");
             }
         }
         return {};
@@ -170,6 +180,8 @@ Result<void> PackageTreeGuard::check()
     walker.root = canonical;
     if (auto r = walker.walk(canonical); !r)
         return r;
+    if (!walker.firstViolation.isEmpty())
+        return Error(walker.firstViolation);
     for (auto it = walker.hardLinks.cbegin(); it != walker.hardLinks.cend(); ++it) {
         if (it->seen < it->total)
             return walker.violation(

@@ -34,16 +34,12 @@ Result<void> PostInstallStepsRunner::run(const std::function<bool()> &isCancelle
                 QDir(temp).removeRecursively();
                 return Error(QStringLiteral("Canceled"));
             }
-            QString program = command.getExecutable();
-            const QString inside = QDir(m_installDir).filePath(program);
-            if (!program.isEmpty() && QFileInfo(inside).isFile())
-                program = inside;
-            else
-                program = Processes::findProgram(program);
-            if (program.isEmpty()) {
-                failure = "program not found: " + command.getExecutable();
+            const Result<QString> resolved = Processes::resolveProgram(command.getExecutable(), m_installDir);
+            if (!resolved) {
+                failure = resolved.error();
                 break;
             }
+            const QString program = *resolved;
             qInfo().noquote() << "Post-install step" << id << "runs" << program;
             const ProcessResult result = Processes::executeProcessAndWait(
                 program, command.getArguments(temp), m_installDir,

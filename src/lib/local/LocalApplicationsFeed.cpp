@@ -1,6 +1,7 @@
 #include "local/LocalApplicationsFeed.h"
 
 #include "base/WorkerThread.h"
+#include "feed/records/PathComponent.h"
 #include "local/LocalApplications.h"
 #include "settings/SelfSettings.h"
 #include "settings/SettingsManager.h"
@@ -177,6 +178,14 @@ QString LocalApplicationsFeed::getChannelLatestDir(
 
 QString LocalApplicationsFeed::getInstallDir(const QString &channelId, const RemoteFeedItem &item) const
 {
+    if (auto r = PathComponent::checkItem(item); !r) {
+        qWarning().noquote() << r.error();
+        return {};
+    }
+    if (auto r = PathComponent::check(QStringLiteral("channel"), channelId); !r) {
+        qWarning().noquote() << r.error();
+        return {};
+    }
     return getChannelDir(item.getApplicationType(), channelId) + QDir::separator() + item.getBuild();
 }
 

@@ -31,6 +31,8 @@ public:
     QString getApplicationsDir() const;
     QString getChannelDir(const QString &applicationType, const QString &channelId) const;
     QString getChannelLatestDir(const QString &applicationType, const QString &channelId) const;
+    // Empty (and logged) when the item's id or build, or the channel id, cannot name a
+    // folder (PathComponent); the installer refuses an empty or misshapen target.
     QString getInstallDir(const QString &channelId, const RemoteFeedItem &item) const;
 
     Result<QList<LocalFeedItem>> fetchLocalItems() const;

@@ -1,5 +1,7 @@
 #include "local/LocalApplicationsFeedLoader.h"
 
+#include "base/BoundedFileReader.h"
+
 #include <QDebug>
 #include <QDir>
 #include <QFile>
@@ -101,25 +103,16 @@ Option<LocalFeedItem> LocalApplicationsFeedLoader::load(
         return None;
     }
 
-    // Opening the path resolves the same links that the canonical path would name.
-    QFile file(markerPath);
-    if (!file.open(QIODevice::ReadOnly)) {
-        qWarning().noquote() << "Failed to read .feed marker file: " + markerPath;
+    // Read as any untrusted file: regular only, never blocking, counted as it arrives
+    // (the file may have grown, or been swapped for a FIFO, since it was measured).
+    const Result<QByteArray> read = BoundedFileReader::read(markerPath, MaxMarkerFileSize);
+    if (!read) {
+        qWarning().noquote() << (read.error().startsWith(QLatin1String("File size exceeds"))
+                ? "Failed to read .feed marker file. File is too big: " + markerPath
+                : "Failed to read .feed marker file: " + markerPath);
         return None;
     }
-    // Ask for what the file measured plus one byte, to notice a file that grew
-    // since; never for the whole cap, which would allocate 5 MiB per marker.
-    QByteArray data = file.read(size + 1);
-    if (data.size() > size)
-        data += file.read(MaxMarkerFileSize + 1 - data.size());
-    if (data.size() > MaxMarkerFileSize) {
-        qWarning().noquote() << "Failed to read .feed marker file. File is too big: " + markerPath;
-        return None;
-    }
-    if (file.error() != QFileDevice::NoError) {
-        qWarning().noquote() << "Failed to read .feed marker file: " + markerPath;
-        return None;
-    }
+    const QByteArray &data = *read;
 
     const QJsonDocument document = QJsonDocument::fromJson(data);
     if (!document.isObject()) {

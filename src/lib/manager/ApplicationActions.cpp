@@ -1,6 +1,8 @@
 #include "manager/ApplicationActions.h"
 
 #include "feed/records/ApplicationMajorVersion.h"
+#include "install/VersionFolder.h"
+#include "install/VersionFolderLock.h"
 #include "local/ChannelSettings.h"
 #include "local/LocalApplications.h"
 #include "local/LocalApplicationsActiveTracker.h"
@@ -138,31 +140,36 @@ Result<void> ApplicationActions::doUpdateLocalApplication(
     // then swapped in: a failed reinstall keeps the build that was there.
     const QString buildDir = current.getInstallDir();
     const QString channelDir = QFileInfo(buildDir).absolutePath();
-    const QString staging = channelDir + QStringLiteral("/.reinstall-") + current.getBuild();
-    const QString trash = channelDir + QStringLiteral("/.removing-") + current.getBuild();
-    QDir(staging).removeRecursively();
+    const QString staging = channelDir + QLatin1Char('/') + VersionFolder::ReinstallPrefix + current.getBuild();
+    const QString trash = channelDir + QLatin1Char('/') + VersionFolder::RemovingPrefix + current.getBuild();
+    // The build's own folder is held for the whole swap; the installer holds the staging one.
+    VersionFolderLock lock(buildDir);
+    if (const Result<void> locked = lock.tryLock(); !locked)
+        return locked;
+    (void)VersionFolder::remove(staging);
     ApplicationInstallerAction action(target, None, staging, QString(), m_services.downloadSession, progress, {},
         m_services.installerOptions);
     const InstallResult installed = action.start();
     if (!installed.isSuccessful()) {
-        QDir(staging).removeRecursively();
+        (void)VersionFolder::remove(staging);
         return Error(installed.error());
     }
     if (const Result<void> free = refuseWhenRunning({ current }, QStringLiteral("re-install")); !free) {
-        QDir(staging).removeRecursively();
+        (void)VersionFolder::remove(staging);
         return free;
     }
-    QDir(trash).removeRecursively();
+    (void)VersionFolder::remove(trash);
     QFile::remove(current.getFeedItemFile());
     if (!QDir().rename(buildDir, trash) || !QDir().rename(staging, buildDir)) {
         // Put the old build back as it was.
         if (QFileInfo::exists(trash) && !QFileInfo::exists(buildDir))
             QDir().rename(trash, buildDir);
         (void)JsonEditor::saveJsonFile(current.getFeedItemFile(), current.getFeedItem().toJson());
-        QDir(staging).removeRecursively();
+        (void)VersionFolder::remove(staging);
         return Error("Unable to replace " + buildDir);
     }
-    QDir(trash).removeRecursively();
+    (void)VersionFolder::remove(trash);
+    lock.unlock();
     (void)m_services.localApplications->rescan();
     const Option<LocalFeedItem> fresh = m_services.localApplications->findByInstallDir(current.getInstallDir());
     const LocalFeedItem after = fresh ? *fresh : current;
@@ -226,9 +233,15 @@ Result<void> ApplicationActions::removeBuild(const LocalFeedItem &item)
     if (!item.canBeUninstalled())
         return Error(item.getFeedItem().getPresentableFullNameAndVersion() + " was not installed by this program");
     const QString dir = item.getInstallDir();
+    // No other writer may be at work in the folder, and only a version folder is deleted.
+    VersionFolderLock lock(dir);
+    if (const Result<void> locked = lock.tryLock(); !locked)
+        return locked;
+    if (const Result<void> removable = VersionFolder::checkRemovable(dir); !removable)
+        return removable;
     if (QFileInfo::exists(item.getFeedItemFile()) && !QFile::remove(item.getFeedItemFile()))
         return Error("Unable to remove " + item.getFeedItemFile());
-    if (!QDir(dir).removeRecursively())
+    if (const Result<void> removed = VersionFolder::remove(dir); !removed)
         return Error("Unable to remove " + dir);
     const QString plugins = getPluginsPath(item);
     if (QFileInfo::exists(plugins))

@@ -15,6 +15,7 @@ using namespace SettingsKeys;
 namespace {
 
 constexpr int kDefaultRollbackDepth = 2;
+constexpr int kDefaultFeedMaxAgeDays = 30;
 constexpr int kDefaultQualityOrder = 10000;
 constexpr int kDefaultDownloadTimeout = 300000;
 
@@ -202,6 +203,12 @@ int SelfSettings::getNetworkDownloadTimeout() const
 Option<int> SelfSettings::findNetworkDownloadTimeout() const
 {
     return SettingsJson::toInt(valueAt(kDownloadTimeout));
+}
+
+int SelfSettings::getFeedMaxAgeDays() const
+{
+    const Option<int> days = SettingsJson::toInt(valueAt(kFeedMaxAge));
+    return days && *days > 0 ? *days : kDefaultFeedMaxAgeDays;
 }
 
 void SelfSettings::setNetworkDownloadTimeout(int milliseconds)

@@ -109,6 +109,8 @@ public:
 
     // "network" -> "download_timeout", milliseconds.
     int getNetworkDownloadTimeout() const;
+    // "feed_max_age_days": a feed generated longer ago than this is shown as stale (default 30).
+    int getFeedMaxAgeDays() const;
     // The stored value only, for callers that set no time-out when there is none.
     Option<int> findNetworkDownloadTimeout() const;
     void setNetworkDownloadTimeout(int milliseconds);

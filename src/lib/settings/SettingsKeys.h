@@ -16,6 +16,7 @@ inline const QStringList kQualityOrder { "update", "filter", "quality_filter", "
 inline const QStringList kBranchFilter { "update", "filter", "branch_filter" };
 inline const QStringList kUpdateAllTools { "tools", "update_all_automatically" };
 inline const QStringList kDownloadTimeout { "network", "download_timeout" };
+inline const QStringList kFeedMaxAge { "feed_max_age_days" };
 inline const QStringList kStatistics { "statistics", "allow" };
 inline const QStringList kShellScriptsEnabled { "shell_scripts", "enabled" };
 inline const QStringList kShellScriptsLocation { "shell_scripts", "location" };

@@ -28,6 +28,7 @@ QStringList SettingsTypeCheck::findWrongTypedKeys(const QJsonObject &json)
         { kBranchFilter, Object },
         { kUpdateAllTools, Bool },
         { kDownloadTimeout, Int },
+        { kFeedMaxAge, Int },
         { kStatistics, Bool },
         { kShellScriptsEnabled, Bool },
         { kShellScriptsLocation, String },

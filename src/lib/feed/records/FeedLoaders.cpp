@@ -1,5 +1,7 @@
 #include "feed/records/FeedLoaders.h"
 
+#include "feed/records/PathComponent.h"
+
 #include <QJsonArray>
 #include <QtGlobal>
 
@@ -54,7 +56,13 @@ Result<QList<RemoteFeedItem>> loadRemoteFeedItems(const QJsonObject &feed)
         if (!item.isValid()) {
             qCritical().noquote() << "Failed to parse feed item: it is not valid after all:"
                                   << item.toDebugString();
-            return Error("Failed to parse feed item");
+            // An entry complete in every other way but whose id or build cannot name a
+            // folder is named, so that the feed's author can find it.
+            const bool complete = !item.getApplicationType().isEmpty() && !item.getPresentableVersion().isEmpty()
+                && item.getPackageType().isValid();
+            const Result<void> names = PathComponent::checkItem(item);
+            return Error(!complete || names ? QStringLiteral("Failed to parse feed item")
+                                            : "Failed to parse feed item. " + names.error());
         }
         items.append(item);
     }

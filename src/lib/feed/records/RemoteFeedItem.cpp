@@ -2,6 +2,7 @@
 
 #include "feed/records/ApplicationIconHolder.h"
 #include "feed/records/FeedJson.h"
+#include "feed/records/PathComponent.h"
 #include "feed/records/Version.h"
 
 #include <QJsonDocument>
@@ -205,8 +206,22 @@ QString RemoteFeedItem::getPresentableFullNameAndVersionAndBuild() const
 
 bool RemoteFeedItem::isValid() const
 {
-    return !getApplicationType().isEmpty() && !getPresentableVersion().isEmpty()
-        && getPackageType().isValid();
+    // The id and build name the version folder; an entry whose names could point
+    // anywhere else is not an entry at all.
+    return !getApplicationType().isEmpty() && !getPresentableVersion().isEmpty() && getPackageType().isValid()
+        && PathComponent::checkItem(*this);
+}
+
+Result<void> RemoteFeedItem::checkInstallable() const
+{
+    if (auto r = PathComponent::checkItem(*this); !r)
+        return r;
+    // Missing, fractional, non-positive and out-of-range sizes all read as 0.
+    if (getDownloadSize() <= 0)
+        return Error("Package of " + getPresentableFullNameAndVersionAndBuild()
+            + " cannot be installed: its \"size\" is missing or not a positive whole number of bytes "
+              "below 2 GiB");
+    return {};
 }
 
 QJsonObject RemoteFeedItem::toJson(bool storeIcon) const

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/Option.h"
+#include "base/Result.h"
 #include "feed/records/ApplicationMajorVersion.h"
 #include "feed/records/ApplicationPackageType.h"
 #include "feed/records/ApplicationQuality.h"
@@ -74,6 +75,10 @@ public:
 
     // "id", "version" and the package type are not empty.
     bool isValid() const;
+    // Whether the build can be installed at all: its names can be folder names
+    // (PathComponent) and its package "size" is a positive 32-bit integer. The installer
+    // asks before any request; the model may ask to offer no install for it.
+    Result<void> checkInstallable() const;
 
     // The entry's object. With `storeIcon` the "icon_url" is replaced by the
     // reference that ApplicationIconHolder hands out for it.
