@@ -7,6 +7,7 @@ packages=(
   qtbase5-dev libqt5xml5 qtwebengine5-dev libqt5webchannel5-dev libqt5websockets5-dev
   qtkeychain-qt5-dev libssl-dev openssl liblzma-dev xz-utils libx11-dev
   tar gzip zip unzip curl nginx-light tinyproxy python3 procps strace
+  nodejs npm chromium xvfb xauth dbus
 )
 missing=()
 for p in "${packages[@]}"; do

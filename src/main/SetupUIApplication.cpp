@@ -1,5 +1,9 @@
 #include "SetupUIApplication.h"
 
+#include "DesktopFront.h"
+#include "DesktopNotifications.h"
+#include "DesktopUIApiConnector.h"
+#include "MainWindow.h"
 #include "SingleApplicationInstanceController.h"
 #include "api/ApiRuntimeFile.h"
 #include "api/ApplicationRequests.h"
@@ -100,7 +104,8 @@ void handleLink(const QString &link, ApplicationManager *manager)
 
 // What a second start of the manager asked for. Options are only noted: the
 // running instance keeps the options it was started with.
-void onActivation(const QStringList &messages, CommandLine *commandLine, VantrelProtocolHandler *links)
+void onActivation(
+    const QStringList &messages, CommandLine *commandLine, VantrelProtocolHandler *links, MainWindow *window)
 {
     qDebug().noquote() << "onActivation messages: " + messages.join(", ");
     for (const QString &message : messages) {
@@ -114,6 +119,8 @@ void onActivation(const QStringList &messages, CommandLine *commandLine, Vantrel
             (void)links->handle(link.trimmed());
         } else if (message.startsWith(QLatin1String("activate "))) {
             qInfo().noquote() << "Bringing main window forward on request of second instance";
+            if (window)
+                window->bringForward();
         } else {
             qWarning().noquote() << "Ignoring unknown message from second instance:" << message;
         }
@@ -167,9 +174,10 @@ void loadInitialState(QObject *owner, RemoteApplications *remoteApplications,
                 qWarning().noquote() << "Failed to scan installed applications:" << scanned.error();
                 return;
             }
-            const QList<LocalFeedItem> installed = localApplications->getLocalItems();
-            qInfo().noquote() << "Installed applications:" << installed.size();
-            projectsManager->setInstalledItems(installed);
+            qInfo().noquote() << "Installed applications:" << localApplications->getLocalItems().size();
+            // The projects manager reads the active builds from the registry at every search, so
+            // the projects of a tool installed later are found too (a list handed in would stay).
+            projectsManager->updateProjects(ProjectsUpdateReason::InstalledItemsChanged);
         });
 
     // The first refresh downloads the feed and builds the model.
@@ -197,8 +205,11 @@ struct RuntimeFileHolder : QObject
 
 // Headless mode: the page and the API on a loopback port, announced by exactly
 // one line on standard output and by the runtime file. No window, no tray.
-// "--ws-port" not given means a free port, as 0 does.
-bool startHeadlessFront(QApplication *application, QObject *owner, SelfApi *selfApi, CommandLine *commandLine)
+// "--ws-port" not given means a free port, as 0 does. With a window the same API
+// serves scripts and the command-line client; there a port that cannot be had
+// only costs them, not the window (`required` false).
+bool startHeadlessFront(
+    QApplication *application, QObject *owner, SelfApi *selfApi, CommandLine *commandLine, bool required = true)
 {
     auto *server = new HeadlessApiServer(selfApi, PageResources(), owner);
     const int requested = commandLine->getInternalWebSocketPort();
@@ -206,7 +217,8 @@ bool startHeadlessFront(QApplication *application, QObject *owner, SelfApi *self
     if (!listening) {
         qCritical().noquote() << "Failed to start the headless API:" << listening.error();
         std::fprintf(stderr, "Hangar: %s\n", qPrintable(listening.error()));
-        application->exit(1);
+        if (required)
+            application->exit(1);
         return false;
     }
     qInfo().noquote() << "Headless API listening on 127.0.0.1:" + QString::number(server->port());
@@ -288,8 +300,14 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
         return;
     }
 
-    // No window exists yet; headless mode never gets one.
-    auto *connector = new HeadlessUIApiConnector();
+    // Headless mode has no desktop to act on; otherwise the window, made later, does.
+    HeadlessUIApiConnector *headlessConnector = nullptr;
+    DesktopUIApiConnector *desktopConnector = nullptr;
+    UIApiConnector *connector = nullptr;
+    if (commandLine->isInternalHeadless())
+        connector = headlessConnector = new HeadlessUIApiConnector();
+    else
+        connector = desktopConnector = new DesktopUIApiConnector();
     QObject::connect(owner, &QObject::destroyed, [connector]() { delete connector; });
 
     // One cache and one source per platform kind of tool; the file watching that
@@ -378,8 +396,12 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
         });
 
     auto *selfApi = new SelfApi(connector, owner);
-    connector->setEventSink(
-        [selfApi](const QString &name, const QJsonObject &payload) { selfApi->apiSignalInternal(name, payload); });
+    const auto events
+        = [selfApi](const QString &name, const QJsonObject &payload) { selfApi->apiSignalInternal(name, payload); };
+    if (headlessConnector)
+        headlessConnector->setEventSink(events);
+    else
+        desktopConnector->setEventSink(events);
     SelfApiMethods::Dependencies methods;
     methods.settingsManager = settingsManager;
     methods.progressManager = progressManager;
@@ -401,10 +423,20 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
 
     if (commandLine->isInternalHeadless() && !startHeadlessFront(application, owner, selfApi, commandLine))
         return;
+    DesktopFront *front = nullptr;
+    if (!commandLine->isInternalHeadless()) {
+        startHeadlessFront(application, owner, selfApi, commandLine, false);
+        // The browser engine needs a display (it aborts without OpenGL); with none the manager
+        // runs on, reachable through the local API alone.
+        if (QGuiApplication::platformName() == QLatin1String("offscreen"))
+            qWarning().noquote() << "No display: the window is not shown";
+        else
+            front = new DesktopFront(selfApi, desktopConnector, settingsManager, commandLine, owner);
+    }
 
     QObject::connect(instanceController, &SingleApplicationInstanceController::messageAvailable, owner,
-        [commandLine, tools](const QStringList &messages) {
-            onActivation(messages, commandLine, tools->protocolHandler());
+        [commandLine, tools, front](const QStringList &messages) {
+            onActivation(messages, commandLine, tools->protocolHandler(), front ? front->window() : nullptr);
         });
 
     loadInitialState(owner, remoteApplications, localApplications, projectsManager, modelSignals);
@@ -415,10 +447,12 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
         if (argument.startsWith(OSIntegrationManager::LinkScheme + ":"))
             (void)tools->protocolHandler()->handle(argument);
 
-    QTimer::singleShot(1, owner, [commandLine, selfApi]() {
-        if (!commandLine->isMinimize() && !commandLine->isInternalHeadless())
+    QTimer::singleShot(1, owner, [commandLine, front, selfApi]() {
+        if (!commandLine->isMinimize() && front) {
             qInfo().noquote() << "Showing main window";
-        // No notification area yet: the log, standard error and the page carry the notice.
+            front->window()->show();
+        }
+        // The log, standard error, the page and (while the window is away) the desktop carry the notice.
         if (!commandLine->isMinimize() && commandLine->isUpdateFailed()) {
             const QString text = "Failed to access installation dir " + QCoreApplication::applicationDirPath()
                 + ". Older version is re-started. Please re-install Hangar manually";
