@@ -181,7 +181,8 @@ def build_tool(tool, www, base_url):
                 "user_vmoptions_path": f"$XDG_CONFIG_HOME/Vantrel/{tool['name']}/{script}64.vmoptions",
                 "startup_wm_class": tool["id"],
                 "incompatible_vmoptions": ["-XX:+UseConcMarkSweepGC"],
-                "config": [{"directory": f"$XDG_CONFIG_HOME/Vantrel/{tool['name']}*",
+                # A folder-name pattern, looked for in ~/.config/Vantrel (and as ~/.<pattern>/config).
+                "config": [{"directory": f"{tool['name']}*",
                             "recent_projects_filename": "recentProjects.xml"}],
             }
             # Overlay patch from the previous build: the files that changed,

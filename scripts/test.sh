@@ -5,5 +5,7 @@ here=$(cd "$(dirname "$0")/.." && pwd)
 build=${BUILD_DIR:-$here/build}
 "$here/scripts/install-deps.sh"
 "$here/scripts/build.sh"
+# The browser tests' npm packages, from the lockfile (also a CTest fixture of the ui tests).
+"$here/scripts/ui-deps.sh"
 cd "$build"
 ctest --output-on-failure -j "$(nproc)"

@@ -110,8 +110,8 @@ Result<CliOptions> CliOptions::parse(const QStringList &arguments)
     }
     options.command = positional.takeFirst();
     options.args = positional;
-    const CommandSpec *spec = findCommand(options.command);
-    if (!spec)
+    const CommandSpec *known = findCommand(options.command);
+    if (!known)
         return Error(QStringLiteral("Unknown command: %1").arg(options.command));
     if (options.help)
         return options;
@@ -120,14 +120,14 @@ Result<CliOptions> CliOptions::parse(const QStringList &arguments)
                                             {options.all, QStringLiteral("--all")},
                                             {options.check, QStringLiteral("--check")}};
     for (const auto &flag : flags) {
-        if (flag.first && !spec->flags.contains(flag.second))
+        if (flag.first && !known->flags.contains(flag.second))
             return Error(QStringLiteral("%1 does not apply to %2").arg(flag.second, options.command));
     }
     const int count = options.args.size();
     if (options.command == QLatin1String("update")) {
         if (options.all == (count > 0))
             return Error(QStringLiteral("update takes tool names or --all"));
-    } else if (count < spec->minArgs || (spec->maxArgs >= 0 && count > spec->maxArgs)) {
+    } else if (count < known->minArgs || (known->maxArgs >= 0 && count > known->maxArgs)) {
         return Error(QStringLiteral("Wrong number of arguments for %1").arg(options.command));
     }
     if (options.command == QLatin1String("settings")) {

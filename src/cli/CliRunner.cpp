@@ -356,9 +356,9 @@ int CliRunner::projects()
 
 int CliRunner::install()
 {
-    const QString spec = m_options.args.first();
-    const QString tool = spec.section(QLatin1Char('@'), 0, 0);
-    const QString build = spec.contains(QLatin1Char('@')) ? spec.section(QLatin1Char('@'), 1) : QString();
+    const QString wanted = m_options.args.first();
+    const QString tool = wanted.section(QLatin1Char('@'), 0, 0);
+    const QString build = wanted.contains(QLatin1Char('@')) ? wanted.section(QLatin1Char('@'), 1) : QString();
     const QString channel = std::exchange(m_options.channel, QString()); // a channel to install into
     const auto target = findTool(tool, false);
     if (!target)

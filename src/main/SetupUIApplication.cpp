@@ -1,5 +1,9 @@
 #include "SetupUIApplication.h"
 
+#include "DesktopFront.h"
+#include "DesktopNotifications.h"
+#include "DesktopUIApiConnector.h"
+#include "MainWindow.h"
 #include "SingleApplicationInstanceController.h"
 #include "api/ApiRuntimeFile.h"
 #include "api/ApplicationRequests.h"
@@ -23,8 +27,10 @@
 #include "local/LocalApplicationsFeed.h"
 #include "manager/ApplicationManager.h"
 #include "manager/PurgeOldVersionsController.h"
+#include "model/ApplicationEventsListener.h"
 #include "model/ApplicationFilters.h"
 #include "model/ApplicationManagerDiskSize.h"
+#include "model/ApplicationManagerModel.h"
 #include "model/ApplicationManagerModelBuilder.h"
 #include "model/ApplicationManagerModelHolderFacade.h"
 #include "model/ApplicationManagerModelSignals.h"
@@ -38,6 +44,10 @@
 #include "projects/ProjectsManager.h"
 #include "settings/CommandLine.h"
 #include "settings/SettingsManager.h"
+#include "tools/LatheSettingsModelSectionProvider.h"
+#include "tools/OSIntegrationManager.h"
+#include "tools/ToolsIntegration.h"
+#include "tools/VmOptionsFiles.h"
 #include "update/AutoUpdateManager.h"
 #include "update/HandOverArguments.h"
 #include "update/SelfInstallation.h"
@@ -94,16 +104,23 @@ void handleLink(const QString &link, ApplicationManager *manager)
 
 // What a second start of the manager asked for. Options are only noted: the
 // running instance keeps the options it was started with.
-void onActivation(const QStringList &messages, CommandLine *commandLine, ApplicationManager *manager)
+void onActivation(
+    const QStringList &messages, CommandLine *commandLine, VantrelProtocolHandler *links, MainWindow *window)
 {
     qDebug().noquote() << "onActivation messages: " + messages.join(", ");
     for (const QString &message : messages) {
         if (commandLine->hasOption(message)) {
             qInfo().noquote() << "Received command line option from second instance:" << message;
         } else if (message.startsWith(QLatin1String("url "))) {
-            handleLink(message.mid(4), manager);
+            const QString link = message.mid(4);
+            // Activate links are logged again by the manager's handler; the others only here.
+            if (!QUrl(link.trimmed()).host().startsWith(QLatin1String("activate")))
+                qInfo().noquote() << "Received link from second instance:" << link;
+            (void)links->handle(link.trimmed());
         } else if (message.startsWith(QLatin1String("activate "))) {
             qInfo().noquote() << "Bringing main window forward on request of second instance";
+            if (window)
+                window->bringForward();
         } else {
             qWarning().noquote() << "Ignoring unknown message from second instance:" << message;
         }
@@ -157,9 +174,10 @@ void loadInitialState(QObject *owner, RemoteApplications *remoteApplications,
                 qWarning().noquote() << "Failed to scan installed applications:" << scanned.error();
                 return;
             }
-            const QList<LocalFeedItem> installed = localApplications->getLocalItems();
-            qInfo().noquote() << "Installed applications:" << installed.size();
-            projectsManager->setInstalledItems(installed);
+            qInfo().noquote() << "Installed applications:" << localApplications->getLocalItems().size();
+            // The projects manager reads the active builds from the registry at every search, so
+            // the projects of a tool installed later are found too (a list handed in would stay).
+            projectsManager->updateProjects(ProjectsUpdateReason::InstalledItemsChanged);
         });
 
     // The first refresh downloads the feed and builds the model.
@@ -187,8 +205,11 @@ struct RuntimeFileHolder : QObject
 
 // Headless mode: the page and the API on a loopback port, announced by exactly
 // one line on standard output and by the runtime file. No window, no tray.
-// "--ws-port" not given means a free port, as 0 does.
-bool startHeadlessFront(QApplication *application, QObject *owner, SelfApi *selfApi, CommandLine *commandLine)
+// "--ws-port" not given means a free port, as 0 does. With a window the same API
+// serves scripts and the command-line client; there a port that cannot be had
+// only costs them, not the window (`required` false).
+bool startHeadlessFront(
+    QApplication *application, QObject *owner, SelfApi *selfApi, CommandLine *commandLine, bool required = true)
 {
     auto *server = new HeadlessApiServer(selfApi, PageResources(), owner);
     const int requested = commandLine->getInternalWebSocketPort();
@@ -196,7 +217,8 @@ bool startHeadlessFront(QApplication *application, QObject *owner, SelfApi *self
     if (!listening) {
         qCritical().noquote() << "Failed to start the headless API:" << listening.error();
         std::fprintf(stderr, "Hangar: %s\n", qPrintable(listening.error()));
-        application->exit(1);
+        if (required)
+            application->exit(1);
         return false;
     }
     qInfo().noquote() << "Headless API listening on 127.0.0.1:" + QString::number(server->port());
@@ -278,8 +300,14 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
         return;
     }
 
-    // No window exists yet; headless mode never gets one.
-    auto *connector = new HeadlessUIApiConnector();
+    // Headless mode has no desktop to act on; otherwise the window, made later, does.
+    HeadlessUIApiConnector *headlessConnector = nullptr;
+    DesktopUIApiConnector *desktopConnector = nullptr;
+    UIApiConnector *connector = nullptr;
+    if (commandLine->isInternalHeadless())
+        connector = headlessConnector = new HeadlessUIApiConnector();
+    else
+        connector = desktopConnector = new DesktopUIApiConnector();
     QObject::connect(owner, &QObject::destroyed, [connector]() { delete connector; });
 
     // One cache and one source per platform kind of tool; the file watching that
@@ -292,7 +320,23 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
     // Adopted last, so destroyed after the sources and the manager that use it.
     projectCache->setParent(owner);
 
-    auto *builder = new ApplicationManagerModelBuilder(settingsManager, channelSettingsManager, localApplications);
+    // Launchers, VM options, desktop entries, autostart and links: listeners of the
+    // manager, sections of the model's settings, the environment tools start with.
+    ToolsIntegrationServices toolServices;
+    toolServices.settings = settingsManager;
+    toolServices.channelSettings = channelSettingsManager;
+    toolServices.localApplications = localApplications;
+    toolServices.remoteItems = [remoteApplications] { return remoteApplications->getRemoteFeed(); };
+    toolServices.executable = QCoreApplication::applicationFilePath();
+    auto *tools = new ToolsIntegration(toolServices, owner);
+    if (!commandLine->isInternalDumpFeed()
+        && tools->integration()->performStartupTasks(commandLine->isIntegrateIntoSystem())) {
+        application->quit();
+        return;
+    }
+
+    auto *builder = new ApplicationManagerModelBuilder(
+        settingsManager, channelSettingsManager, localApplications, tools->sectionProviders());
     QObject::connect(owner, &QObject::destroyed, [builder]() { delete builder; });
     auto *modelHolder = new ApplicationManagerModelHolderFacade(
         builder, localApplications, remoteApplications, projectsManager, filters, owner);
@@ -312,12 +356,30 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
     services.modelSignals = modelSignals;
     services.diskSize = diskSize;
     services.projects = projectsManager;
+    services.sectionProviders = tools->sectionProviders();
+    services.launchEnvironment = VmOptionsFiles::getLaunchEnvironment;
     auto *applicationManager = new ApplicationManager(services, owner);
+    for (ApplicationEventsListener *listener : tools->listeners())
+        applicationManager->addEventsListener(listener);
+    applicationManager->setVmOptionsOpener([tools](const LocalFeedItem &item) {
+        return tools->latheSection()->openChannelVmOptionsFile(item);
+    });
+    tools->setLocalItems([modelHolder]() {
+        QList<LocalFeedItem> current;
+        const QList<ApplicationManagerModelLocalEntry> entries = modelHolder->getModel().getLocalEntries();
+        for (const ApplicationManagerModelLocalEntry &entry : entries)
+            if (!entry.isDetected())
+                current << entry.getLocalItem();
+        return current;
+    });
     new PurgeOldVersionsController(applicationManager, settingsManager, owner);
 
     auto *feedletManager = new FeedletManager(*signatureManager, settingsManager, progressManager, owner);
     feedletManager->addInstallHandler(
         [applicationManager](const RemoteFeedItem &item) { return applicationManager->installFeedletItemAndWait(item); });
+    tools->protocolHandler()->setFeedletManager(feedletManager);
+    tools->protocolHandler()->setActivateHandler(
+        [applicationManager](const QUrl &url) { handleLink(url.toString(), applicationManager); });
 
     QObject::connect(settingsManager, &SettingsManager::settingsChanged, owner,
         [localFeed, localApplications, projectsManager, applicationManager](
@@ -334,8 +396,12 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
         });
 
     auto *selfApi = new SelfApi(connector, owner);
-    connector->setEventSink(
-        [selfApi](const QString &name, const QJsonObject &payload) { selfApi->apiSignalInternal(name, payload); });
+    const auto events
+        = [selfApi](const QString &name, const QJsonObject &payload) { selfApi->apiSignalInternal(name, payload); };
+    if (headlessConnector)
+        headlessConnector->setEventSink(events);
+    else
+        desktopConnector->setEventSink(events);
     SelfApiMethods::Dependencies methods;
     methods.settingsManager = settingsManager;
     methods.progressManager = progressManager;
@@ -345,6 +411,9 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
     methods.logFilePath = logPath;
     new SelfApiMethods(selfApi, methods);
     ApplicationRequests::registerInto(selfApi, applicationManager);
+    // A link proposes a build the page asks the user about, as a feedlet does.
+    QObject::connect(tools->protocolHandler(), &VantrelProtocolHandler::proposeInstallItem, selfApi,
+        [selfApi](const QJsonObject &event) { selfApi->apiSignalInternal("proposeInstallItem", event); });
     returnFreedMemoryAfterRebuilds(owner, applicationManager);
     new SelfUpdateRequests(selfApi, updateManager, applicationManager);
     new AutoUpdateManager(updateManager, settingsManager, applicationManager, progressManager, pendingActions,
@@ -354,17 +423,36 @@ void setupUIApplication(QApplication *application, QObject *owner, Capabilities 
 
     if (commandLine->isInternalHeadless() && !startHeadlessFront(application, owner, selfApi, commandLine))
         return;
+    DesktopFront *front = nullptr;
+    if (!commandLine->isInternalHeadless()) {
+        startHeadlessFront(application, owner, selfApi, commandLine, false);
+        // The browser engine needs a display (it aborts without OpenGL); with none the manager
+        // runs on, reachable through the local API alone.
+        if (QGuiApplication::platformName() == QLatin1String("offscreen"))
+            qWarning().noquote() << "No display: the window is not shown";
+        else
+            front = new DesktopFront(selfApi, desktopConnector, settingsManager, commandLine, owner);
+    }
 
     QObject::connect(instanceController, &SingleApplicationInstanceController::messageAvailable, owner,
-        [commandLine, applicationManager](
-            const QStringList &messages) { onActivation(messages, commandLine, applicationManager); });
+        [commandLine, tools, front](const QStringList &messages) {
+            onActivation(messages, commandLine, tools->protocolHandler(), front ? front->window() : nullptr);
+        });
 
     loadInitialState(owner, remoteApplications, localApplications, projectsManager, modelSignals);
+    // A link the desktop started us with (the entry's "%u") when no manager was running;
+    // the built-in feed is loaded by now.
+    const QStringList arguments = QCoreApplication::arguments().mid(1);
+    for (const QString &argument : arguments)
+        if (argument.startsWith(OSIntegrationManager::LinkScheme + ":"))
+            (void)tools->protocolHandler()->handle(argument);
 
-    QTimer::singleShot(1, owner, [commandLine, selfApi]() {
-        if (!commandLine->isMinimize() && !commandLine->isInternalHeadless())
+    QTimer::singleShot(1, owner, [commandLine, front, selfApi]() {
+        if (!commandLine->isMinimize() && front) {
             qInfo().noquote() << "Showing main window";
-        // No notification area yet: the log, standard error and the page carry the notice.
+            front->window()->show();
+        }
+        // The log, standard error, the page and (while the window is away) the desktop carry the notice.
         if (!commandLine->isMinimize() && commandLine->isUpdateFailed()) {
             const QString text = "Failed to access installation dir " + QCoreApplication::applicationDirPath()
                 + ". Older version is re-started. Please re-install Hangar manually";

@@ -1,4 +1,5 @@
 #include "EarlyLogBuffer.h"
+#include "MainWindow.h"
 #include "SelfUpdateHandOver.h"
 #include "SetupUIApplication.h"
 #include "SingleApplicationInstanceController.h"
@@ -227,6 +228,7 @@ int main(int argc, char *argv[])
     QCoreApplication::setOrganizationName(QStringLiteral("Vantrel"));
     QCoreApplication::setApplicationName(QStringLiteral("Hangar"));
     QCoreApplication::setApplicationVersion(QStringLiteral(HANGAR_BUILD_VERSION));
+    MainWindow::prepareWebEngine(argc, argv);
 
     QApplication application(argc, argv);
     EarlyLogBuffer::start();

@@ -1,8 +1,8 @@
 #include "api/HeadlessApiServer.h"
 
+#include "api/ApiEnvelope.h"
 #include "api/HttpRequestHead.h"
 #include "api/SelfApi.h"
-#include "model/ApplicationManagerModelJSON.h"
 
 #include <QCoreApplication>
 #include <QDebug>
@@ -39,13 +39,6 @@ QByteArray reasonPhrase(int status)
 QString compact(const QJsonObject &object)
 {
     return QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact));
-}
-
-// The method named by a query text, when it is a request object at all.
-QString queryMethod(const QString &query)
-{
-    const QJsonDocument document = QJsonDocument::fromJson(query.toUtf8());
-    return document.isObject() ? document.object().value(QStringLiteral("method")).toString() : QString();
 }
 
 } // namespace
@@ -222,42 +215,16 @@ void HeadlessApiServer::onWebSocketConnection()
 
 void HeadlessApiServer::onTextMessage(QWebSocket *client, const QString &message)
 {
-    const QJsonDocument document = QJsonDocument::fromJson(message.toUtf8());
-    const QJsonObject envelope = document.object();
-    const QJsonValue id = envelope.value(QStringLiteral("id"));
-    const QJsonValue query = envelope.value(QStringLiteral("query"));
-    if (!document.isObject() || !(id.isDouble() || id.isString()) || !query.isString()) {
-        client->sendTextMessage(
-            compact(QJsonObject { { "id", id.isDouble() || id.isString() ? id : QJsonValue() },
-                { "ok", false }, { "error", "Expected {\"id\": N, \"query\": \"<request JSON text>\"}" } }));
-        return;
-    }
-
-    const bool lateReady = m_api->isReady() && queryMethod(query.toString()) == QLatin1String("apiReady");
     const QPointer<QWebSocket> guard(client);
-    m_api->handleQuery(query.toString(), [this, guard, id, lateReady](const Result<QString> &answer) {
-        if (!guard)
-            return;
-        if (lateReady) {
-            const QJsonObject latest = m_api->latestStatePayloads();
-            for (auto it = latest.begin(); it != latest.end(); ++it)
-                sendEvent(guard, it.key(), it.value().toObject());
-        }
-        QJsonObject reply { { "id", id }, { "ok", answer.isSuccessful() } };
-        if (answer)
-            reply.insert(QStringLiteral("answer"), *answer);
-        else
-            reply.insert(QStringLiteral("error"), answer.error());
-        guard->sendTextMessage(compact(reply));
+    ApiEnvelope::handleFrame(m_api, message, [guard](const QString &frame) {
+        if (guard)
+            guard->sendTextMessage(frame);
     });
 }
 
 void HeadlessApiServer::sendEvent(QWebSocket *client, const QString &name, const QJsonObject &payload)
 {
-    QJsonObject event = payload;
-    event.insert(QStringLiteral("signal"), name);
-    // In the model document's own key order, which the page may rely on.
-    client->sendTextMessage(QString::fromUtf8(ApplicationManagerModelJSON::toOrderedJson(event)));
+    client->sendTextMessage(ApiEnvelope::eventFrame(name, payload));
 }
 
 void HeadlessApiServer::broadcastEvent(const QString &name, const QJsonObject &payload)

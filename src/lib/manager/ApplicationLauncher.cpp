@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QProcessEnvironment>
 #include <QStandardPaths>
 #include <cerrno>
 #include <cstring>
@@ -27,7 +28,8 @@ Result<QString> ApplicationLauncher::resolveLaunchCommand(const LocalFeedItem &i
     }
     if (relative.isEmpty())
         return Error("Cannot launch " + name + ": the build names no program to start");
-    const QString program = QDir::isAbsolutePath(relative) ? relative : installDir + QLatin1Char('/') + relative;
+    const QString program
+        = QDir::isAbsolutePath(relative) ? relative : installDir + QLatin1Char('/') + relative;
     const QFileInfo info(program);
     if (!info.exists())
         return Error("Cannot launch " + name + ": " + program + " is missing");
@@ -43,16 +45,17 @@ QString ApplicationLauncher::logFile(const LocalFeedItem &item)
         + item.getChannelId() + QStringLiteral(".log");
 }
 
-Result<qint64> ApplicationLauncher::launch(const LocalFeedItem &item, const QStringList &arguments)
+Result<qint64> ApplicationLauncher::launch(
+    const LocalFeedItem &item, const QStringList &arguments, const QStringList &environment)
 {
     const Result<QString> program = resolveLaunchCommand(item);
     if (!program)
         return program.toError();
-    return startDetached(*program, arguments, item.getInstallDir(), logFile(item));
+    return startDetached(*program, arguments, item.getInstallDir(), logFile(item), environment);
 }
 
-Result<qint64> ApplicationLauncher::startDetached(
-    const QString &program, const QStringList &arguments, const QString &workingDir, const QString &logFile)
+Result<qint64> ApplicationLauncher::startDetached(const QString &program, const QStringList &arguments,
+    const QString &workingDir, const QString &logFile, const QStringList &environment)
 {
     QDir().mkpath(QFileInfo(logFile).absolutePath());
     // Everything the child needs is prepared before fork: after it only async-signal-safe calls.
@@ -66,15 +69,31 @@ Result<qint64> ApplicationLauncher::startDetached(
     for (QByteArray &arg : storage)
         argv.push_back(arg.data());
     argv.push_back(nullptr);
+    QProcessEnvironment merged = QProcessEnvironment::systemEnvironment();
+    for (const QString &variable : environment) {
+        const int equals = variable.indexOf(QLatin1Char('='));
+        if (equals > 0)
+            merged.insert(variable.left(equals), variable.mid(equals + 1));
+    }
+    std::vector<QByteArray> envStorage;
+    const QStringList variables = merged.toStringList();
+    for (const QString &variable : variables)
+        envStorage.push_back(variable.toLocal8Bit());
+    std::vector<char *> envp;
+    for (QByteArray &variable : envStorage)
+        envp.push_back(variable.data());
+    envp.push_back(nullptr);
 
     int report[2];
     if (::pipe2(report, O_CLOEXEC) != 0)
-        return Error(QStringLiteral("Cannot launch ") + program + ": " + QString::fromLocal8Bit(std::strerror(errno)));
+        return Error(
+            QStringLiteral("Cannot launch ") + program + ": " + QString::fromLocal8Bit(std::strerror(errno)));
     const pid_t child = ::fork();
     if (child < 0) {
         ::close(report[0]);
         ::close(report[1]);
-        return Error(QStringLiteral("Cannot launch ") + program + ": " + QString::fromLocal8Bit(std::strerror(errno)));
+        return Error(
+            QStringLiteral("Cannot launch ") + program + ": " + QString::fromLocal8Bit(std::strerror(errno)));
     }
     if (child == 0) {
         // The intermediate child starts the session and forks the tool, then leaves at
@@ -98,7 +117,7 @@ Result<qint64> ApplicationLauncher::startDetached(
         }
         if (!cwd.isEmpty())
             (void)!::chdir(cwd.constData());
-        ::execv(programPath.constData(), argv.data());
+        ::execve(programPath.constData(), argv.data(), envp.data());
         const int error = errno;
         const qint64 failed = -qint64(error);
         (void)!::write(report[1], &failed, sizeof failed);

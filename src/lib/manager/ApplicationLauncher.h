@@ -19,10 +19,12 @@ public:
     static Result<QString> resolveLaunchCommand(const LocalFeedItem &item);
     // "<cache>/Vantrel/Hangar/launch-logs/<application type>-<channel id>.log"
     static QString logFile(const LocalFeedItem &item);
-    // Starts the build with `arguments` (the project path, when one is opened).
+    // Starts the build with `arguments` (the project path, when one is opened)
+    // and the manager's environment plus `environment` ("NAME=value" entries).
     // Returns the process id.
-    static Result<qint64> launch(const LocalFeedItem &item, const QStringList &arguments);
+    static Result<qint64> launch(
+        const LocalFeedItem &item, const QStringList &arguments, const QStringList &environment = {});
     // The same for any program (tests use it with their own executables).
     static Result<qint64> startDetached(const QString &program, const QStringList &arguments,
-        const QString &workingDir, const QString &logFile);
+        const QString &workingDir, const QString &logFile, const QStringList &environment = {});
 };

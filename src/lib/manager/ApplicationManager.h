@@ -15,6 +15,7 @@
 #include <QString>
 #include <QTimer>
 #include <QUrl>
+#include <QStringList>
 #include <functional>
 
 class ApplicationActions;
@@ -49,6 +50,9 @@ struct ApplicationManagerServices
     ProjectsManager *projects = nullptr;
     QList<SettingsModelSectionProvider *> sectionProviders;
     InstallerOptions installerOptions;
+    // Variables ("NAME=value") a tool is started with on top of the manager's
+    // environment, e.g. where a platform tool finds its VM options file.
+    std::function<QStringList(const LocalFeedItem &)> launchEnvironment;
 };
 
 // Turns the page's requests about tools into actions. Every request names its

@@ -158,7 +158,9 @@ Result<void> ToolSettingsActions::activate(const ApplicationManagerModel &model,
     if (!projectPath.isEmpty() && !QFileInfo::exists(projectPath))
         return Error("The project " + projectPath + " does not exist");
     const QStringList arguments = projectPath.isEmpty() ? QStringList() : QStringList { projectPath };
-    const Result<qint64> started = ApplicationLauncher::launch(entry->getLocalItem(), arguments);
+    const QStringList environment
+        = m_services.launchEnvironment ? m_services.launchEnvironment(entry->getLocalItem()) : QStringList();
+    const Result<qint64> started = ApplicationLauncher::launch(entry->getLocalItem(), arguments, environment);
     if (!started)
         return started.toError();
     qInfo().noquote() << "Launched" << entry->getLocalItem().toDebugString() << "pid" << *started << arguments;
