@@ -15,9 +15,9 @@ const QDateTime NOW = QDateTime::fromString("2026-11-22T12:00:00Z", Qt::ISODate)
 
 // "id:build" with optional ",q<quality order>", ",v<version order>", ",o<order value>",
 // ",x<expiry>", ",s<superseded type>", ",os<system>"; the name is the id.
-QJsonObject item(const QString &spec)
+QJsonObject item(const QString &text)
 {
-    const QStringList parts = spec.split(',');
+    const QStringList parts = text.split(',');
     const QStringList idBuild = parts.first().split(':');
     QJsonObject package { { "type", "tar.gz" }, { "url", "http://127.0.0.1/p.tar.gz" }, { "size", 1000 } };
     QJsonObject json { { "id", idBuild[0] }, { "name", idBuild[0] }, { "version", idBuild[1] },
@@ -42,10 +42,10 @@ QJsonObject item(const QString &spec)
 }
 
 // "channel=id:build" installed, "~channel=id:build" detected.
-LocalFeedItem local(const QString &spec)
+LocalFeedItem local(const QString &text)
 {
-    const bool detected = spec.startsWith('~');
-    const QStringList parts = spec.mid(detected ? 1 : 0).split('=');
+    const bool detected = text.startsWith('~');
+    const QStringList parts = text.mid(detected ? 1 : 0).split('=');
     const QJsonObject json = item(parts[1]);
     const QString dir = "/nonexistent/apps/" + json["id"].toString() + "/" + parts[0] + "/" + json["build"].toString();
     return detected ? LocalFeedItem::detectedApplication(json, dir, parts[0])
@@ -121,11 +121,11 @@ private slots:
         QFETCH(QStringList, installed);
         QFETCH(QString, expected);
         QList<RemoteFeedItem> items;
-        for (const QString &spec : feed)
-            items << RemoteFeedItem(item(spec));
+        for (const QString &text : feed)
+            items << RemoteFeedItem(item(text));
         QList<LocalFeedItem> locals;
-        for (const QString &spec : installed)
-            locals << local(spec);
+        for (const QString &text : installed)
+            locals << local(text);
         const OperatingSystemApplicationFilter filter("linux");
         const ApplicationManagerModelBuilder builder(nullptr, nullptr, nullptr);
         const ApplicationManagerModel model = builder.buildModel(filter.filter(items), {}, locals, {}, NOW);
