@@ -31,6 +31,15 @@ void DesktopNotifications::onApiSignal(const QString &name, const QJsonObject &p
 {
     if (name == QLatin1String("refreshApplicationsList")) {
         noticeUpdatedTools(payload);
+    } else if (name == QLatin1String("firstLaunchFailed")) {
+        // Shown even to a user looking at the window: the launch happened elsewhere on the screen.
+        notify(QStringLiteral("%1 %2 did not start")
+                   .arg(payload.value("name").toString(), payload.value("version").toString()),
+            QStringLiteral(
+                "It exited with code %1 right after its update. Open Hangar to roll back to the build it "
+                "replaced; automatic updates skip this build.")
+                .arg(payload.value("exit_code").toInt()),
+            true);
     } else if (name == QLatin1String("onSelfUpdateStatusChange")) {
         const QString version = payload.value("latestVersion").toString();
         if (payload.value("updateAvailable").toBool() && !version.isEmpty()

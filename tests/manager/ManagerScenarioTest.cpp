@@ -109,7 +109,10 @@ class ManagerScenarioTest : public QObject
                 m_www + "/" + name, tree(type, build), type + "-" + build }));
         } else {
             name = type + "-" + build + ".AppImage";
-            kit::writeFile(m_www + "/" + name, "#!/bin/sh\necho " + type.toUtf8() + " " + build.toUtf8() + " \"$@\"\n" + m_bulk.toHex());
+            // Ember 4.1 does not start on this machine.
+            const QByteArray exit = type == "ember" && build == "4.1" ? "3" : "0";
+            kit::writeFile(m_www + "/" + name,
+                "#!/bin/sh\necho " + type.toUtf8() + " " + build.toUtf8() + " \"$@\"\nexit " + exit + "\n#" + m_bulk.toHex());
         }
         QJsonObject entry = kit::feedEntry(type, build, packageType, m_nginx->url("/" + name).toString(), m_www + "/" + name,
             packageType == "app_image" ? 0 : 1);
@@ -216,12 +219,14 @@ private slots:
             publishBuild("sift", build, "zip");
         for (const char *build : { "3.0", "3.1" })
             publishBuild("beacon", build, "app_image");
+        for (const char *build : { "4.0", "4.1" })
+            publishBuild("ember", build, "app_image");
         QJsonArray entries;
         for (const QJsonObject &entry : qAsConst(m_entries))
             entries.append(entry);
         const QJsonArray patches { publishPatch("quill", "1.1", "1.2", OVERLAY), publishPatch("quill", "1.2", "1.3", OVERLAY),
             publishPatch("sift", "2.0", "2.1", QJsonArray { "/bin/sh", "-c", "echo broken >&2; exit 3" }) };
-        QVERIFY(FeedBuilder::writeFile(m_www + "/tools.feed", m_signer->sign(FeedBuilder::feed(entries, patches)),
+        QVERIFY(FeedBuilder::writeFile(m_www + "/tools.feed", m_signer->sign(FeedBuilder::feed(entries, patches, {}, "2026-01-01T00:00:00Z")),
             QDateTime::currentSecsSinceEpoch() - 1000));
 
         SettingsManagerOptions options;
@@ -262,7 +267,7 @@ private slots:
             [this](const QJsonObject &document) { m_document = document; });
 
         m_signals->scheduleApplicationsListRefresh(ModelUpdateReason::UserRequest);
-        QTRY_COMPARE_WITH_TIMEOUT(m_document["remote"].toArray().size(), 3, 30000);
+        QTRY_COMPARE_WITH_TIMEOUT(m_document["remote"].toArray().size(), 4, 30000);
         // A second window activation within the guard downloads nothing.
         m_signals->scheduleApplicationsListRefresh(ModelUpdateReason::WindowShown);
         QCOMPARE(m_signals->fullRefreshCount(), 1);
@@ -382,6 +387,48 @@ private slots:
             QString("Item to install not found"));
         QCOMPARE(run([&](auto done) { m_manager->installApplication({ { "key", "new-nothing" } }, {}, done); }).error(),
             QString("Cannot find item to install"));
+    }
+
+    // An update that does not start: the first launch fails within the watch, the build is
+    // recorded and skipped, the rollback is offered; later launches are not watched.
+    void failedFirstLaunchAndStaleFeed()
+    {
+        QVERIFY(m_settings->updateSettings([](SelfSettings &s) { s.setChannelRollbackHistoryDepth(2); }));
+        const QJsonObject ember = tool("ember", "ch-0");
+        const auto entry = [this] { return documentEntry("local-ember-ch-0"); };
+        QVERIFY(run([&](auto done) { m_manager->installApplication({ { "key", "new-ember" } }, { { "item", m_entries["ember/4.0"] } }, done); }));
+        QSignalSpy failed(m_manager.get(), &ApplicationManager::firstLaunchFailed);
+        QVERIFY(run([&](auto done) { m_manager->activateApplication(ember, {}, done); }));
+        QVERIFY(!failed.wait(1500)); // installed, not updated: not watched
+        QVERIFY(run([&](auto done) { m_manager->updateApplication(ember, done); }));
+        QCOMPARE(at(entry(), "settings/first_launch_pending/previous_build").toString(), QString("4.0"));
+        QVERIFY(run([&](auto done) { m_manager->activateApplication(ember, {}, done); }));
+        QVERIFY(failed.wait(20000));
+        const QJsonObject failure = failed.takeFirst().first().toJsonObject();
+        QCOMPARE(failure, QJsonObject({ { "key", "local-ember-ch-0" }, { "name", "Tool ember" }, { "version", "4.1" },
+                              { "build", "4.1" }, { "previous_build", "4.0" }, { "exit_code", 3 } }));
+        QTRY_COMPARE(at(entry(), "settings/failed_first_launch/exit_code").toInt(), 3);
+        QVERIFY(!entry()["settings"].toObject().contains("first_launch_pending"));
+        QCOMPARE(at(entry(), "instant_rollback/feed_item/build").toString(), QString("4.0"));
+        QVERIFY(run([&](auto done) { m_manager->activateApplication(ember, {}, done); }));
+        QVERIFY(!failed.wait(1500));
+
+        // Rolled back, the failed build is no longer an update automatic updates would take.
+        QVERIFY(run([&](auto done) { m_manager->rollbackApplication(ember, done); }));
+        QCOMPARE(at(entry(), "feed_item/build").toString(), QString("4.0"));
+        QCOMPARE(at(entry(), "skipped_update/build").toString(), QString("4.1"));
+        QVERIFY(!entry().contains("default_update"));
+
+        // A feed older than the allowed age (30 days unless set) is flagged for the page.
+        QCOMPARE(m_document["feed_stale"].toBool(), true);
+        QCOMPARE(m_document["feed_generation_time"].toString(), QString("2026-01-01T00:00:00Z"));
+        QVERIFY(m_settings->updateSettings([](SelfSettings &s) {
+            QJsonObject json = s.toJson();
+            json["feed_max_age_days"] = 36500;
+            s.setSettings(json);
+        }));
+        QVERIFY(run([&](auto done) { m_manager->renameApplication(ember, "Ember", done); }));
+        QCOMPARE(m_document["feed_stale"].toBool(), false);
     }
 };
 

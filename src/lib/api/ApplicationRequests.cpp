@@ -210,4 +210,6 @@ void ApplicationRequests::registerInto(SelfApi *api, ApplicationManager *manager
 
     QObject::connect(manager, &ApplicationManager::refreshApplicationsList, api,
         [api](const QJsonObject &model) { api->apiSignalInternal("refreshApplicationsList", model); });
+    QObject::connect(manager, &ApplicationManager::firstLaunchFailed, api,
+        [api](const QJsonObject &failure) { api->apiSignalInternal("firstLaunchFailed", failure); });
 }

@@ -19,7 +19,7 @@ const QStringList &SelfApi::eventNames()
     static const QStringList names { "refreshApplicationsList", "settingsChanged", "onSelfUpdateStatusChange",
         "onWindowShown", "onWindowHidden", "showSettings", "totalProgress", "modalActionProgress",
         "modalActionFinished", "showProxyCredentialsDialog", "showUninstallFeedbackPrompt",
-        "proposeInstallItem", "orvAccountLoggedIn", "askCloseRunning" };
+        "proposeInstallItem", "orvAccountLoggedIn", "askCloseRunning", "firstLaunchFailed" };
     return names;
 }
 

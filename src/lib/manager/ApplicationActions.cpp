@@ -7,6 +7,7 @@
 #include "local/LocalApplications.h"
 #include "local/LocalApplicationsActiveTracker.h"
 #include "local/LocalApplicationsFeed.h"
+#include "manager/FirstLaunchWatch.h"
 #include "manager/ToolProcesses.h"
 #include "model/ApplicationEventsListener.h"
 #include "model/ApplicationManagerDiskSize.h"
@@ -115,6 +116,7 @@ Result<void> ApplicationActions::doUpdateApplication(
     const Result<LocalFeedItem> installed = installIntoChannel(item, entry.getLocalItem(), progress);
     if (!installed)
         return installed.toError();
+    FirstLaunchWatch::markUpdated(m_services.channelSettings, *installed, entry.getLocalItem().getBuild());
     // Builds beyond the rollback depth go right away, as a purge of this channel would.
     (void)purge(entry.getChannel());
     return {};

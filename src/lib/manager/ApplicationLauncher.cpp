@@ -8,6 +8,8 @@
 #include <cstring>
 #include <fcntl.h>
 #include <sys/wait.h>
+#include <thread>
+#include <time.h>
 #include <unistd.h>
 #include <vector>
 
@@ -46,16 +48,17 @@ QString ApplicationLauncher::logFile(const LocalFeedItem &item)
 }
 
 Result<qint64> ApplicationLauncher::launch(
-    const LocalFeedItem &item, const QStringList &arguments, const QStringList &environment)
+    const LocalFeedItem &item, const QStringList &arguments, const QStringList &environment, Watch watch)
 {
     const Result<QString> program = resolveLaunchCommand(item);
     if (!program)
         return program.toError();
-    return startDetached(*program, arguments, item.getInstallDir(), logFile(item), environment);
+    return startDetached(
+        *program, arguments, item.getInstallDir(), logFile(item), environment, std::move(watch));
 }
 
 Result<qint64> ApplicationLauncher::startDetached(const QString &program, const QStringList &arguments,
-    const QString &workingDir, const QString &logFile, const QStringList &environment)
+    const QString &workingDir, const QString &logFile, const QStringList &environment, Watch watch)
 {
     QDir().mkpath(QFileInfo(logFile).absolutePath());
     // Everything the child needs is prepared before fork: after it only async-signal-safe calls.
@@ -84,29 +87,55 @@ Result<qint64> ApplicationLauncher::startDetached(const QString &program, const 
         envp.push_back(variable.data());
     envp.push_back(nullptr);
 
-    int report[2];
-    if (::pipe2(report, O_CLOEXEC) != 0)
+    const int watchTicks = watch.seconds > 0 && watch.onExit ? watch.seconds * 10 : 0;
+    int report[2] = { -1, -1 };
+    int ending[2] = { -1, -1 };
+    if (::pipe2(report, O_CLOEXEC) != 0 || (watchTicks && ::pipe2(ending, O_CLOEXEC) != 0)) {
+        const int error = errno;
+        for (int fd : { report[0], report[1] })
+            if (fd >= 0)
+                ::close(fd);
         return Error(
-            QStringLiteral("Cannot launch ") + program + ": " + QString::fromLocal8Bit(std::strerror(errno)));
+            QStringLiteral("Cannot launch ") + program + ": " + QString::fromLocal8Bit(std::strerror(error)));
+    }
     const pid_t child = ::fork();
     if (child < 0) {
-        ::close(report[0]);
-        ::close(report[1]);
+        for (int fd : { report[0], report[1], ending[0], ending[1] })
+            if (fd >= 0)
+                ::close(fd);
         return Error(
             QStringLiteral("Cannot launch ") + program + ": " + QString::fromLocal8Bit(std::strerror(errno)));
     }
     if (child == 0) {
-        // The intermediate child starts the session and forks the tool, then leaves at
-        // once, so the tool is re-parented and never becomes our zombie.
+        // The intermediate child starts the session and forks the tool. Unwatched, it leaves
+        // at once; watched, it waits for the tool up to the watch and reports how it ended.
+        // Either way the tool is re-parented and never becomes our zombie.
         ::close(report[0]);
+        if (ending[0] >= 0)
+            ::close(ending[0]);
         ::setsid();
         const pid_t tool = ::fork();
         if (tool != 0) {
             const qint64 pid = tool;
             if (tool > 0)
                 (void)!::write(report[1], &pid, sizeof pid);
+            ::close(report[1]);
+            int ended = -1; // still running
+            for (int tick = 0; tool > 0 && tick < watchTicks; ++tick) {
+                int status = 0;
+                if (::waitpid(tool, &status, WNOHANG) == tool) {
+                    ended = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+                    break;
+                }
+                const timespec pause { 0, 100 * 1000 * 1000 };
+                ::nanosleep(&pause, nullptr);
+            }
+            if (watchTicks)
+                (void)!::write(ending[1], &ended, sizeof ended);
             ::_exit(tool > 0 ? 0 : 1);
         }
+        if (ending[1] >= 0)
+            ::close(ending[1]);
         const int in = ::open("/dev/null", O_RDONLY);
         const int out = ::open(log.constData(), O_WRONLY | O_CREAT | O_APPEND, 0600);
         if (in >= 0)
@@ -124,15 +153,33 @@ Result<qint64> ApplicationLauncher::startDetached(const QString &program, const 
         ::_exit(127);
     }
     ::close(report[1]);
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    // The first value is the tool's pid; a second one, when exec failed, is minus errno.
+    if (ending[1] >= 0)
+        ::close(ending[1]);
+    // The first value is the tool's pid; a second one, when exec failed, is minus errno. Both
+    // ends are closed once the tool has started (close-on-exec) or failed to.
     qint64 pid = 0;
     qint64 failure = 0;
     ssize_t n = ::read(report[0], &pid, sizeof pid);
     if (n == sizeof pid)
         n = ::read(report[0], &failure, sizeof failure);
     ::close(report[0]);
+    const bool started = pid > 0 && failure >= 0;
+    if (watchTicks) {
+        // The watch outlives this call: a thread of its own reads the ending and reaps the
+        // intermediate child.
+        std::thread([child, fd = ending[0], onExit = std::move(watch.onExit), started] {
+            int ended = -1;
+            const bool heard = ::read(fd, &ended, sizeof ended) == sizeof ended;
+            ::close(fd);
+            int status = 0;
+            while (::waitpid(child, &status, 0) < 0 && errno == EINTR) { }
+            if (started && heard && ended >= 0)
+                onExit(ended);
+        }).detach();
+    } else {
+        int status = 0;
+        while (::waitpid(child, &status, 0) < 0 && errno == EINTR) { }
+    }
     if (pid <= 0)
         return Error(QStringLiteral("Cannot launch ") + program + ": the process could not be created");
     if (failure < 0)

@@ -7,6 +7,7 @@
 #include "local/LocalApplicationsFilter.h"
 #include "manager/ApplicationActions.h"
 #include "manager/ApplicationLauncher.h"
+#include "manager/FirstLaunchWatch.h"
 #include "manager/ToolSettingsActions.h"
 #include "model/ApplicationManagerDiskSize.h"
 #include "model/ApplicationManagerModelHolderFacade.h"
@@ -18,6 +19,7 @@
 #include "projects/ProjectsManager.h"
 #include "settings/SettingsManager.h"
 
+#include <QCoreApplication>
 #include <QDebug>
 #include <QDir>
 #include <QFileInfo>
@@ -37,6 +39,16 @@ ApplicationManager::ApplicationManager(ApplicationManagerServices services, QObj
     , m_services(std::move(services))
     , m_actions(new ApplicationActions(m_services))
 {
+    // The watch ends on a thread of its own, possibly after this manager is gone.
+    QPointer<ApplicationManager> self(this);
+    m_services.firstLaunchFailed
+        = [self](const LocalFeedItem &item, const QJsonObject &pending, int exitCode) {
+              if (QCoreApplication *app = QCoreApplication::instance())
+                  QMetaObject::invokeMethod(app, [self, item, pending, exitCode] {
+                      if (self)
+                          self->recordFailedFirstLaunch(item, pending, exitCode);
+                  });
+          };
     // Bursts of changes (an action ends, the model follows) become one document.
     m_sendTimer.setSingleShot(true);
     m_sendTimer.setInterval(0);
@@ -148,6 +160,31 @@ void ApplicationManager::executeOnCurrentModel(ActionProgress *progress, ModelAc
             return result;
         },
         [this, progress, done](Result<void> result) { finish(progress, done, result); });
+}
+
+void ApplicationManager::recordFailedFirstLaunch(
+    const LocalFeedItem &item, const QJsonObject &pending, int exitCode)
+{
+    ChannelSettings *channelSettings = m_services.channelSettings;
+    const Option<ApplicationManagerModelLocalEntry> entry
+        = m_services.modelHolder->getModel().findLocalEntry(item.getChannelId(), item.getApplicationType());
+    const QJsonObject failure { { QStringLiteral("key"), entry ? entry->key() : QString() },
+        { QStringLiteral("name"),
+            entry ? entry->getPresentableName() : item.getFeedItem().getPresentableFullName() },
+        { QStringLiteral("version"), item.getFeedItem().getPresentableVersion() },
+        { QStringLiteral("build"), item.getBuild() },
+        { QStringLiteral("previous_build"), pending.value(QLatin1String("previous_build")).toString() },
+        { QStringLiteral("exit_code"), exitCode } };
+    executeOnCurrentModel(
+        nullptr,
+        [channelSettings, item, pending, exitCode](const ApplicationManagerModel &) {
+            return FirstLaunchWatch::recordFailure(channelSettings, item, pending, exitCode);
+        },
+        [this, failure](const Result<void> &recorded) {
+            if (!recorded)
+                qWarning().noquote() << "Failed to record the failed launch:" << recorded.error();
+            emit firstLaunchFailed(failure);
+        });
 }
 
 QString ApplicationManager::newChannelId(const QString &applicationType) const

@@ -53,6 +53,10 @@ struct ApplicationManagerServices
     // Variables ("NAME=value") a tool is started with on top of the manager's
     // environment, e.g. where a platform tool finds its VM options file.
     std::function<QStringList(const LocalFeedItem &)> launchEnvironment;
+    // Called from any thread when the first launch of a freshly updated build ended early
+    // (see FirstLaunchWatch): the build, its "first_launch_pending" mark, the exit code.
+    // The manager sets it.
+    std::function<void(const LocalFeedItem &, const QJsonObject &, int)> firstLaunchFailed;
 };
 
 // Turns the page's requests about tools into actions. Every request names its
@@ -92,7 +96,10 @@ struct ApplicationManagerServices
 // - launching runs the build's launch command (the package "command", else
 //   the AppImage file, else the platform's "bin/<shell_script_name>.sh") in
 //   its own session with stdin from /dev/null and its output appended to
-//   "<cache>/launch-logs/<application type>-<channel id>.log".
+//   "<cache>/launch-logs/<application type>-<channel id>.log";
+// - the first launch of a freshly updated build is watched (FirstLaunchWatch): an early
+//   non-zero exit is recorded, the build skipped, and firstLaunchFailed emitted so the
+//   page and the desktop offer the rollback.
 class ApplicationManager : public QObject
 {
     Q_OBJECT
@@ -171,6 +178,9 @@ signals:
     // A feed download asked for through scheduleApplicationsListRefresh has ended and the model
     // has been rebuilt from it.
     void feedRefreshFinished();
+    // The first launch of a freshly updated build exited non-zero within the watch:
+    // {"key", "name", "version", "build", "previous_build", "exit_code"}.
+    void firstLaunchFailed(const QJsonObject &failure);
 
 private:
     using ModelAction = std::function<Result<void>(const ApplicationManagerModel &)>;
@@ -202,6 +212,7 @@ private:
     ActionProgress *startOnKey(const QString &key, const QString &taskName, const QString &refusal,
         const Done &done, bool cancelable = true);
     QString newChannelId(const QString &applicationType) const;
+    void recordFailedFirstLaunch(const LocalFeedItem &item, const QJsonObject &pending, int exitCode);
     void sendModel();
 
     ApplicationManagerServices m_services;

@@ -3,6 +3,7 @@
 #include "local/ChannelSettings.h"
 #include "local/LocalApplicationsFilter.h"
 #include "manager/ApplicationLauncher.h"
+#include "manager/FirstLaunchWatch.h"
 #include "model/ApplicationPendingActions.h"
 #include "model/SettingsModelSectionProvider.h"
 #include "settings/SettingsManager.h"
@@ -160,7 +161,20 @@ Result<void> ToolSettingsActions::activate(const ApplicationManagerModel &model,
     const QStringList arguments = projectPath.isEmpty() ? QStringList() : QStringList { projectPath };
     const QStringList environment
         = m_services.launchEnvironment ? m_services.launchEnvironment(entry->getLocalItem()) : QStringList();
-    const Result<qint64> started = ApplicationLauncher::launch(entry->getLocalItem(), arguments, environment);
+    const LocalFeedItem local = entry->getLocalItem();
+    ApplicationLauncher::Watch watch;
+    if (m_services.firstLaunchFailed) {
+        if (const Option<QJsonObject> pending
+            = FirstLaunchWatch::takePending(m_services.channelSettings, local)) {
+            watch.seconds = FirstLaunchWatch::WatchSeconds;
+            watch.onExit = [report = m_services.firstLaunchFailed, local, pending = *pending](int exitCode) {
+                if (exitCode != 0)
+                    report(local, pending, exitCode);
+            };
+        }
+    }
+    const Result<qint64> started
+        = ApplicationLauncher::launch(local, arguments, environment, std::move(watch));
     if (!started)
         return started.toError();
     qInfo().noquote() << "Launched" << entry->getLocalItem().toDebugString() << "pid" << *started << arguments;

@@ -109,7 +109,7 @@ QJsonObject ApplicationManagerModel::toJSON(
     for (const ApplicationManagerModelProjectEntry &entry : m_projects)
         projects.append(entry.toJSON(m_local));
 
-    return QJsonObject {
+    QJsonObject document {
         { QStringLiteral("default_updates"), defaultUpdates },
         { QStringLiteral("old_versions"), oldVersions },
         { QStringLiteral("local"), local },
@@ -117,5 +117,16 @@ QJsonObject ApplicationManagerModel::toJSON(
         { QStringLiteral("remote"), remote },
         { QStringLiteral("remote_other"), remoteOther },
         { QStringLiteral("projects"), projects },
+        { QStringLiteral("feed_stale"), m_feedStale },
     };
+    if (m_feedGenerated.isValid())
+        document.insert(
+            QStringLiteral("feed_generation_time"), m_feedGenerated.toUTC().toString(Qt::ISODate));
+    return document;
+}
+
+void ApplicationManagerModel::setFeedStale(bool stale, const QDateTime &generated)
+{
+    m_feedStale = stale;
+    m_feedGenerated = generated;
 }

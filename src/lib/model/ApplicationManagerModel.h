@@ -6,6 +6,7 @@
 #include "model/ApplicationManagerModelProjectEntry.h"
 #include "model/ApplicationManagerModelRemoteEntry.h"
 
+#include <QDateTime>
 #include <QJsonObject>
 #include <QList>
 #include <QMetaType>
@@ -39,11 +40,17 @@ public:
     Option<ApplicationManagerModelRemoteEntry> findRemoteEntry(const QString &applicationType) const;
     Option<ApplicationManagerModelProjectEntry> findProjectEntry(const QJsonObject &json) const;
 
+    // The newest feed accepted is older than "feed_max_age_days": the list may miss
+    // updates (a mirror or a proxy serving an old copy). `generated` may be invalid.
+    void setFeedStale(bool stale, const QDateTime &generated);
+    bool isFeedStale() const { return m_feedStale; }
+
     // Local entries with a default update (skipped ones not counted).
     int getDefaultUpdatesCount() const;
 
     // The page's document: "default_updates", "old_versions", "local", "manual",
-    // "remote", "remote_other", "projects", in that order. Both pointers may be null.
+    // "remote", "remote_other", "projects", "feed_stale" and, when known,
+    // "feed_generation_time" (ISO 8601, UTC), in that order. Both pointers may be null.
     QJsonObject toJSON(
         const ApplicationPendingActions *pendingActions, const ApplicationManagerDiskSize *diskSize) const;
 
@@ -51,6 +58,8 @@ private:
     QList<ApplicationManagerModelLocalEntry> m_local;
     QList<ApplicationManagerModelRemoteEntry> m_remote;
     QList<ApplicationManagerModelProjectEntry> m_projects;
+    bool m_feedStale = false;
+    QDateTime m_feedGenerated;
 };
 
 Q_DECLARE_METATYPE(ApplicationManagerModel)

@@ -82,7 +82,10 @@ ApplicationManagerModel ApplicationManagerModelHolderFacade::updateModel(ModelUp
         localItems = m_filter->filter(localItems);
         remoteItems = m_filter->filter(remoteItems);
     }
-    const ApplicationManagerModel model = m_builder->buildModel(remoteItems, patches, localItems, projects);
+    ApplicationManagerModel model = m_builder->buildModel(remoteItems, patches, localItems, projects);
+    if (m_remoteApplications)
+        model.setFeedStale(
+            m_remoteApplications->isFeedStale(), m_remoteApplications->newestFeedGenerationTime());
     m_holder.setModel(model);
     emit onModelUpdated(reason);
     return model;

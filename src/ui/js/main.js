@@ -1,13 +1,13 @@
 // Starts the page: connects, announces itself with "apiReady" (which releases the events the
 // manager kept for it), and wires the events into the store and the views.
 
-import { h, clear, label, formatDuration, closeMenus } from './dom.js';
-import { Connection } from './transport.js';
-import { Store } from './store.js';
-import { ToolsView } from './tools.js';
-import { ProjectsView } from './projects.js';
-import { SettingsView, proxyCredentials } from './settings.js';
-import { updateRing } from './rows.js';
+import {clear, closeMenus, formatDuration, h, label} from './dom.js';
+import {ProjectsView} from './projects.js';
+import {toolName, updateRing} from './rows.js';
+import {proxyCredentials, SettingsView} from './settings.js';
+import {Store} from './store.js';
+import {ToolsView} from './tools.js';
+import {Connection} from './transport.js';
 
 const connection = new Connection();
 const store = new Store(connection);
@@ -72,8 +72,37 @@ function drawProgress() {
 }
 store.subscribe('progress', drawProgress);
 
-// Banners: the connection, the manager's own update, a stale feed, errors of no particular row.
+// Banners: the connection, the manager's own update, a stale feed, tools that failed to start
+// after an update, errors of no particular row.
 const banners = document.getElementById('banners');
+const dismissedFailures = new Set();
+function failedLaunchBanner(entry)
+{
+    const failed = entry.settings && entry.settings.failed_first_launch;
+    const record = entry.feed_item || {};
+    const id = `${entry.key}/${failed && failed.build}`;
+    // Only while the build that failed is the active one: a rollback or a newer build ends it.
+    if (!failed || failed.build !== record.build || dismissedFailures.has(id))
+        return null;
+    const rollback = entry.instant_rollback && entry.instant_rollback.feed_item;
+    return h('div.banner.error', { role : 'alert' },
+        label(`${toolName(entry)} ${record.version || ''} exited with code ${
+                  failed.exit_code} right after its update.`
+            +
+            ' Automatic updates will skip this build.'),
+        rollback && h('button.small.primary', {
+            text : `Roll back to ${rollback.version}`,
+            onclick : () => store.run('rollbackApplication', { tool : entry }, entry.key)
+        }),
+        h('button.dismiss', {
+            'aria-label' : 'Dismiss',
+            text : '×',
+            onclick : () => {
+                dismissedFailures.add(id);
+                drawBanners();
+            }
+        }));
+}
 function drawBanners() {
   clear(banners);
   if (!store.connected)
@@ -84,6 +113,20 @@ function drawBanners() {
   else if (self && self.updateAvailable)
     banners.append(h('div.banner', { role: 'status' }, label(`Hangar ${self.latestVersion || ''} is ready to install.`),
       h('button.small.primary', { text: 'Restart to update', onclick: () => store.run('updateSelf', {}, 'global') })));
+  const model = store.model;
+  if (model && model.feed_stale) {
+      const published = model.feed_generation_time
+          ? ` It was published on ${model.feed_generation_time.slice(0, 10)}.`
+          : '';
+      banners.append(h('div.banner.warning', { role : 'status' },
+          label(`The list of tools is out of date: updates published since then are missing.${published}`),
+          h('button.small', { text : 'Refresh', onclick : refreshList })));
+  }
+  for (const entry of (model && model.local) || []) {
+      const banner = failedLaunchBanner(entry);
+      if (banner)
+          banners.append(banner);
+  }
   if (store.notice)
     banners.append(h('div.banner.warning', { role: 'status' }, label(store.notice),
       h('button.small', { text: 'Retry', onclick: refreshList })));
@@ -95,7 +138,8 @@ function drawBanners() {
         store.clearError('progress');
       } })));
 }
-for (const topic of ['connection', 'selfUpdate', 'errors', 'notice']) store.subscribe(topic, drawBanners);
+for (const topic of ['connection', 'selfUpdate', 'errors', 'notice', 'model'])
+    store.subscribe(topic, drawBanners);
 
 function drawBadge() {
   const count = (store.model && store.model.default_updates && store.model.default_updates.count) || 0;
