@@ -1,6 +1,7 @@
 #include "install/ApplicationPackageExtractor.h"
 
 #include "feed/records/ApplicationPackageType.h"
+#include "feed/records/PathComponent.h"
 #include "install/PackageTreeGuard.h"
 
 #include <QCoreApplication>
@@ -9,6 +10,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QSet>
+#include <QUrl>
 #include <cstring>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -226,13 +228,21 @@ Result<void> ApplicationPackageExtractor::stripDirectories()
     return result;
 }
 
+QString ApplicationPackageExtractor::executableFileName(const RemoteFeedItem &item)
+{
+    const QString command = item.getPackageType().getCommand();
+    return command.isEmpty() ? QUrl(item.getDownloadUrl()).fileName() : QFileInfo(command).fileName();
+}
+
 Result<void> ApplicationPackageExtractor::extractAppImage()
 {
     QFile file(m_file);
     if (!file.setPermissions(file.permissions() | QFileDevice::ExeUser))
         return Error("Failed to set executable bit for " + m_file);
-    const QString command = m_item.getPackageType().getCommand();
-    const QString name = command.isEmpty() ? QFileInfo(m_file).fileName() : QFileInfo(command).fileName();
+    // Never left under the download's temporary name: that is cleared with the other temporaries.
+    const QString name = executableFileName(m_item);
+    if (const Result<void> valid = PathComponent::check(QStringLiteral("program name"), name); !valid)
+        return Error("Failed to name the AppImage " + m_file + ": " + valid.error());
     const QString destination = QFileInfo(m_file).absolutePath() + '/' + name;
     if (destination != QFileInfo(m_file).absoluteFilePath() && !file.rename(destination))
         return Error("Failed to rename " + m_file + " to " + destination + ": " + file.errorString());
@@ -241,11 +251,9 @@ Result<void> ApplicationPackageExtractor::extractAppImage()
 
 Result<void> ApplicationPackageExtractor::copyExecutable_execute()
 {
-    const QString command = m_item.getPackageType().getCommand();
-    const QString name
-        = command.isEmpty() ? QFileInfo(m_item.getDownloadUrl()).fileName() : QFileInfo(command).fileName();
-    if (name.isEmpty())
-        return Error("Failed to copy downloaded file to " + m_targetDir + ": no file name");
+    const QString name = executableFileName(m_item);
+    if (const Result<void> valid = PathComponent::check(QStringLiteral("program name"), name); !valid)
+        return Error("Failed to copy downloaded file to " + m_targetDir + ": " + valid.error());
     const QString destination = m_targetDir + '/' + name;
     QFile::remove(destination);
     if (!QFile::copy(m_file, destination))

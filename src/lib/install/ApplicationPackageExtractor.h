@@ -27,6 +27,9 @@ public:
     QStringList expectedMembers() const { return m_members; }
     // Undoes tar's "escape" quoting of a name in its verbose output.
     static QString unescapeTarName(const QString &line);
+    // The file an "app_image" or "copy" package becomes in its folder: the file name of the
+    // package "command", else of the download URL's path.
+    static QString executableFileName(const RemoteFeedItem &item);
 
     // Removes the record's strip-directories count of leading folders from what unzip
     // unpacked into the staging folder, moving what lies below them into the target.

@@ -1,5 +1,7 @@
 #include "manager/ApplicationLauncher.h"
 
+#include "install/ApplicationPackageExtractor.h"
+
 #include <QDir>
 #include <QFileInfo>
 #include <QProcessEnvironment>
@@ -13,6 +15,18 @@
 #include <unistd.h>
 #include <vector>
 
+namespace {
+
+// One value from a pipe; a signal (a child of ours ending) does not cut the wait short.
+template <typename T> bool readValue(int fd, T *value)
+{
+    ssize_t n;
+    while ((n = ::read(fd, value, sizeof *value)) < 0 && errno == EINTR) { }
+    return n == ssize_t(sizeof *value);
+}
+
+} // namespace
+
 Result<QString> ApplicationLauncher::resolveLaunchCommand(const LocalFeedItem &item)
 {
     const QString installDir = item.getInstallDir();
@@ -20,8 +34,8 @@ Result<QString> ApplicationLauncher::resolveLaunchCommand(const LocalFeedItem &i
     const ApplicationPackageType package = item.getFeedItem().getPackageType();
     const QString type = package.getPackageType();
     QString relative = package.getCommand();
-    if (relative.isEmpty() && (type == QLatin1String("app_image") || type == QLatin1String("copy")))
-        relative = QFileInfo(item.getFeedItem().getDownloadUrl()).fileName();
+    if (type == QLatin1String("app_image") || type == QLatin1String("copy"))
+        relative = ApplicationPackageExtractor::executableFileName(item.getFeedItem());
     if (relative.isEmpty()) {
         if (const Option<LathePlatformData> platform = item.getFeedItem().getLathePlatformData()) {
             if (const Option<QString> script = platform->getShellScriptName())
@@ -159,9 +173,8 @@ Result<qint64> ApplicationLauncher::startDetached(const QString &program, const 
     // ends are closed once the tool has started (close-on-exec) or failed to.
     qint64 pid = 0;
     qint64 failure = 0;
-    ssize_t n = ::read(report[0], &pid, sizeof pid);
-    if (n == sizeof pid)
-        n = ::read(report[0], &failure, sizeof failure);
+    if (readValue(report[0], &pid))
+        readValue(report[0], &failure);
     ::close(report[0]);
     const bool started = pid > 0 && failure >= 0;
     if (watchTicks) {
@@ -169,7 +182,7 @@ Result<qint64> ApplicationLauncher::startDetached(const QString &program, const 
         // intermediate child.
         std::thread([child, fd = ending[0], onExit = std::move(watch.onExit), started] {
             int ended = -1;
-            const bool heard = ::read(fd, &ended, sizeof ended) == sizeof ended;
+            const bool heard = readValue(fd, &ended);
             ::close(fd);
             int status = 0;
             while (::waitpid(child, &status, 0) < 0 && errno == EINTR) { }
