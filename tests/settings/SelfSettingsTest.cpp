@@ -2,61 +2,37 @@
 
 #include "support/TempHome.h"
 
-#include <QJsonDocument>
 #include <QNetworkProxy>
-#include <QTemporaryDir>
 #include <QtTest>
-
-namespace {
-
-SelfSettings fromText(const QByteArray &text)
-{
-    return SelfSettings(QJsonDocument::fromJson(text).object());
-}
-
-QJsonObject parse(const QByteArray &text)
-{
-    return QJsonDocument::fromJson(text).object();
-}
-
-} // namespace
 
 class SelfSettingsTest : public QObject
 {
     Q_OBJECT
 private:
+    static QJsonObject parse(const QByteArray &text) { return QJsonDocument::fromJson(text).object(); }
+    static SelfSettings fromText(const QByteArray &text) { return SelfSettings(parse(text)); }
+
     // Every getter against its documented default.
     static void verifyDefaults(const SelfSettings &s)
     {
-        QCOMPARE(s.getRunOnStartUp(), true);
-        QCOMPARE(s.getGlobalHotkey(), QString());
-        QCOMPARE(s.getApplicationInstallDirectorySetting(), QString());
+        QCOMPARE(QVariantList({ s.getRunOnStartUp(), s.getChannelRollbackHistoryDepth(),
+                     s.getAutoUpdateEnabled(), s.getHangarUpdatesFilter().qualityOrderValue,
+                     s.getAllToolsAutoUpdateEnabled(), s.getNetworkDownloadTimeout(),
+                     s.getAllowAnonymousStatistics(), s.getShellLinksEnabled(), s.getProxyEnabled(),
+                     s.getProxyPort(), s.isInternalModeOn(), s.internalInspectInChromeAutomatically() }),
+            QVariantList({ true, 2, true, 10000, false, 300000, false, false, false, -1, false, false }));
+        QCOMPARE(
+            QStringList({ s.getGlobalHotkey(), s.getApplicationInstallDirectorySetting(),
+                            s.getShellLinksFolder(), s.getProxyHost(), s.getProxyUsername(),
+                            s.internalUiUrl(), s.getPrivacyPolicyAcceptedVersion(), s.getActiveOrvacc() })
+                .join(""),
+            QString());
         QCOMPARE(s.getApplicationInstallDirectory(), SelfSettings::defaultApplicationInstallDirectory());
-        QCOMPARE(s.getChannelRollbackHistoryDepth(), 2);
-        QCOMPARE(s.getAutoUpdateEnabled(), true);
-        QCOMPARE(s.getHangarUpdatesFilter().qualityOrderValue, 10000);
-        QVERIFY(!s.getHangarUpdatesFilter().branchFilter.has_value());
-        QCOMPARE(s.getAllToolsAutoUpdateEnabled(), false);
-        QCOMPARE(s.getNetworkDownloadTimeout(), 300000);
-        QVERIFY(!s.findNetworkDownloadTimeout().has_value());
-        QCOMPARE(s.getAllowAnonymousStatistics(), false);
-        QCOMPARE(s.getShellLinksEnabled(), false);
-        QCOMPARE(s.getShellLinksFolder(), QString());
-        QCOMPARE(s.getProxyEnabled(), false);
-        QCOMPARE(s.getProxyHost(), QString());
-        QCOMPARE(s.getProxyPort(), -1);
-        QCOMPARE(s.getProxyUsername(), QString());
-        QVERIFY(s.getOrdering(false).isEmpty());
-        QVERIFY(s.getOrdering(true).isEmpty());
-        QVERIFY(!s.getOrderingIndex("a", "ch-0").has_value());
-        QVERIFY(s.getHiddenProjects().isEmpty());
-        QVERIFY(s.getSpecialProjects().isEmpty());
-        QVERIFY(!s.getDefaultOpenItem("/p").has_value());
-        QCOMPARE(s.isInternalModeOn(), false);
-        QCOMPARE(s.internalInspectInChromeAutomatically(), false);
-        QCOMPARE(s.internalUiUrl(), QString());
-        QCOMPARE(s.getPrivacyPolicyAcceptedVersion(), QString());
-        QCOMPARE(s.getActiveOrvacc(), QString());
+        QVERIFY(!s.getHangarUpdatesFilter().branchFilter && !s.findNetworkDownloadTimeout());
+        QVERIFY(s.getOrdering(false).isEmpty() && s.getOrdering(true).isEmpty()
+            && !s.getOrderingIndex("a", "ch-0"));
+        QVERIFY(s.getHiddenProjects().isEmpty() && s.getSpecialProjects().isEmpty()
+            && !s.getDefaultOpenItem("/p"));
     }
 
 private slots:
@@ -85,11 +61,10 @@ private slots:
         })");
         verifyDefaults(s);
         const QStringList problems = s.findWrongTypedKeys();
-        QVERIFY(problems.contains("\"autostart\" is not a boolean"));
-        QVERIFY(problems.contains("\"update\" is not an object"));
-        QVERIFY(problems.contains("\"channel_rollback_max_history\" is not an integer"));
-        QVERIFY(problems.contains("\"proxy -> port\" is not an integer"));
-        QVERIFY(problems.contains("\"ordering -> local\" is not an array"));
+        for (const char *problem : { "\"autostart\" is not a boolean", "\"update\" is not an object",
+                 "\"channel_rollback_max_history\" is not an integer", "\"proxy -> port\" is not an integer",
+                 "\"ordering -> local\" is not an array" })
+            QVERIFY2(problems.contains(problem), problem);
         QCOMPARE(problems.size(), 24);
 
         // Numbers out of int range and fractions are not integers either.
@@ -149,7 +124,7 @@ private slots:
         QCOMPARE(s.getOrdering(false).size(), 2);
         QCOMPARE(s.getOrderingIndex("b", "ch-0"), Option<int>(1));
         QCOMPARE(s.getOrderingIndex("c", "ch-1"), Option<int>(0));
-        QVERIFY(!s.getOrderingIndex("c", "ch-1", false).has_value());
+        QVERIFY(!s.getOrderingIndex("c", "ch-1", false));
 
         s.setOrderingIndex("b", "ch-0", 0, false);
         QCOMPARE(s.getOrdering(false).first(), (SettingsItemKey { "b", "ch-0" }));
@@ -197,8 +172,7 @@ private slots:
         s.removeHiddenProject("/home/u/p1");
         s.removeDefaultOpenItem("/home/u/p1");
         QCOMPARE(s.getSpecialProjects().value("favorite"), QSet<QString> { "/home/u/p1" });
-        QVERIFY(s.getHiddenProjects().isEmpty());
-        QVERIFY(!s.getDefaultOpenItem("/home/u/p1").has_value());
+        QVERIFY(s.getHiddenProjects().isEmpty() && !s.getDefaultOpenItem("/home/u/p1"));
     }
 
     void proxyConfigFollowsTheSystemProxy()
@@ -244,22 +218,19 @@ private slots:
         const QString alive = dir.path();
         const QString gone = dir.path() + "/gone";
         SelfSettings s;
-        s.setHiddenProject(alive, QDateTime::currentDateTime());
-        s.setHiddenProject(gone, QDateTime::currentDateTime());
-        s.setSpecialProject(alive, "favorite", true);
-        s.setSpecialProject(gone, "favorite", true);
-        s.setDefaultOpenItem(alive, "a", "ch-0");
-        s.setDefaultOpenItem(gone, "a", "ch-0");
+        for (const QString &project : { alive, gone }) {
+            s.setHiddenProject(project, QDateTime::currentDateTime());
+            s.setSpecialProject(project, "favorite", true);
+            s.setDefaultOpenItem(project, "a", "ch-0");
+        }
         s.setNetworkDownloadTimeout(60000);
         s.removeOutdated();
         QCOMPARE(s.getHiddenProjects().keys(), QStringList { alive });
         QCOMPARE(s.getSpecialProjects().value("favorite"), QSet<QString> { alive });
-        QVERIFY(s.getDefaultOpenItem(alive).has_value());
-        QVERIFY(!s.getDefaultOpenItem(gone).has_value());
+        QVERIFY(s.getDefaultOpenItem(alive) && !s.getDefaultOpenItem(gone));
         QCOMPARE(s.findNetworkDownloadTimeout(), Option<int>(60000));
 
-        for (const QByteArray &bad :
-            { QByteArray("0"), QByteArray("-5"), QByteArray("\"x\""), QByteArray("1.5") }) {
+        for (const QByteArray bad : { "0", "-5", "\"x\"", "1.5" }) {
             SelfSettings t = fromText(R"({"network": {"download_timeout": )" + bad + "}}");
             QTest::ignoreMessage(QtWarningMsg, QRegularExpression("^Removing invalid download timeout"));
             t.removeOutdated();
@@ -267,10 +238,9 @@ private slots:
             QCOMPARE(t.toJson(), QJsonObject());
         }
         // Nothing to drop: nothing changes.
-        const SelfSettings untouched = fromText(R"({"autostart": false})");
-        SelfSettings copy = untouched;
+        SelfSettings copy = fromText(R"({"autostart": false})");
         copy.removeOutdated();
-        QCOMPARE(copy, untouched);
+        QCOMPARE(copy, fromText(R"({"autostart": false})"));
     }
 };
 

@@ -4,62 +4,35 @@
 #include "base/AppDataDirectory.h"
 #include "support/LogCapture.h"
 #include "support/TempHome.h"
+#include "support/TestData.h"
 
-#include <QJsonDocument>
 #include <QNetworkProxy>
-#include <QSignalSpy>
 #include <QtTest>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <thread>
 #include <vector>
 
-namespace {
-
-QByteArray readAll(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-QJsonObject readJson(const QString &path)
-{
-    return QJsonDocument::fromJson(readAll(path)).object();
-}
-
-QJsonObject parse(const QByteArray &text)
-{
-    return QJsonDocument::fromJson(text).object();
-}
-
-// Identity of the file on disk: a save replaces the file, so a new inode or a new
-// modification time means it was written.
-QPair<ino_t, qint64> stampOf(const QString &path)
-{
-    struct stat info;
-    if (::stat(QFile::encodeName(path).constData(), &info) != 0)
-        return {};
-    return { info.st_ino, qint64(info.st_mtim.tv_sec) * 1000000000 + info.st_mtim.tv_nsec };
-}
-
-SettingsManagerOptions memoryOnly(const QStringList &launcherCandidates = {})
-{
-    SettingsManagerOptions options;
-    options.passwordStore = ProxyPasswordStore::MemoryOnly;
-    options.launchersPathResolver = std::make_shared<OSShellLaunchersPathResolver>(launcherCandidates);
-    return options;
-}
-
-Result<void> change(SettingsManager &manager, const std::function<void(SelfSettings &)> &edit)
-{
-    return manager.updateSettings(edit);
-}
-
-} // namespace
-
 class SettingsManagerTest : public QObject
 {
     Q_OBJECT
+    static QJsonObject parse(const QByteArray &text) { return QJsonDocument::fromJson(text).object(); }
+    // A save replaces the file, so a new inode or a new modification time means it was written.
+    static QPair<ino_t, qint64> stampOf(const QString &path)
+    {
+        struct stat info;
+        if (::stat(QFile::encodeName(path).constData(), &info) != 0)
+            return {};
+        return { info.st_ino, qint64(info.st_mtim.tv_sec) * 1000000000 + info.st_mtim.tv_nsec };
+    }
+    static SettingsManagerOptions memoryOnly(const QStringList &launcherCandidates = {})
+    {
+        SettingsManagerOptions options;
+        options.passwordStore = ProxyPasswordStore::MemoryOnly;
+        options.launchersPathResolver = std::make_shared<OSShellLaunchersPathResolver>(launcherCandidates);
+        return options;
+    }
+
 private slots:
     // Also: the proxy record written at every start is no change when the proxy is the same.
     void createsTheFileAndWritesAndSignalsOnlyRealChanges()
@@ -72,28 +45,27 @@ private slots:
             readJson(path), parse(R"({"update": {"filter": {"quality_filter": {"order_value": 10000}}}})"));
         QSignalSpy changed(manager.get(), &SettingsManager::settingsChanged);
 
-        QVERIFY(
-            change(*manager, [](SelfSettings &s) { s.setChannelRollbackHistoryDepth(7); }).isSuccessful());
+        QVERIFY(manager->updateSettings([](SelfSettings &s) { s.setChannelRollbackHistoryDepth(7); }));
         QCOMPARE(changed.count(), 1);
         QCOMPARE(changed.at(0).at(0).value<SelfSettings>().getChannelRollbackHistoryDepth(), 2);
         QCOMPARE(changed.at(0).at(1).value<SelfSettings>().getChannelRollbackHistoryDepth(), 7);
         QCOMPARE(readJson(path).value("channel_rollback_max_history"), QJsonValue(7));
         const auto stamp = stampOf(path);
-        QVERIFY(change(*manager, [](SelfSettings &s) {
+        QVERIFY(manager->updateSettings([](SelfSettings &s) {
             s.setChannelRollbackHistoryDepth(7);
             s.setShellLinksFolder("/x");
             s.setShellLinksFolder(QString());
-        }).isSuccessful());
+        }));
         QCOMPARE(changed.count(), 1);
         QVERIFY(stampOf(path) == stamp);
 
         for (const QNetworkProxy &proxy : { QNetworkProxy(QNetworkProxy::HttpProxy, "127.0.0.1", 3128),
                  QNetworkProxy(QNetworkProxy::NoProxy) }) {
-            QVERIFY(manager->setProxyConfig(proxy).isSuccessful()); // a change the first time
+            QVERIFY(manager->setProxyConfig(proxy)); // a change the first time
             manager = std::make_unique<SettingsManager>(path, nullptr, memoryOnly());
             QSignalSpy restarted(manager.get(), &SettingsManager::settingsChanged);
             const auto written = stampOf(path);
-            QVERIFY(manager->setProxyConfig(proxy).isSuccessful());
+            QVERIFY(manager->setProxyConfig(proxy));
             QCOMPARE(restarted.count(), 0);
             QVERIFY(stampOf(path) == written);
         }
@@ -137,7 +109,7 @@ private slots:
         else if (content == "<folder>")
             QVERIFY(QDir().mkpath(path));
         else
-            QVERIFY(JsonEditor::writeFileAtomically(path, content).isSuccessful());
+            QVERIFY(JsonEditor::writeFileAtomically(path, content));
         const auto before = stampOf(path);
 
         LogCapture log;
@@ -145,7 +117,7 @@ private slots:
         QCOMPARE(log.count("Failed to load Hangar settings: Unable to "), 1);
         QVERIFY(log.contains(path));
         QCOMPARE(manager.getSettings().toJson(), QJsonObject());
-        QVERIFY(change(manager, [](SelfSettings &) {}).isSuccessful());
+        QVERIFY(manager.updateSettings([](SelfSettings &) {}));
         QVERIFY(manager.loadSettings().isError());
         QVERIFY(stampOf(path) == before);
 
@@ -157,10 +129,10 @@ private slots:
             while (filler.write(QByteArray(4096, 'f')) > 0 && filler.flush()) { }
         }
         if (!obstacle.isEmpty()) {
-            QVERIFY(change(manager, [](SelfSettings &s) { s.setRunOnStartUp(false); }).isError());
+            QVERIFY(manager.updateSettings([](SelfSettings &s) { s.setRunOnStartUp(false); }).isError());
             QVERIFY(log.contains("Settings are kept in memory only: the unreadable settings file " + path));
             QVERIFY(stampOf(path) == before);
-            QVERIFY(content.startsWith('<') || readAll(path) == content); // never open a FIFO blocking
+            QVERIFY(content.startsWith('<') || readFile(path) == content); // never open a FIFO blocking
             QCOMPARE(QFileInfo(path + ".broken").isFile(), false);
             QCOMPARE(manager.getSettings().getRunOnStartUp(), false); // in memory all the same
             if (obstacle == "always")
@@ -168,14 +140,14 @@ private slots:
             QDir(path + ".broken").removeRecursively();
             QFile::remove(folder + "/filler");
         }
-        QVERIFY(change(manager, [](SelfSettings &s) {
+        QVERIFY(manager.updateSettings([](SelfSettings &s) {
             s.setRunOnStartUp(false);
             s.setInternalMode(true);
-        }).isSuccessful());
+        }));
         QCOMPARE(readJson(path), parse(R"({"autostart": false, "internal": {"enabled": true}})"));
-        QCOMPARE(readAll(path + ".broken"), content);
-        QVERIFY(change(manager, [](SelfSettings &s) { s.setRunOnStartUp(true); }).isSuccessful());
-        QCOMPARE(readAll(path + ".broken"), content); // only the unreadable file is kept
+        QCOMPARE(readFile(path + ".broken"), content);
+        QVERIFY(manager.updateSettings([](SelfSettings &s) { s.setRunOnStartUp(true); }));
+        QCOMPARE(readFile(path + ".broken"), content); // only the unreadable file is kept
     }
 
     void wrongTypedKeysAreLoggedAndReadAsDefaultsWithoutRewritingTheFile()
@@ -191,10 +163,10 @@ private slots:
         QVERIFY(log.contains("\"network -> download_timeout\" is not an integer, using the default"));
         QCOMPARE(manager.getSettings().getRunOnStartUp(), true);
         QCOMPARE(manager.getSettings().getChannelRollbackHistoryDepth(), 4); // the good keys stay in force
-        QCOMPARE(readAll(path), content);
+        QCOMPARE(readFile(path), content);
 
         // A change elsewhere keeps the user's other keys, damaged ones included.
-        QVERIFY(change(manager, [](SelfSettings &s) { s.setAllowAnonymousStatistics(true); }).isSuccessful());
+        QVERIFY(manager.updateSettings([](SelfSettings &s) { s.setAllowAnonymousStatistics(true); }));
         QCOMPARE(readJson(path).value("autostart"), QJsonValue("no"));
         QVERIFY(!QFile::exists(path + ".broken"));
     }
@@ -239,9 +211,7 @@ private slots:
         QSignalSpy changed(&manager, &SettingsManager::settingsChanged);
         QSignalSpy stored(&manager, &SettingsManager::proxyPasswordStored);
 
-        QVERIFY(change(manager, [](SelfSettings &s) {
-            s.setProxyCredentials("alice", "s3cr3t-pw");
-        }).isSuccessful());
+        QVERIFY(manager.updateSettings([](SelfSettings &s) { s.setProxyCredentials("alice", "s3cr3t-pw"); }));
         QCOMPARE(manager.getProxyPassword(), QString("s3cr3t-pw"));
         QCOMPARE(readJson(path).value("proxy").toObject(), parse(R"({"auth": {"username": "alice"}})"));
         QVERIFY(
@@ -250,15 +220,13 @@ private slots:
 
         // A new password for the same user is no settings change: no write, no signal.
         const auto stamp = stampOf(path);
-        QVERIFY(change(manager, [](SelfSettings &s) {
-            s.setProxyCredentials("alice", "other-pw");
-        }).isSuccessful());
+        QVERIFY(manager.updateSettings([](SelfSettings &s) { s.setProxyCredentials("alice", "other-pw"); }));
         QCOMPARE(manager.getProxyPassword(), QString("other-pw"));
         QCOMPARE(changed.count(), 1);
         QVERIFY(stampOf(path) == stamp);
         QVERIFY(!QJsonDocument(manager.getSettingsJson()).toJson().contains("other-pw"));
-        QVERIFY(manager.saveSettings().isSuccessful());
-        QVERIFY(!readAll(path).contains("other-pw"));
+        QVERIFY(manager.saveSettings());
+        QVERIFY(!readFile(path).contains("other-pw"));
     }
 
     void keychainMissingOrSilentFallsBackToMemory()
@@ -278,9 +246,7 @@ private slots:
                 log.contains("No session bus: the proxy password is kept in memory only"), address.isEmpty());
             QSignalSpy stored(&manager, &SettingsManager::proxyPasswordStored);
             manager.fetchProxyPassword();
-            QVERIFY(change(manager, [](SelfSettings &s) {
-                s.setProxyCredentials("u", "pw-kept");
-            }).isSuccessful());
+            QVERIFY(manager.updateSettings([](SelfSettings &s) { s.setProxyCredentials("u", "pw-kept"); }));
             QVERIFY(stored.wait(8000) && !stored.at(0).at(0).toBool());
             QCOMPARE(manager.getProxyPassword(), QString("pw-kept"));
         }
@@ -291,18 +257,19 @@ private slots:
         TempHome home;
         const QString path = settingsFilePath();
         SettingsManager manager(path, nullptr, memoryOnly());
-        const QByteArray old = readAll(path);
+        const QByteArray old = readFile(path);
         QSignalSpy changed(&manager, &SettingsManager::settingsChanged);
         Result<void> saved;
         {
             FileSizeLimit limit(16); // the new file cannot be written in full
-            saved = change(manager, [](SelfSettings &s) { s.setApplicationInstallDirectory("/opt/tools"); });
+            saved = manager.updateSettings(
+                [](SelfSettings &s) { s.setApplicationInstallDirectory("/opt/tools"); });
         }
         QCOMPARE(saved.error(), "Unable to write file: " + path);
-        QCOMPARE(readAll(path), old);
+        QCOMPARE(readFile(path), old);
         QCOMPARE(manager.getSettings().getApplicationInstallDirectory(), QString("/opt/tools"));
         QCOMPARE(changed.count(), 1);
-        QVERIFY(manager.saveSettings().isSuccessful());
+        QVERIFY(manager.saveSettings());
         QCOMPARE(readJson(path).value("install_location"), QJsonValue("/opt/tools"));
     }
 
@@ -313,10 +280,10 @@ private slots:
         TempHome home;
         const QString path = settingsFilePath();
         SettingsManager manager(path, nullptr, memoryOnly());
-        QVERIFY(change(manager, [&](SelfSettings &s) {
+        QVERIFY(manager.updateSettings([&](SelfSettings &s) {
             s.setHiddenProject(home.path(), QDateTime::currentDateTime());
             s.setHiddenProject(home.path() + "/vanished", QDateTime::currentDateTime());
-        }).isSuccessful());
+        }));
         QSignalSpy changed(&manager, &SettingsManager::settingsChanged);
         QObject receiver;
         bool sawLast = false;
@@ -348,12 +315,13 @@ private slots:
         QCOMPARE(changed.count(), 4 * 50 + 1);
         const SelfSettings final = manager.getSettings();
         for (int t = 0; t < 4; ++t)
-            QCOMPARE(final.getDefaultOpenItem(home.path() + "/p" + QString::number(t))->channelId, QString("ch-50"));
+            QCOMPARE(final.getDefaultOpenItem(home.path() + "/p" + QString::number(t))->channelId,
+                QString("ch-50"));
         QCOMPARE(final.getHiddenProjects().keys(), QStringList { home.path() });
         QCOMPARE(readJson(path), final.toJson());
         QTRY_VERIFY(sawLast);
         const auto stamp = stampOf(path);
-        QVERIFY(manager.removeOutdated().isSuccessful()); // nothing left to remove: nothing written
+        QVERIFY(manager.removeOutdated()); // nothing left to remove: nothing written
         QVERIFY(stampOf(path) == stamp);
     }
 
@@ -362,24 +330,24 @@ private slots:
         TempHome home;
         const QString path = settingsFilePath();
         SettingsManager manager(path, nullptr, memoryOnly());
-        QVERIFY(change(manager, [&](SelfSettings &s) {
+        QVERIFY(manager.updateSettings([&](SelfSettings &s) {
             s.setGlobalHotkey("F2");
             s.setSpecialProject("/p", "favorite", true);
             s.setActiveOrvacc("acc-9");
-        }).isSuccessful());
+        }));
         const QJsonObject page = manager.getSettingsJson();
         QCOMPARE(
             page.value("accounts").toObject(), parse(R"({"list": [{"id": "acc-9"}], "active": "acc-9"})"));
         QCOMPARE(page.value("defaults").toObject().value("autostart"), QJsonValue(true));
         QSignalSpy changed(&manager, &SettingsManager::settingsChanged);
-        QVERIFY(manager.resetSettings().isSuccessful());
-        QVERIFY(manager.resetSettings().isSuccessful());
+        QVERIFY(manager.resetSettings());
+        QVERIFY(manager.resetSettings());
         QCOMPARE(changed.count(), 1);
         QCOMPARE(readJson(path), parse(R"({"autostart": true,
             "update": {"filter": {"quality_filter": {"order_value": 10000}}},
             "projects": {"special": {"favorite": ["/p"]}}, "vantrel_account": {"active": "acc-9"}})"));
         // Saving a copy that came back from the page drops the page-only key.
-        QVERIFY(change(manager, [&](SelfSettings &s) { s.setSettings(page); }).isSuccessful());
+        QVERIFY(manager.updateSettings([&](SelfSettings &s) { s.setSettings(page); }));
         QVERIFY(!readJson(path).contains("defaults"));
     }
 
