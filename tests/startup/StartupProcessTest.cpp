@@ -1,12 +1,7 @@
 #include "support/FeedBuilder.h"
 #include "support/HangarProcess.h"
+#include "support/TestData.h"
 
-#include <QCryptographicHash>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QRegularExpression>
-#include <QTemporaryDir>
 #include <QtTest>
 #include <csignal>
 #include <sys/stat.h>
@@ -39,9 +34,8 @@ bool writeSignedFeed(const QString &home, const QByteArray &json)
     const QString jsonPath = home + "/feeds/root.json";
     QDir().mkpath(home + "/feeds");
     QFile file(jsonPath);
-    if (!file.open(QIODevice::WriteOnly) || file.write(json) != json.size())
+    if (!file.open(QIODevice::WriteOnly) || file.write(json) != json.size() || !file.flush())
         return false;
-    file.close();
     return QProcess::execute(FeedBuilder::hangarFeedPath(),
                { "sign", "--cert", binaryDir + "/feed-dev-ca/signer.crt", "--key",
                    binaryDir + "/feed-dev-ca/signer.key", jsonPath, HangarProcess::rootFeedPathFor(home) })
@@ -118,24 +112,19 @@ private slots:
         QVERIFY2(manager.waitUntilReady(), qPrintable(manager.logText()));
 
         const QString log = manager.logText();
-        for (const QString &expected : { QString(45, '='), QString("Starting application. Version"),
-                 QString("glibc version"), QString("Unknown command-line options: (bogus-option)"),
-                 "uniqueApplicationKey = " + keyFor(home.path()), QString("HANGAR_TEST_API_TOKEN=***"),
-                 QString("https_proxy=http://***@127.0.0.1:9"), QString("vantrel://x\\n2026"),
-                 QString("Configuring SSL library for accepting TLS 1.2 or later only"),
-                 QString("Capability cpu_arch ="), QString("Library load paths: ") })
+        for (const QString &expected : QStringList { QString(45, '='), "Starting application. Version",
+                 "glibc version", "Unknown command-line options: (bogus-option)",
+                 "uniqueApplicationKey = " + keyFor(home.path()), "HANGAR_TEST_API_TOKEN=***",
+                 "https_proxy=http://***@127.0.0.1:9", "vantrel://x\\n2026",
+                 "Configuring SSL library for accepting TLS 1.2 or later only",
+                 "Capability cpu_arch =", "Library load paths: " })
             QVERIFY2(log.contains(expected), qPrintable(expected));
-        QVERIFY(!log.contains("5ecret"));
-        QVERIFY(!log.contains("\n2026-01-01T00:00:00.000 FATAL"));
+        QVERIFY(!log.contains("5ecret") && !log.contains("\n2026-01-01T00:00:00.000 FATAL"));
         const QString logs = HangarProcess::appDataDirFor(home.path()) + "/logs";
-        QCOMPARE(modeOf(logs), 0700);
-        QCOMPARE(modeOf(logs + "/log.txt"), 0600);
+        QVERIFY(modeOf(logs) == 0700 && modeOf(logs + "/log.txt") == 0600);
 
-        QFile settings(home.path() + "/.local/share/Vantrel/Hangar/.settings.json");
-        QVERIFY(settings.open(QIODevice::ReadOnly));
-        QCOMPARE(QJsonDocument::fromJson(settings.readAll()).object().value("update"),
-            QJsonValue(QJsonObject { { "filter",
-                QJsonObject { { "quality_filter", QJsonObject { { "order_value", 10000 } } } } } }));
+        QCOMPARE(readJson(home.path() + "/.local/share/Vantrel/Hangar/.settings.json").value("update"),
+            QJsonValue(json("{'filter': {'quality_filter': {'order_value': 10000}}}")));
         QTest::qWait(500);
         QVERIFY(manager.stop());
         QVERIFY(manager.logText().contains("Application will exit now."));
@@ -148,16 +137,15 @@ private slots:
         QTest::addColumn<bool>("stopped"); // the master is stopped (SIGSTOP) meanwhile
         QTest::addColumn<bool>("crashedBefore"); // a killed master left its socket behind
         const QString link = "https://example.invalid/open?project=a%20b&x=ü";
-        QTest::newRow("nothing: activate") << QStringList() << QStringList("activate ") << false << false;
-        QTest::newRow("option and link in order")
-            << QStringList({ "--minimize", link }) << QStringList({ "--minimize", "url " + link }) << false
-            << false;
-        QTest::newRow("to a stopped master")
-            << QStringList({ link, link + "2" }) << QStringList({ "url " + link, "url " + link + "2" })
-            << true << false;
-        QTest::newRow("after a crashed master, without a log")
-            << QStringList({ "--no-log", "--bogus" }) << QStringList({ "--no-log", "--bogus" }) << false
-            << true;
+        const auto row = [](const char *name, const QStringList &arguments, const QStringList &messages,
+                             bool stopped = false, bool crashedBefore = false) {
+            QTest::newRow(name) << arguments << messages << stopped << crashedBefore;
+        };
+        row("nothing: activate", {}, { "activate " });
+        row("option and link in order", { "--minimize", link }, { "--minimize", "url " + link });
+        row("to a stopped master", { link, link + "2" }, { "url " + link, "url " + link + "2" }, true);
+        row("after a crashed master, without a log", { "--no-log", "--bogus" }, { "--no-log", "--bogus" },
+            false, true);
     }
 
     void secondStartHandsOverItsCommandLine()
@@ -169,7 +157,8 @@ private slots:
         Home home;
         if (crashedBefore) {
             HangarProcess crashed(home.path());
-            QVERIFY(crashed.start({ "--log-path", home.path() + "/crashed-logs" }) && crashed.waitUntilReady());
+            QVERIFY(
+                crashed.start({ "--log-path", home.path() + "/crashed-logs" }) && crashed.waitUntilReady());
             crashed.kill();
             QVERIFY(QFileInfo::exists(home.socket()));
         }
@@ -243,19 +232,16 @@ private slots:
         QTest::addColumn<QString>("pid");
         QTest::addColumn<QString>("logged");
         QTest::addColumn<QString>("notLogged");
-        QTest::newRow("not a number") << "abc"
-                                      << "Unable to convert --wait-for-pid argument abc to unsigned integer"
-                                      << "Waiting for pid to exit";
-        QTest::newRow("zero") << "0"
-                              << "uniqueApplicationKey"
-                              << "Waiting for pid to exit";
+        const auto row = [](const char *name, const char *pid, const char *logged, const char *notLogged) {
+            QTest::newRow(name) << QString(pid) << QString(logged) << QString(notLogged);
+        };
+        const char *waiting = "Waiting for pid to exit", *error = "Error waiting for pid";
+        row("not a number", "abc", "Unable to convert --wait-for-pid argument abc to unsigned integer",
+            waiting);
+        row("zero", "0", "uniqueApplicationKey", waiting);
         // No process has this number; it must not be taken for a process group.
-        QTest::newRow("beyond pid_t") << "9223372036854775807"
-                                      << "uniqueApplicationKey"
-                                      << "Error waiting for pid";
-        QTest::newRow("a real process") << "sleeper"
-                                        << "Waiting for pid to exit: "
-                                        << "Error waiting for pid";
+        row("beyond pid_t", "9223372036854775807", "uniqueApplicationKey", error);
+        row("a real process", "sleeper", "Waiting for pid to exit: ", error);
     }
 
     void waitForPidRules()
@@ -291,17 +277,14 @@ private slots:
     {
         Home home;
         const HangarProcess::Finished noFeed = HangarProcess::run(home.path(), { "--internal-dump-feed" });
-        QCOMPARE(noFeed.exitCode, 1);
-        QVERIFY(noFeed.standardOutput.isEmpty());
+        QVERIFY(noFeed.exitCode == 1 && noFeed.standardOutput.isEmpty());
 
         QJsonArray entries;
         for (int i = 0; i < 30; ++i) {
             if (i == 29) {
                 QVERIFY(writeSignedFeed(home.path(), FeedBuilder::feed(entries)));
-                const HangarProcess::Finished tooFew
-                    = HangarProcess::run(home.path(), { "--internal-dump-feed" });
-                QCOMPARE(tooFew.exitCode, 2);
-                QVERIFY(tooFew.standardOutput.isEmpty());
+                const auto tooFew = HangarProcess::run(home.path(), { "--internal-dump-feed" });
+                QVERIFY(tooFew.exitCode == 2 && tooFew.standardOutput.isEmpty());
             }
             entries.append(FeedBuilder::entry(QString("tool-%1").arg(i, 2, 10, QChar('0')),
                 "1.0." + QString::number(i), QString(), QString("http://127.0.0.1:9/tool-%1.tar.gz").arg(i)));
