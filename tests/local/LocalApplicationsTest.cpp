@@ -6,22 +6,11 @@
 #include "settings/SettingsManager.h"
 #include "support/TempHome.h"
 
-#include <QDir>
-#include <QJsonArray>
-#include <QSignalSpy>
-#include <QTest>
+#include <QtTest>
 #include <atomic>
 #include <thread>
 
 namespace {
-
-QStringList buildsOf(const QList<LocalFeedItem> &items)
-{
-    QStringList result;
-    for (const LocalFeedItem &item : items)
-        result << item.getBuild();
-    return result;
-}
 
 // Applications over a throw-away install root, with no history or channel settings yet.
 struct Apps
@@ -49,10 +38,8 @@ private slots:
         writeBuild(w.home.path(), "ide", "stable", "2.0");
         writeBuild(w.home.path(), "ide", "eap", "3.0");
         writeBuild(w.home.path(), "lint", "stable", "1.0");
-        QVERIFY(w.apps.rescan());
-        QCOMPARE(changed.size(), 1);
-        QVERIFY(w.apps.rescan());
-        QCOMPARE(changed.size(), 1); // same disk, no news
+        QVERIFY(w.apps.rescan() && changed.size() == 1);
+        QVERIFY(w.apps.rescan() && changed.size() == 1); // same disk, no news
 
         const auto byChannel = w.apps.getItemsByChannel();
         QCOMPARE(byChannel.size(), 3);
@@ -63,9 +50,8 @@ private slots:
 
         // No history yet: the first disk build is active and recorded as installed.
         QCOMPARE(w.apps.getActiveItem(stable)->getBuild(), QString("1.0"));
-        QCOMPARE(history.size(), 1);
         const QString historyFile = w.feed.getChannelDir("ide", "stable") + "/.history.json";
-        QVERIFY(QFileInfo::exists(historyFile));
+        QVERIFY(history.size() == 1 && QFileInfo::exists(historyFile));
 
         const LocalFeedItem one = byChannel.value(stable).at(0);
         const LocalFeedItem two = byChannel.value(stable).at(1);
@@ -75,16 +61,14 @@ private slots:
         QCOMPARE(buildsOf(w.apps.getSortedItems(stable)), QStringList({ "2.0", "1.0" }));
         w.apps.onAppRollback(two, one, true);
         QCOMPARE(w.apps.getActiveItem(stable)->getBuild(), QString("1.0"));
-        QVERIFY(!w.apps.getInstantRollbackItem(stable));
-        QCOMPARE(w.apps.getHistory(stable).getHistory().size(), 3);
+        QVERIFY(!w.apps.getInstantRollbackItem(stable) && w.apps.getHistory(stable).getHistory().size() == 3);
         QCOMPARE(w.apps.getActiveItems().size(), 3);
 
         // Removing the tool forgets its history; a build removed from disk disappears on rescan.
         w.apps.onAppRemoved(one);
         QVERIFY(!QFileInfo::exists(historyFile));
         QVERIFY(QDir(w.feed.getChannelDir("ide", "eap") + "/3.0").removeRecursively() && w.apps.rescan());
-        QCOMPARE(changed.size(), 2);
-        QVERIFY(!w.apps.getActiveItem(LocalChannel(false, "", "ide", "eap")));
+        QVERIFY(changed.size() == 2 && !w.apps.getActiveItem(LocalChannel(false, "", "ide", "eap")));
         QVERIFY(w.apps.findByInstallDir(two.getInstallDir()) && !w.apps.findByInstallDir("/nowhere"));
     }
 
@@ -94,9 +78,7 @@ private slots:
         SettingsManagerOptions options;
         options.passwordStore = ProxyPasswordStore::MemoryOnly;
         SettingsManager settings(home.path() + "/settings.json", nullptr, options);
-        const QString one = home.path() + "/one";
-        const QString two = home.path() + "/two";
-        const QString three = home.path() + "/three";
+        const QString one = home.path() + "/one", two = home.path() + "/two", three = home.path() + "/three";
         QVERIFY(settings.updateSettings([&](SelfSettings &s) { s.setApplicationInstallDirectory(one); }));
         LocalApplicationsFeed feed(&settings);
         ChannelSettingsManager channelSettings;
@@ -111,11 +93,9 @@ private slots:
         QSignalSpy finished(&feed, &LocalApplicationsFeed::installRootMoveFinished);
 
         QVERIFY(settings.updateSettings([&](SelfSettings &s) { s.setApplicationInstallDirectory(two); }));
-        QVERIFY(finished.wait(20000));
-        QCOMPARE(finished.last().first().toBool(), true);
+        QVERIFY(finished.wait(20000) && finished.last().first().toBool());
         QCOMPARE(feed.getInstallRoot(), two);
-        QVERIFY(!QFileInfo::exists(one + "/apps"));
-        QCOMPARE(apps.getLocalItems().size(), 1);
+        QVERIFY(!QFileInfo::exists(one + "/apps") && apps.getLocalItems().size() == 1);
         QCOMPARE(apps.getLocalItems().first().getInstallDir(),
             QFileInfo(two + "/apps/ide/stable/1.0").canonicalFilePath());
 
@@ -123,8 +103,7 @@ private slots:
         // setting goes back to the root that still holds the tools.
         home.writeFile("three/apps/keep.txt", "theirs");
         QVERIFY(settings.updateSettings([&](SelfSettings &s) { s.setApplicationInstallDirectory(three); }));
-        QVERIFY(finished.wait(20000));
-        QCOMPARE(finished.last().first().toBool(), false);
+        QVERIFY(finished.wait(20000) && !finished.last().first().toBool());
         QCOMPARE(settings.getSettings().getApplicationInstallDirectory(), two);
         QCOMPARE(feed.getInstallRoot(), two);
         QVERIFY(QFileInfo::exists(two + "/apps/ide/stable/1.0/.feed"));
@@ -143,8 +122,7 @@ private slots:
         w.apps.setDetectedItems({ detected });
         QCOMPARE(changed.size(), 1);
         writeBuild(w.home.path(), "ide", "stable", "1.0");
-        QVERIFY(w.apps.rescan());
-        QCOMPARE(w.apps.getChannels().size(), 2);
+        QVERIFY(w.apps.rescan() && w.apps.getChannels().size() == 2);
         const LocalChannel channel = detected.getChannel();
         QCOMPARE(w.apps.getActiveItem(channel)->getBuild(), QString("9.0"));
         QVERIFY(!w.apps.getInstantRollbackItem(channel) && QDir(folder).isEmpty());
@@ -160,8 +138,7 @@ private slots:
         QVERIFY(w.apps.rescan());
 
         std::atomic<bool> stop { false };
-        std::atomic<int> torn { 0 };
-        std::atomic<int> reads { 0 };
+        std::atomic<int> torn { 0 }, reads { 0 };
         auto reader = [&]() {
             while (!stop.load()) {
                 const auto byChannel = w.apps.getItemsByChannel();
@@ -193,8 +170,7 @@ private slots:
         stop = true;
         r1.join();
         r2.join();
-        QVERIFY(reads.load() > 0);
-        QCOMPARE(torn.load(), 0);
+        QVERIFY(reads.load() > 0 && torn.load() == 0);
     }
 
     void concurrentActiveLookupsRecordOneInstall()
@@ -212,10 +188,9 @@ private slots:
                     ++wrong;
             }
         };
-        std::thread a(lookup), b(lookup), c(lookup);
-        a.join();
-        b.join();
-        c.join();
+        std::thread threads[] = { std::thread(lookup), std::thread(lookup), std::thread(lookup) };
+        for (std::thread &thread : threads)
+            thread.join();
         QCOMPARE(wrong.load(), 0);
         QCOMPARE(
             readJson(w.feed.getChannelDir("ide", "stable") + "/.history.json")["history"].toArray().size(),

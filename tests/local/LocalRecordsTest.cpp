@@ -3,37 +3,25 @@
 #include "local/LocalFeedItem.h"
 #include "support/TempHome.h"
 
-#include <QDir>
-#include <QHash>
-#include <QMap>
-#include <QSet>
-#include <QTest>
+#include <QtTest>
 
 class LocalRecordsTest : public QObject
 {
     Q_OBJECT
 
 private slots:
+    // One channel whatever its folder: equal, hashed alike, one key of a map; ordered by type, then
+    // channel id in plain string order.
     void channelsAreOneChannelWhateverTheirFolders()
     {
-        const LocalChannel a(false, "/one/apps/ide/ch-0", "ide", "ch-0");
-        const LocalChannel b(true, "/elsewhere/ide", "ide", "ch-0");
+        const LocalChannel a(false, "/one/apps/ide/ch-0", "ide", "ch-0"),
+            b(true, "/elsewhere/ide", "ide", "ch-0");
         const LocalChannel otherId(false, "/one/apps/ide/ch-1", "ide", "ch-1");
         const LocalChannel otherType(false, "/one/apps/lint/ch-0", "lint", "ch-0");
-        QCOMPARE(a, b);
-        QCOMPARE(qHash(a), qHash(b));
-        QVERIFY(a != otherId && a != otherType);
-
-        // Usable as a key of both kinds of map: the second insert replaces the first.
-        QHash<LocalChannel, int> hash { { a, 1 }, { b, 2 }, { otherId, 3 } };
-        QCOMPARE(hash.size(), 2);
-        QCOMPARE(hash.value(a), 2);
-        QMap<LocalChannel, int> map { { a, 1 }, { b, 2 }, { otherType, 3 }, { otherId, 4 } };
-        QCOMPARE(map.size(), 3);
-        // Ordered by type, then channel id in plain string order.
-        QCOMPARE(map.firstKey().getChannelId(), QString("ch-0"));
-        QCOMPARE(map.keys().at(1).getChannelId(), QString("ch-1"));
-        QCOMPARE(map.lastKey().getApplicationType(), QString("lint"));
+        QVERIFY(a == b && qHash(a) == qHash(b) && a != otherId && a != otherType);
+        QCOMPARE((QHash<LocalChannel, int> { { a, 1 }, { b, 2 }, { otherId, 3 } }.value(a)), 2);
+        const QMap<LocalChannel, int> map { { a, 1 }, { b, 2 }, { otherType, 3 }, { otherId, 4 } };
+        QCOMPARE(map.keys(), QList<LocalChannel>({ a, otherId, otherType }));
         QVERIFY(LocalChannel(false, "", "B", "a") < LocalChannel(false, "", "a", "A"));
     }
 
@@ -48,8 +36,7 @@ private slots:
         const LocalFeedItem item
             = LocalFeedItem::localApplication(feedRecord("ide", "1.1"), viaLink, viaLink, "stable");
         QCOMPARE(item.getInstallDir(), QFileInfo(real).canonicalFilePath());
-        QCOMPARE(item.getApplicationDir(), item.getInstallDir());
-        QCOMPARE(item.getChannelId(), QString("stable"));
+        QVERIFY(item.getApplicationDir() == item.getInstallDir() && item.getChannelId() == "stable");
         QVERIFY(item.isInstalled() && item.canBeUninstalled() && item.isValid());
 
         // A folder that does not exist is kept as given, with forward slashes.
@@ -98,9 +85,9 @@ private slots:
         for (const QString &key : feed.toJson().keys())
             QVERIFY2(!key.startsWith("system-"), qPrintable(key));
         QVERIFY(item.isEqualByInstallDir(elevated));
-        QCOMPARE(getInstallDir(RemoteFeedItem(item.toJson())), QString("/a/b"));
-        QCOMPARE(getPluginsPath(item), QString("/a/b.plugins"));
-        QCOMPARE(getRootPath(item), QString("/a/b"));
+        QCOMPARE(QStringList({ getInstallDir(RemoteFeedItem(item.toJson())), getPluginsPath(item),
+                     getRootPath(item) }),
+            QStringList({ "/a/b", "/a/b.plugins", "/a/b" }));
     }
 };
 
