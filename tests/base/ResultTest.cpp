@@ -22,7 +22,7 @@ private slots:
         Result<void> b;
         Result<QString> c = Error("second");
         const QStringList errors = collectErrors(a, b, c);
-        QCOMPARE(errors, QStringList({"first", "second"}));
+        QCOMPARE(errors, QStringList({ "first", "second" }));
         QCOMPARE(joinErrors(errors), QString("first; second"));
     }
 };
