@@ -24,15 +24,6 @@ inline bool run(
     return finished && p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0;
 }
 
-inline bool python(const QString &script, const QString &cwd)
-{
-    QString out;
-    const bool ok = run("python3", { "-c", script }, cwd, &out);
-    if (!ok)
-        qWarning().noquote() << "python3 failed:" << out;
-    return ok;
-}
-
 inline void writeFile(const QString &path, const QByteArray &content, QFile::Permissions perms = {})
 {
     QDir().mkpath(QFileInfo(path).absolutePath());
@@ -43,10 +34,6 @@ inline void writeFile(const QString &path, const QByteArray &content, QFile::Per
         f.setPermissions(perms);
 }
 
-using ::readFile;
-using ::treeListing;
-
-// Files given relative to `root`.
 inline void makeTree(const QString &root, const QMap<QString, QByteArray> &files)
 {
     for (auto it = files.cbegin(); it != files.cend(); ++it)
@@ -56,12 +43,7 @@ inline void makeTree(const QString &root, const QMap<QString, QByteArray> &files
 inline QString digestHex(
     const QString &path, QCryptographicHash::Algorithm algorithm = QCryptographicHash::Sha256)
 {
-    QFile f(path);
-    if (!f.open(QIODevice::ReadOnly))
-        return {};
-    QCryptographicHash hash(algorithm);
-    hash.addData(&f);
-    return QString::fromLatin1(hash.result().toHex());
+    return QString::fromLatin1(QCryptographicHash::hash(readFile(path), algorithm).toHex());
 }
 
 inline QJsonArray checksumsFor(const QString &path)

@@ -28,7 +28,6 @@ class PackagePipelineTest : public QObject
         return ::lstat(QFile::encodeName(path).constData(), &st) == 0 ? st.st_mode : 0;
     }
 
-    // A fresh, empty version folder.
     QString freshTarget(const QString &name)
     {
         const QString dir = path(name);
@@ -54,7 +53,11 @@ class PackagePipelineTest : public QObject
               "    i = tarfile.TarInfo(name); i.type = kind; i.devmajor = 1; i.devminor = 3\n"
               "    t.addfile(i)\n"
             + members + "\nt.close()\nz.close()\n";
-        return kit::python(script, dir) ? dir + "/p" : QString();
+        QString output;
+        if (kit::run("python3", { "-c", script }, dir, &output))
+            return dir + "/p";
+        qWarning().noquote() << "python3 failed:" << output;
+        return {};
     }
 
     Result<void> extract(
@@ -143,7 +146,7 @@ private slots:
     void digestsFedWhileDownloadingAreUsedOnlyWhenTheySawTheWholeFile()
     {
         const QJsonObject entry = kit::feedEntry("tool", "1", "tar.gz", "http://x/p", m_package);
-        const QByteArray content = kit::readFile(m_package);
+        const QByteArray content = readFile(m_package);
 
         // Fed in odd-sized chunks: same result as hashing the file in one go.
         PackageDigests streamed({ "sha-256", "sha3-512", "nonsense" });
@@ -167,7 +170,7 @@ private slots:
 
     void pipelinedDigestsMatchWhateverTheBacklogBound()
     {
-        const QByteArray content = kit::readFile(m_package);
+        const QByteArray content = readFile(m_package);
         for (const qint64 backlog : { qint64(1), qint64(5000), qint64(64) << 20 }) {
             PipelinedDigests pipelined({ "sha-256", "sha-512" }, backlog);
             for (int at = 0; at < content.size(); at += 7777)
@@ -194,7 +197,7 @@ private slots:
         const QJsonObject entry = kit::feedEntry("tool", "1.0", "tar.gz", "http://x", archive, 1);
         const auto r = extract(entry, archive, target);
         QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
-        QCOMPARE(kit::readFile(target + "/lib/a.so"), QByteArray("lib"));
+        QCOMPARE(readFile(target + "/lib/a.so"), QByteArray("lib"));
         QVERIFY(QFileInfo(target + "/bin/tool").isExecutable() && !QFileInfo::exists(target + "/tool-1.0"));
     }
 
@@ -209,7 +212,7 @@ private slots:
         const QString target = freshTarget("v-zip");
         const auto r = unpack("zip", archive, target, 1);
         QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
-        QCOMPARE(kit::readFile(target + "/readme"), QByteArray("hello"));
+        QCOMPARE(readFile(target + "/readme"), QByteArray("hello"));
         QVERIFY(QFileInfo(target + "/bin/run").isFile());
         // Nothing above the stripped depth, no leftovers.
         QVERIFY(!QFileInfo::exists(target + "/stray.txt") && !QFileInfo::exists(target + "/.unzip-staging"));
@@ -234,7 +237,7 @@ private slots:
         const QJsonObject entry = kit::withPackage(
             kit::feedEntry("tool", "3", type, "http://x/dl/tool-cli", file), "command", "tool-cli");
         QVERIFY(extract(entry, file, target) && QFileInfo(target + "/tool-cli").isExecutable());
-        QCOMPARE(kit::readFile(target + "/tool-cli"), QByteArray("binary"));
+        QCOMPARE(readFile(target + "/tool-cli"), QByteArray("binary"));
         QCOMPARE(QFileInfo::exists(file), !downloadedInside);
     }
 
@@ -311,8 +314,8 @@ private slots:
         const QString target = freshTarget("inside-v");
         const auto r = unpack("tar.gz", archive, target);
         QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
-        QCOMPARE(kit::readFile(target + "/bin/java"), QByteArray("j"));
-        QCOMPARE(kit::readFile(target + "/hard"), QByteArray("j"));
+        QCOMPARE(readFile(target + "/bin/java"), QByteArray("j"));
+        QCOMPARE(readFile(target + "/hard"), QByteArray("j"));
     }
 
     void setuidForeignOwnerAndSharedWriteBitsAreCleared()

@@ -33,7 +33,6 @@ inline QString writeBuild(const QString &root, const QString &type, const QStrin
     return folder;
 }
 
-// The builds of `items`, in order.
 template <typename Item> QStringList buildsOf(const QList<Item> &items)
 {
     QStringList result;

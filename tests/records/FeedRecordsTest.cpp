@@ -53,9 +53,9 @@ private slots:
             && odd.getSupersededTypes().isEmpty() && odd.getPostInstallSteps().isEmpty()
             && !odd.getLathePlatformData() && !odd.getPlinthData() && !odd.isValid());
 
-        const RemoteFeedItem pkg(json("{'package': {'type': 1, 'url': 2, 'size': '10', "
-                                      "'strip_directories': '1', 'requirements': [], 'checksums': {'alg': "
-                                      "'sha-256'}, 'arguments': 'x', 'command': false}}"));
+        const RemoteFeedItem pkg(
+            json("{'package': {'type': 1, 'url': 2, 'strip_directories': '1', 'requirements': [], "
+                 "'checksums': {'alg': 'sha-256'}, 'arguments': 'x', 'command': false}}"));
         QCOMPARE(QStringList({ pkg.getPackageType().getPackageType(), pkg.getPackageType().getCommand(),
                                  pkg.getDownloadUrl() })
                      .join(""),
@@ -112,22 +112,20 @@ private slots:
     {
         QFETCH(QJsonValue, size);
         QFETCH(int, expected);
-        QCOMPARE(
-            RemoteFeedItem(QJsonObject { { "package", QJsonObject { { "size", size } } } }).getDownloadSize(),
-            expected);
-        QCOMPARE(RemotePatchItem(QJsonObject { { "size", size } }).getDownloadSize(), expected);
         // Order values use the same rule.
-        const RemoteFeedItem ordered(
-            QJsonObject { { "order_value", size }, { "quality", QJsonObject { { "order_value", size } } } });
-        QVERIFY(ordered.orderValue() == expected && ordered.qualityOrder() == expected);
+        const RemoteFeedItem entry(QJsonObject { { "package", QJsonObject { { "size", size } } },
+            { "order_value", size }, { "quality", QJsonObject { { "order_value", size } } } });
+        QVERIFY(entry.getDownloadSize() == expected && entry.orderValue() == expected
+            && entry.qualityOrder() == expected);
+        QCOMPARE(RemotePatchItem(QJsonObject { { "size", size } }).getDownloadSize(), expected);
     }
 
     void readsOptionalValues()
     {
         QCOMPARE(RemoteFeedItem(json("{'branch': {'name': 'stable'}}")).branch(), Option<QString>("stable"));
         QCOMPARE(RemoteFeedItem(json("{'branch': {'name': ''}}")).branch(), Option<QString>(""));
-        QVERIFY(!RemoteFeedItem(json("{'branch': {'name': 2}}")).branch());
-        QVERIFY(!RemoteFeedItem(json("{'branch': 'stable'}")).branch());
+        QVERIFY(!RemoteFeedItem(json("{'branch': {'name': 2}}")).branch()
+            && !RemoteFeedItem(json("{'branch': 'stable'}")).branch());
 
         const auto expires = [](const char *text) {
             return RemoteFeedItem(QJsonObject { { "expires", text } }).getExpirationDate();

@@ -88,18 +88,15 @@ private slots:
         QFETCH(QByteArray, content);
         QFETCH(QString, obstacle);
         TempHome home;
-        QString folder = home.appDataDir();
+        const QString folder = home.appDataDir();
+        const QByteArray mountPoint = QFile::encodeName(folder);
         QVERIFY(QDir().mkpath(folder));
-        if (obstacle == "full") {
-            // A small file system of its own, filled up to the last byte.
-            if (::mount("tmpfs", QFile::encodeName(folder).constData(), "tmpfs", 0, "size=64k,mode=0700")
-                != 0)
-                QSKIP("needs root to mount a small tmpfs");
-        }
-        auto unmount = qScopeGuard([&] {
-            if (obstacle == "full")
-                ::umount2(QFile::encodeName(folder).constData(), MNT_DETACH);
-        });
+        // A small file system of its own, filled up to the last byte.
+        if (obstacle == "full"
+            && ::mount("tmpfs", mountPoint.constData(), "tmpfs", 0, "size=64k,mode=0700") != 0)
+            QSKIP("needs root to mount a small tmpfs");
+        auto unmount = qScopeGuard(
+            [&] { (void)(obstacle == "full" && ::umount2(mountPoint.constData(), MNT_DETACH) == 0); });
         const QString path = folder + "/.settings.json";
         if (content == "<fifo>")
             QVERIFY(::mkfifo(QFile::encodeName(path).constData(), 0600) == 0);
@@ -111,12 +108,9 @@ private slots:
 
         LogCapture log;
         SettingsManager manager(path, nullptr, memoryOnly());
-        QCOMPARE(log.count("Failed to load Hangar settings: Unable to "), 1);
-        QVERIFY(log.contains(path));
-        QCOMPARE(manager.getSettings().toJson(), QJsonObject());
-        QVERIFY(manager.updateSettings([](SelfSettings &) {}));
-        QVERIFY(manager.loadSettings().isError());
-        QVERIFY(stampOf(path) == before);
+        QVERIFY(log.count("Failed to load Hangar settings: Unable to ") == 1 && log.contains(path));
+        QVERIFY(manager.getSettings().toJson().isEmpty() && manager.updateSettings([](SelfSettings &) {}));
+        QVERIFY(manager.loadSettings().isError() && stampOf(path) == before);
 
         if (obstacle == "folder")
             QVERIFY(QDir().mkpath(path + ".broken"));
@@ -128,10 +122,9 @@ private slots:
         if (!obstacle.isEmpty()) {
             QVERIFY(manager.updateSettings([](SelfSettings &s) { s.setRunOnStartUp(false); }).isError());
             QVERIFY(log.contains("Settings are kept in memory only: the unreadable settings file " + path));
-            QVERIFY(stampOf(path) == before);
             QVERIFY(content.startsWith('<') || readFile(path) == content); // never open a FIFO blocking
-            QCOMPARE(QFileInfo(path + ".broken").isFile(), false);
-            QCOMPARE(manager.getSettings().getRunOnStartUp(), false); // in memory all the same
+            QVERIFY(stampOf(path) == before && !QFileInfo(path + ".broken").isFile());
+            QVERIFY(!manager.getSettings().getRunOnStartUp()); // in memory all the same
             if (obstacle == "always")
                 return;
             QDir(path + ".broken").removeRecursively();

@@ -100,10 +100,7 @@ private slots:
         QCOMPARE(machine().checkCompatibilityIssues(RemoteFeedItem(json(R"({"id": "tool", "package": {}})"))),
             QStringList());
         QCOMPARE(machine().checkCompatibilityIssues(item(R"("x86_64")")), QStringList());
-    }
-
-    void missingValueIsReportedAsNothingFound()
-    {
+        // A machine without the value.
         const Capabilities bare(QVariantMap { { "glibc", QString() } });
         QCOMPARE(bare.checkCompatibilityIssues(json(R"({"glibc": {"min": "2.17"}})")),
             QStringList("glibc >= 2.17 (found nothing)"));
