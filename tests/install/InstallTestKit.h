@@ -8,6 +8,13 @@
 
 #include <QtCore>
 
+// Verifies that a result is a success, showing its error when it is not.
+#define KIT_VERIFY_OK(expression)                                                                            \
+    do {                                                                                                     \
+        const auto &result_ = (expression);                                                                  \
+        QVERIFY2(result_.isSuccessful(), qPrintable(result_.error()));                                       \
+    } while (false)
+
 namespace kit {
 
 inline bool run(

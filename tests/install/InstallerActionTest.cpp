@@ -98,8 +98,7 @@ private slots:
     void fullInstallUnpacksAndWritesTheMarkerLast()
     {
         const QJsonObject entry = publish("1.0", { { "bin/tool", "one" }, { "lib/core", "core-1" } });
-        const InstallResult r = install(entry);
-        QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
+        KIT_VERIFY_OK(install(entry));
         const QString dir = versionDir("1.0");
         QVERIFY(readFile(dir + "/bin/tool") == "one" && !QFileInfo::exists(dir + "/download.temp"));
         QCOMPARE(marker(dir), entry);
@@ -130,8 +129,7 @@ private slots:
         const QJsonObject entry = publish("1.5", { { "bin/tool", "one-five" } });
         kit::writeFile(versionDir("1.5") + "/.feed", "[not an object");
         kit::writeFile(versionDir("1.5") + "/stale", "old junk");
-        const InstallResult r = install(entry);
-        QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
+        KIT_VERIFY_OK(install(entry));
         QVERIFY(!QFileInfo::exists(versionDir("1.5") + "/stale") && marker(versionDir("1.5")) == entry);
     }
 
@@ -191,8 +189,7 @@ private slots:
         QVERIFY(kit::tarGz(src, "tool-2.2", www("tool-2.2.tar.gz")));
         const QJsonObject entry = kit::feedEntry(
             "tool", "2.2", "tar.gz", m_nginx->url("/tool-2.2.tar.gz").toString(), www("tool-2.2.tar.gz"), 1);
-        const InstallResult r = install(entry);
-        QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
+        KIT_VERIFY_OK(install(entry));
         QVERIFY(!QFileInfo(versionDir("2.2") + "/.feed").isSymLink()
             && !QFileInfo::exists(versionDir("2.2") + "/bin/not-there"));
         QCOMPARE(marker(versionDir("2.2")), entry);
@@ -207,9 +204,8 @@ private slots:
             = publishPatch("1.0", "3.5", { { "bin/tool", "three-five" }, { "patch-only", "junk" } });
         const QJsonObject p2 = publishPatch("3.5", "4.0", { { "bin/tool", "four" } },
             QJsonArray { "/bin/sh", "-c", "echo 'patch does not apply' >&2; exit 1" });
-        const InstallResult r
-            = install(target, InstallPatchSequence(m_previous, { RemotePatchItem(p1), RemotePatchItem(p2) }));
-        QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
+        KIT_VERIFY_OK(
+            install(target, InstallPatchSequence(m_previous, { RemotePatchItem(p1), RemotePatchItem(p2) })));
         QVERIFY(requestsFor("tool-4.0.tar.gz") == 1 && readFile(versionDir("4.0") + "/bin/tool") == "four");
         QVERIFY(!QFileInfo::exists(versionDir("4.0") + "/patch-only"));
         QVERIFY(!QFileInfo::exists(versionDir("4.0") + "/lib/core")); // nothing of the base copy
@@ -246,8 +242,7 @@ private slots:
                         { "arguments", QJsonArray { "bin/setup.sh", "$HOME/x", "$TEMP" } } } } } }
         };
         entry["post_install"] = QJsonObject { { "steps", steps } };
-        const InstallResult r = install(entry);
-        QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
+        KIT_VERIFY_OK(install(entry));
         const QStringList logged
             = QString::fromUtf8(readFile(versionDir("6.0") + "/setup.log")).split('\n', Qt::SkipEmptyParts);
         QVERIFY(logged.size() == 2 && logged.at(0) == QDir::homePath() + "/x");

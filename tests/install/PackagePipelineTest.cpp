@@ -91,8 +91,7 @@ private slots:
             sum("md5", "whatever") };
         const QJsonObject entry = kit::withPackage(
             kit::feedEntry("tool", "1", "tar.gz", "http://x/p", m_package), "checksums", checksums);
-        const auto r = ApplicationPackageVerifier::verify(RemoteFeedItem(entry), m_package);
-        QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
+        KIT_VERIFY_OK(ApplicationPackageVerifier::verify(RemoteFeedItem(entry), m_package));
 
         // Patch records carry size and checksums at their top level.
         const QJsonObject patch { { "application_id", "tool" }, { "from_build", "1" }, { "to_build", "2" },
@@ -195,8 +194,7 @@ private slots:
 
         const QString target = freshTarget("v-tar");
         const QJsonObject entry = kit::feedEntry("tool", "1.0", "tar.gz", "http://x", archive, 1);
-        const auto r = extract(entry, archive, target);
-        QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
+        KIT_VERIFY_OK(extract(entry, archive, target));
         QCOMPARE(readFile(target + "/lib/a.so"), QByteArray("lib"));
         QVERIFY(QFileInfo(target + "/bin/tool").isExecutable() && !QFileInfo::exists(target + "/tool-1.0"));
     }
@@ -210,8 +208,7 @@ private slots:
         QVERIFY(kit::run("zip", { "-qr", archive, "tool-2.0", "stray.txt" }, src));
 
         const QString target = freshTarget("v-zip");
-        const auto r = unpack("zip", archive, target, 1);
-        QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
+        KIT_VERIFY_OK(unpack("zip", archive, target, 1));
         QCOMPARE(readFile(target + "/readme"), QByteArray("hello"));
         QVERIFY(QFileInfo(target + "/bin/run").isFile());
         // Nothing above the stripped depth, no leftovers.
@@ -312,8 +309,7 @@ private slots:
                   "link('dangling', 'later/file')\nlink('hard', 'jre/bin/java', tarfile.LNKTYPE)")
             + ".tar.gz";
         const QString target = freshTarget("inside-v");
-        const auto r = unpack("tar.gz", archive, target);
-        QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
+        KIT_VERIFY_OK(unpack("tar.gz", archive, target));
         QCOMPARE(readFile(target + "/bin/java"), QByteArray("j"));
         QCOMPARE(readFile(target + "/hard"), QByteArray("j"));
     }
@@ -327,8 +323,7 @@ private slots:
                   "t.addfile(i)")
             + ".tar.gz";
         const QString target = freshTarget("suid-v");
-        const auto r = unpack("tar.gz", archive, target);
-        QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
+        KIT_VERIFY_OK(unpack("tar.gz", archive, target));
         QCOMPARE(modeOf(target + "/bin/su") & (S_ISUID | S_ISGID | S_IWGRP | S_IWOTH), mode_t(0));
         QVERIFY(modeOf(target + "/bin/su") & S_IXUSR);
         QCOMPARE(modeOf(target + "/shared") & (S_ISGID | S_IWGRP | S_IWOTH), mode_t(0));

@@ -201,8 +201,7 @@ private slots:
         const QString dir = target("12");
         ApplicationPackagePatcher patcher(base, { { patch("10", "11", 1), p1 }, { RemotePatchItem(j2), p2 } },
             dir, RemoteFeedItem(entryJson("12", 1000)), 20000);
-        const auto r = patcher.execute();
-        QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
+        KIT_VERIFY_OK(patcher.execute());
         QVERIFY(readFile(dir + "/bin/app") == "v12" && readFile(dir + "/lib/keep") == "keepthrough\n");
         QVERIFY(!QFileInfo::exists(dir + "/.feed")); // the base's marker is not carried over
         QCOMPARE(treeListing(base.getInstallDir()), before);

@@ -76,12 +76,10 @@ private slots:
         QVERIFY(lines.size() == 1 && lines.first().contains("\n----- BEFORE -----\n(not exists)"));
         QVERIFY(readJson(m_file) == first && seenByReceiver == first && updated.size() == 1);
 
-        // The log shows what was there before; long texts are shortened there, never in the file.
-        log.clear();
+        // Long texts are shortened in the log, never in the file.
         const QString longText(ChannelSettingsManager::MaxLoggedTextLength + 123, QChar('x'));
         QVERIFY(manager.saveChannelSettings(m_channel, ideFilter({ { "blob", longText } })));
-        const QString logged = log.matching("Updated settings in").first();
-        QVERIFY(logged.contains("\"custom_name\": \"Mine\"") && logged.contains("more)"));
+        QVERIFY(log.matching("Updated settings in").last().contains(" more)"));
         QVERIFY(ChannelSettingsManager::shortenForLog(longText).contains("... (123 more)"));
         QCOMPARE(readJson(m_file)["blob"].toString(), longText);
     }
@@ -96,13 +94,12 @@ private slots:
         LogCapture log;
         const auto loaded = manager.loadChannelSettings(m_channel);
         QVERIFY2(loaded, qPrintable(loaded.error()));
-        QCOMPARE((*loaded).value("filter")["application_type"].toString(), QString("ide"));
         QVERIFY(!log.matching("Incompatible application types of item ide and filter ide-old", QtCriticalMsg)
                      .isEmpty());
-        QVERIFY(log.contains("Updated filter application type"));
         QCOMPARE(readJson(m_file), *loaded);
-        QCOMPARE(loaded->value("filter")["skipped_filter"].toArray(), QJsonArray { "1.1" });
-        QCOMPARE(loaded->value("custom_name").toString(), QString("Kept"));
+        QCOMPARE(*loaded,
+            json(
+                "{'filter': {'application_type': 'ide', 'skipped_filter': ['1.1']}, 'custom_name': 'Kept'}"));
 
         // Second load: nothing to repair, nothing written.
         log.clear();
@@ -140,12 +137,9 @@ private slots:
             s = filter->updateFilterSettingsJSON(s);
         }));
         QVERIFY(manager.updateSettings(m_channel, [](QJsonObject &s) { s.remove("custom_name"); }));
-        const QJsonObject onDisk = readJson(m_file);
-        QCOMPARE(onDisk.value("future_key")["nested"].toArray(), QJsonArray({ 1, 2, 3 }));
-        QCOMPARE(onDisk.value("filter")["filter_future"].toBool(), true);
-        QCOMPARE(onDisk.value("filter")["skipped_filter"].toArray(), QJsonArray { "2.0" });
-        QVERIFY(
-            onDisk.value("lathe_platform")["data_location"] == "/data" && !onDisk.contains("custom_name"));
+        QCOMPARE(readJson(m_file),
+            json("{'filter': {'application_type': 'ide', 'filter_future': true, 'skipped_filter': ['2.0']}, "
+                 "'future_key': {'nested': [1, 2, 3]}, 'lathe_platform': {'data_location': '/data'}}"));
     }
 
     void concurrentEditsLoseNothing()

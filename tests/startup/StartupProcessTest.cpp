@@ -109,12 +109,10 @@ private slots:
         QVERIFY2(manager.waitUntilReady(), qPrintable(manager.logText()));
 
         const QString log = manager.logText();
-        for (const QString &expected : QStringList { QString(45, '='), "Starting application. Version",
-                 "glibc version", "Unknown command-line options: (bogus-option)",
-                 "uniqueApplicationKey = " + keyFor(home.path()), "HANGAR_TEST_API_TOKEN=***",
-                 "https_proxy=http://***@127.0.0.1:9", "vantrel://x\\n2026",
-                 "Configuring SSL library for accepting TLS 1.2 or later only",
-                 "Capability cpu_arch =", "Library load paths: " })
+        for (const QString &expected :
+            QStringList { "Starting application. Version", "Unknown command-line options: (bogus-option)",
+                "uniqueApplicationKey = " + keyFor(home.path()), "HANGAR_TEST_API_TOKEN=***",
+                "https_proxy=http://***@127.0.0.1:9", "vantrel://x\\n2026" })
             QVERIFY2(log.contains(expected), qPrintable(expected));
         QVERIFY(!log.contains("5ecret") && !log.contains("\n2026-01-01T00:00:00.000 FATAL"));
         const QString logs = HangarProcess::appDataDirFor(home.path()) + "/logs";
