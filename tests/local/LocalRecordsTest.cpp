@@ -43,25 +43,24 @@ private slots:
         const QString missing = home.path() + "/gone/../gone/build-2";
         const LocalFeedItem ghost
             = LocalFeedItem::localApplication(feedRecord("ide", "1.2"), missing, missing, "s");
-        QCOMPARE(ghost.getInstallDir(), missing);
-        QCOMPARE(ghost.getChannel().getChannelDirectory(), home.path() + "/gone");
-        QCOMPARE(ghost.getFeedItemFile(), missing + "/.feed");
+        QCOMPARE(QStringList({ ghost.getInstallDir(), ghost.getChannel().getChannelDirectory(),
+                     ghost.getFeedItemFile() }),
+            QStringList({ missing, home.path() + "/gone", missing + "/.feed" }));
     }
 
     void detectedBuildsAreTheirOwnChannelAndCannotBeUninstalled()
     {
-        LogCapture log;
         const LocalFeedItem item = LocalFeedItem::detectedApplication(
             feedRecord("ide", "3.0"), "/opt/ide-3", "system", QString("/opt/ide-3/uninstall"));
         QVERIFY(item.isDetected() && !item.canBeUninstalled() && item.getChannel().isDetected());
         QCOMPARE(item.getChannel().getChannelDirectory(), QString("/opt/ide-3"));
 
         // An empty channel id makes the record invalid, however good the feed record.
-        QVERIFY(!LocalFeedItem::detectedApplication(feedRecord("ide", "3.0"), "/opt/ide-3", "").isValid());
-        QVERIFY(!LocalFeedItem::localApplication(feedRecord("ide", "3.0"), "", "", "c").isValid());
         QJsonObject noPackage = feedRecord("ide", "3.0");
         noPackage.remove("package");
-        QVERIFY(!LocalFeedItem::localApplication(noPackage, "/x", "/x", "c").isValid());
+        QVERIFY(!LocalFeedItem::detectedApplication(feedRecord("ide", "3.0"), "/opt/ide-3", "").isValid()
+            && !LocalFeedItem::localApplication(feedRecord("ide", "3.0"), "", "", "c").isValid()
+            && !LocalFeedItem::localApplication(noPackage, "/x", "/x", "c").isValid());
     }
 
     void derivedCopiesLeaveTheSourceUnchanged()
@@ -76,8 +75,8 @@ private slots:
             json.insert(LocalFeedItem::RunAsAdministratorKey, QJsonValue::Null);
             return json;
         });
-        QVERIFY(nulled && !nulled->getRunAsAdministrator());
-        QVERIFY(!item.weave([](QJsonObject) -> Option<QJsonObject> { return None; }));
+        QVERIFY(nulled && !nulled->getRunAsAdministrator()
+            && !item.weave([](QJsonObject) -> Option<QJsonObject> { return None; }));
 
         // The feed record handed out is the one installed from: no bookkeeping keys.
         const RemoteFeedItem feed = elevated.getFeedItem();

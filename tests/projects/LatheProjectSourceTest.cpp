@@ -126,7 +126,8 @@ private slots:
         QCOMPARE(readFile(truncated), broken); // the tools' files are only ever read
     }
 
-    void oneBrokenToolDoesNotHideTheOthers()
+    // One broken tool does not hide the others; each tool reports a project once with its open item.
+    void eachToolReportsItsProjectsOnce()
     {
         TempHome home;
         LogCapture log;
@@ -140,19 +141,14 @@ private slots:
         QCOMPARE(
             projects.first().getOpenItems(), QList<ProjectOpenItem> { ProjectOpenItem("fine", "ch-fine") });
         QVERIFY(log.contains("Failed to parse " + xdgRecentFile(home, "Broken2024.1")));
-    }
 
-    void eachToolReportsAProjectOnceWithItsOpenItem()
-    {
-        TempHome home;
-        const QString base = QFileInfo(home.path()).canonicalFilePath();
         // Two configuration folders of one tool both list the shared project.
         replaceFile(home.path() + "/.Forge2023.1/config/options/" + kRecentFile,
             recent(base, { "shared@10", "only-home" }));
         replaceFile(xdgRecentFile(home, "Forge2024.1"), recent(base, { "shared@20" }));
-        const QList<Project> projects = LatheProjectSource::findToolProjects(tool("forge", "Forge20*"));
-        QCOMPARE(paths(projects), (QStringList { base + "/shared", base + "/only-home" }));
-        for (const Project &p : projects)
+        const QList<Project> forge = LatheProjectSource::findToolProjects(tool("forge", "Forge20*"));
+        QCOMPARE(paths(forge), (QStringList { base + "/shared", base + "/only-home" }));
+        for (const Project &p : forge)
             QCOMPARE(p.getOpenItems(), QList<ProjectOpenItem> { ProjectOpenItem("forge", "ch-forge") });
 
         // The tool's data location is searched too.

@@ -124,11 +124,11 @@ private slots:
         QVERIFY2(!hidden.contains(w.base + "/a"), qPrintable(QJsonDocument(w.settingsOnDisk()).toJson()));
     }
 
-    void favouritesAndChosenToolsComeFromTheSettings()
+    void favouritesChosenAndDominatingToolsComeFromTheSettings()
     {
         World w;
         replaceFile(w.forgeFile, recent(w.base, { "a@1", "b@1" }));
-        replaceFile(w.sparkFile, recent(w.base, { "b@2" }));
+        replaceFile(w.sparkFile, recent(w.base, { "b@2", "s@2" }));
         w.manager->updateProjectsNow(ProjectsUpdateReason::Startup);
         QCOMPARE(byPath(w.manager->getProjects(), w.base + "/b")->getDefaultOpenItemKey(),
             QString("spark$$ch-spark"));
@@ -140,35 +140,26 @@ private slots:
         });
         QTRY_VERIFY_WITH_TIMEOUT(detected.count() == 1, 10000);
         const Option<Project> b = byPath(w.manager->getProjects(), w.base + "/b");
-        QVERIFY(b->isFavorite());
+        QVERIFY(b->isFavorite() && !byPath(w.manager->getProjects(), w.base + "/a")->isFavorite());
         QCOMPARE(b->getDefaultOpenItemKey(), QString("forge$$ch-forge"));
-        QVERIFY(!byPath(w.manager->getProjects(), w.base + "/a")->isFavorite());
 
         // A settings change that touches no project mark looks for nothing.
         QSignalSpy finished(w.manager.get(), &ProjectsManager::updateFinished);
         w.edit([](SelfSettings &s) { s.setRunOnStartUp(false); });
         QTest::qWait(300);
         QCOMPARE(finished.count(), 0);
-    }
 
-    void dominatingToolsCanOpenTheProjectsOfTheToolsTheyReplace()
-    {
-        World w;
-        replaceFile(w.forgeFile, recent(w.base, { "a@1" }));
-        replaceFile(w.sparkFile, recent(w.base, { "s@2" }));
-        w.manager->updateProjectsNow(ProjectsUpdateReason::Startup);
-
-        QSignalSpy detected(w.manager.get(), &ProjectsManager::projectsDetected);
+        // Tools that replace others can open their projects; the default stays with the tool that opened it.
         w.manager->setLocalDominatingItems(
             QList<ProjectsManager::DominatingItem> { { ProjectOpenItem("nova", "ch-nova"), { "forge" } },
                 { ProjectOpenItem("other", "ch-other"), { "unrelated" } } });
-        QTRY_VERIFY_WITH_TIMEOUT(detected.count() == 1, 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(detected.count() == 2, 10000);
         const Project a = *byPath(w.manager->getProjects(), w.base + "/a");
         QCOMPARE(
             a.getOpenItems(), (QList<ProjectOpenItem> { { "forge", "ch-forge" }, { "nova", "ch-nova" } }));
         QCOMPARE(byPath(w.manager->getProjects(), w.base + "/s")->getOpenItems(),
             (QList<ProjectOpenItem> { { "spark", "ch-spark" } }));
-        QCOMPARE(a.getDefaultOpenItemKey(), QString("forge$$ch-forge")); // still the tool that opened it
+        QCOMPARE(a.getDefaultOpenItemKey(), QString("forge$$ch-forge"));
     }
 
     void findsTheProjectOfARepositoryLink()

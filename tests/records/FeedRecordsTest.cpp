@@ -1,5 +1,4 @@
 #include "feed/records/ApplicationIconHolder.h"
-#include "feed/records/RecordMetaTypes.h"
 #include "feed/records/RemoteFeedItem.h"
 #include "feed/records/RemotePatchItem.h"
 #include "support/TempHome.h"
@@ -391,21 +390,6 @@ private slots:
         QCOMPARE(PlinthData().getFirstInstallArguments().error(),
             QString("Expected property 'first_install_arguments' in plinth data {}"));
         QVERIFY(RemoteFeedItem(json("{'plinth': {}}")).getPlinthData().has_value());
-    }
-
-    // Queued connections and invokeMethod find the record types by these names.
-    void recordTypesAreRegisteredByName()
-    {
-        registerFeedRecordMetaTypes();
-        for (const char *name : { "Version", "RemoteFeedItem", "QList<RemoteFeedItem>", "RemotePatchItem",
-                 "QList<RemotePatchItem>", "ApplicationQuality", "ApplicationMajorVersion",
-                 "ApplicationPackageType", "LathePlatformData", "LatheConfiguration", "PostInstallStep",
-                 "PostInstallStep::Command", "PlinthData", "ParsedApplicationFeedJSON" })
-            QVERIFY2(QMetaType::type(name) != QMetaType::UnknownType, name);
-        const RemoteFeedItem sent = item("tool", "183.1");
-        void *copy = QMetaType::create(QMetaType::type("RemoteFeedItem"), &sent);
-        QCOMPARE(*static_cast<RemoteFeedItem *>(copy), sent);
-        QMetaType::destroy(QMetaType::type("RemoteFeedItem"), copy);
     }
 };
 

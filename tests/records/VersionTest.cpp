@@ -8,15 +8,12 @@
 // -1, 0 or 1 for a < b, a == b, a > b, checked to be the same through every operator.
 static int relation(const Version &a, const Version &b)
 {
-    const bool less = a < b;
-    const bool greater = b < a;
-    const bool equal = a == b;
+    const bool less = a < b, greater = b < a, equal = a == b;
     if (int(less) + int(greater) + int(equal) != 1)
         return 99; // not a strict ordering: no single relation holds
-    if ((a <= b) != (less || equal) || (b <= a) != (greater || equal))
+    if ((a <= b) != (less || equal) || (b <= a) != (greater || equal) || (a != b) == equal
+        || (a > b) != greater || (a >= b) != (greater || equal))
         return 98;
-    if ((a != b) == equal || (a > b) != greater || (a >= b) != (greater || equal))
-        return 97;
     return less ? -1 : greater ? 1 : 0;
 }
 
