@@ -5,24 +5,18 @@
 #include <csignal>
 #include <sys/types.h>
 
-namespace {
-
-// Running or sleeping; a zombie waiting for its reaper counts as dead.
-bool isAlive(pid_t pid)
-{
-    QFile stat(QString("/proc/%1/stat").arg(pid));
-    if (!stat.open(QIODevice::ReadOnly))
-        return false;
-    const QByteArray text = stat.readAll();
-    const int close = text.lastIndexOf(')');
-    return close > 0 && text.size() > close + 2 && text.at(close + 2) != 'Z';
-}
-
-} // namespace
-
 class ProcessesTest : public QObject
 {
     Q_OBJECT
+
+    // Running or sleeping; a zombie waiting for its reaper counts as dead.
+    static bool isAlive(pid_t pid)
+    {
+        QFile stat(QString("/proc/%1/stat").arg(pid));
+        const QByteArray text = stat.open(QIODevice::ReadOnly) ? stat.readAll() : QByteArray();
+        const int close = text.lastIndexOf(')');
+        return close > 0 && text.size() > close + 2 && text.at(close + 2) != 'Z';
+    }
 
 private slots:
     void deliversCompleteLinesOfBothStreamsInOrder()
@@ -97,17 +91,17 @@ private slots:
         QList<QThread *> threads;
         for (int i = 0; i < count; ++i) {
             threads << QThread::create([&, i] {
-                const ProcessResult r = Processes::executeProcessAndWait("/bin/sh",
+                ok[i] = Processes::executeProcessAndWait("/bin/sh",
                     { "-c", QString("for n in 1 2 3; do echo %1-$n; done").arg(i) }, {},
-                    [&, i](const QString &l) { outputs[i] << l; });
-                ok[i] = r.isSuccessful();
+                    [&, i](const QString &l) {
+                        outputs[i] << l;
+                    }).isSuccessful();
             });
             threads.last()->start();
         }
-        for (QThread *t : threads) {
+        for (QThread *t : threads)
             QVERIFY(t->wait(20000));
-            delete t;
-        }
+        qDeleteAll(threads);
         for (int i = 0; i < count; ++i)
             QVERIFY(ok[i] && outputs[i].join(' ') == QString("%1-1 %1-2 %1-3").arg(i));
     }
