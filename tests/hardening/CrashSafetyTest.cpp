@@ -29,12 +29,6 @@ QList<qint64> descendants(qint64 pid)
     return found;
 }
 
-bool isAlive(qint64 pid)
-{
-    const QByteArray stat = readFile(QString("/proc/%1/stat").arg(pid));
-    return !stat.isEmpty() && !stat.mid(stat.lastIndexOf(')') + 2, 1).startsWith('Z');
-}
-
 } // namespace
 
 class CrashSafetyTest : public QObject

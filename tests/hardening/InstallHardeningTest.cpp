@@ -36,13 +36,6 @@ bool sh(const QString &script, const QString &cwd)
     return p.waitForFinished(60000) && p.exitCode() == 0;
 }
 
-// Alive and not a zombie waiting to be reaped.
-bool isAlive(qint64 pid)
-{
-    const QByteArray stat = readFile("/proc/" + QString::number(pid) + "/stat");
-    return !stat.isEmpty() && !stat.mid(stat.lastIndexOf(')') + 2, 1).startsWith('Z');
-}
-
 qint64 waitForPid(const QString &file)
 {
     QTest::qWaitFor([&] { return QFileInfo(file).size() > 0; }, 5000);
@@ -87,28 +80,26 @@ class InstallHardeningTest : public QObject
         return QDir::cleanPath(apps() + "/tool/release/" + build);
     }
 
-    // A tar.gz made by `script` (run in a fresh folder "src"), published as `name`.
-    QJsonObject publish(const QString &build, const QString &script, const QString &name = {})
+    // A tar.gz made by `script` (run in a fresh folder), published as "tool-<build>.tar.gz".
+    QJsonObject publish(const QString &build, const QString &script)
     {
-        const QString src = m_tmp.filePath("src-" + QString::number(qHash(build)));
+        const QString src = m_tmp.filePath("src-" + build), file = "tool-" + build + ".tar.gz";
+        const QString archive = m_tmp.filePath("www/" + file);
         QDir(src).removeRecursively();
         QDir().mkpath(src);
-        const QString file = name.isEmpty() ? "tool-" + QString::number(qHash(build)) + ".tar.gz" : name;
-        const QString archive = m_tmp.filePath("www/" + file);
         if (!sh(script + " && tar -czf " + archive + " tool", src))
             qWarning() << "failed to make" << archive;
+        const QString digest
+            = QCryptographicHash::hash(readFile(archive), QCryptographicHash::Sha256).toHex();
         QJsonObject package { { "os", "linux" }, { "type", "tar.gz" }, { "strip_directories", 1 },
             { "url", m_nginx->url("/" + file).toString() }, { "size", double(QFileInfo(archive).size()) },
-            { "checksums",
-                QJsonArray { QJsonObject { { "alg", "sha-256" },
-                    { "value",
-                        QString(QCryptographicHash::hash(readFile(archive), QCryptographicHash::Sha256)
-                                    .toHex()) } } } } };
+            { "checksums", QJsonArray { QJsonObject { { "alg", "sha-256" }, { "value", digest } } } } };
         return { { "id", "tool" }, { "version", build }, { "build", build }, { "package", package } };
     }
 
-    InstallResult install(const QJsonObject &entry, const QString &dir, InstallerOptions options = {})
+    InstallResult install(const QJsonObject &entry, const QString &dir)
     {
+        InstallerOptions options;
         options.processTimeoutMs = 20000;
         ApplicationInstallerAction action(
             RemoteFeedItem(entry), None, dir, dir + "/.feed", m_session.get(), nullptr, {}, options);
