@@ -468,10 +468,7 @@ private slots:
         const QString fifo = m_site.dir.filePath("fifo");
         ::mkfifo(QFile::encodeName(fifo).constData(), 0600);
         const QString big = m_site.dir.filePath("big");
-        QFile f(big);
-        f.open(QIODevice::WriteOnly);
-        f.write(QByteArray(FeedFetcher::MaxFeedDownloadSize + 1, 'x'));
-        f.close();
+        QVERIFY(FeedBuilder::writeFile(big, QByteArray(FeedFetcher::MaxFeedDownloadSize + 1, 'x')));
         QTest::newRow("FIFO without writer") << fifo << "it is a FIFO";
         QTest::newRow("endless device") << QString("/dev/zero") << QString("it is a device");
         QTest::newRow("terminal-like device") << QString("/dev/null") << QString("it is a device");
