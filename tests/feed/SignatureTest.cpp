@@ -7,6 +7,7 @@
 #include "feed/RemoteApplications.h"
 #include "feed/SignatureManager.h"
 #include "support/FeedBuilder.h"
+#include "support/TestData.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -251,10 +252,7 @@ private slots:
     void keepExistingLeavesTheCaAlone()
     {
         const QString dir = m_dir.path() + "/keep";
-        const auto ca = [&dir] {
-            QFile file(dir + "/ca.crt");
-            return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-        };
+        const auto ca = [&dir] { return readFile(dir + "/ca.crt"); };
         QCOMPARE(tool({ "make-ca", "--out", dir }).exitCode, 0);
         const QByteArray before = ca();
         QVERIFY(!before.isEmpty());
@@ -267,8 +265,7 @@ private slots:
     void signedFeedsVerifyWithOpensslAndRoundTrip()
     {
         FeedBuilder &builder = *m_builder;
-        const QByteArray json = FeedBuilder::feed({ FeedBuilder::entry("alpha", "1.0") });
-        const QByteArray signedFeed = builder.sign(json);
+        const QByteArray signedFeed = builder.sign(m_json);
         QVERIFY2(!signedFeed.isEmpty(), qPrintable(builder.errorString()));
         const QString path = m_dir.path() + "/rt.signed";
         QVERIFY(FeedBuilder::writeFile(path, signedFeed));
@@ -282,11 +279,11 @@ private slots:
                      {}, &content),
             qPrintable(builder.errorString()));
         QVERIFY(builder.run("xz", { "-dc" }, content, &plain));
-        QCOMPARE(plain, json);
+        QCOMPARE(plain, m_json);
 
         const Outcome verified = tool({ "verify", "--ca", builder.caCertPath(), path });
         QCOMPARE(verified.exitCode, 0);
-        QCOMPARE(verified.out, json);
+        QCOMPARE(verified.out, m_json);
     }
 
     void refusesBadInputWithoutWritingAnything_data()
