@@ -58,19 +58,14 @@ struct ToolsTestKit
     static QJsonObject entry(const QString &id, const QString &build, const QString &scriptName,
         const QString &vmoptions = QStringLiteral("-Xmx750m\n-XX:+UseG1GC"))
     {
-        return QJsonObject {
-            { "id", id },
-            { "name", id + " IDE" },
-            { "version", build },
-            { "build", build },
+        return QJsonObject { { "id", id }, { "name", id + " IDE" }, { "version", build }, { "build", build },
             { "icon_url",
                 "data:image/svg+xml;base64," + QString::fromLatin1(QByteArray("<svg/>").toBase64()) },
             { "package",
                 QJsonObject { { "os", "linux" }, { "type", "tar.gz" }, { "command", "bin/run.sh" } } },
             { "lathe_platform",
                 QJsonObject { { "shell_script_name", scriptName }, { "vmoptions_64bit_content", vmoptions },
-                    { "startup_wm_class", "quern-ide" } } },
-        };
+                    { "startup_wm_class", "quern-ide" } } } };
     }
 
     // Makes "<apps>/<id>/<channel>/<folder>" with its executable.
