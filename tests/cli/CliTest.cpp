@@ -2,6 +2,7 @@
 // a temporary home, the demo tools served by nginx. After each command the disk says what the
 // command claimed.
 #include "support/DemoSite.h"
+#include "support/FeedBuilder.h"
 #include "support/TestData.h"
 
 #include <QDirIterator>
@@ -187,15 +188,13 @@ private slots:
         const QString home = m_site.home() + "-alone";
         QDir().mkpath(home + "/runtime");
         QFile::setPermissions(home + "/runtime", QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        QFile stale(home + "/runtime/hangar-api.json");
-        QVERIFY(stale.open(QIODevice::WriteOnly));
-        stale.write(R"({"port": 9, "token": "00", "pid": 999999999})");
-        stale.close();
-        stale.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
+        const QString stale = home + "/runtime/hangar-api.json";
+        QVERIFY(FeedBuilder::writeFile(stale, R"({"port": 9, "token": "00", "pid": 999999999})"));
+        QFile::setPermissions(stale, QFile::ReadOwner | QFile::WriteOwner);
         const Run list = run({ "list", "--json" }, home);
         QVERIFY2(list.code == 0, qPrintable(list.err));
         QCOMPARE(QJsonDocument::fromJson(list.out.toUtf8()).array(), QJsonArray());
-        QVERIFY(!QFile::exists(home + "/runtime/hangar-api.json"));
+        QVERIFY(!QFile::exists(stale));
         // No process of that home is left.
         for (const QString &pid : QDir("/proc").entryList({ "[0-9]*" }, QDir::Dirs)) {
             QFile environ("/proc/" + pid + "/environ");
@@ -203,10 +202,8 @@ private slots:
                 QVERIFY2(!environ.readAll().contains("HOME=" + home.toUtf8() + '\0'), qPrintable(pid));
         }
 
-        QVERIFY(stale.open(QIODevice::WriteOnly));
-        stale.write(R"({"port": 9, "token": "00", "pid": 1})");
-        stale.close();
-        stale.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ReadOther);
+        QVERIFY(FeedBuilder::writeFile(stale, R"({"port": 9, "token": "00", "pid": 1})"));
+        QFile::setPermissions(stale, QFile::ReadOwner | QFile::WriteOwner | QFile::ReadOther);
         const Run refused = run({ "list" }, home);
         QCOMPARE(refused.code, 3);
         QVERIFY2(refused.err.contains("another user could be listening"), qPrintable(refused.err));

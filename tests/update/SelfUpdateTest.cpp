@@ -222,11 +222,9 @@ private slots:
         const qint64 oldPid = connectToManager(client, runtimeFile);
         QVERIFY(oldPid > 0);
         QJsonObject status;
-        for (int i = 0; i < 300 && !status["updateAvailable"].toBool(); ++i) {
+        for (int i = 0; i < 300 && !status["updateAvailable"].toBool(); QTest::qWait(100), ++i)
             status = QJsonDocument::fromJson(query(client, { { "method", "getSelfUpdateStatus" } }).toUtf8())
                          .object();
-            QTest::qWait(100);
-        }
         QVERIFY2(status["updateAvailable"].toBool(), QJsonDocument(status).toJson().constData());
         QCOMPARE(status["latestVersion"].toString(), QString(HANGAR_NEWER_VERSION));
         QCOMPARE(status["current_version"].toString(), QString(HANGAR_VERSION));
@@ -247,10 +245,8 @@ private slots:
         QCOMPARE(after["current_version"].toString(), QString(HANGAR_NEWER_VERSION));
         QCOMPARE(versionOf(root, home), QString(HANGAR_NEWER_VERSION));
         const QString selfChannel = home + "/.local/share/Vantrel/apps/Hangar/self";
-        for (int i = 0; i < 100 && !QDir(selfChannel).entryList(QDir::Dirs | QDir::NoDotAndDotDot).isEmpty();
-             ++i)
-            QTest::qWait(100);
-        QCOMPARE(QDir(selfChannel).entryList(QDir::Dirs | QDir::NoDotAndDotDot), QStringList());
+        QTRY_COMPARE_WITH_TIMEOUT(
+            QDir(selfChannel).entryList(QDir::Dirs | QDir::NoDotAndDotDot), QStringList(), 10000);
         QCOMPARE(InstallationSwap::leftovers(root), QStringList());
         killAndReap(newPid);
     }
