@@ -70,12 +70,11 @@ class DownloadTest : public QObject
             [&] { return m_session->getFile(url, outPath(name), expectedSize, progress, onWritten); });
     }
 
-    // GETs `url` into `buffer` (opened here unless it is) on a worker.
+    // GETs `url` into `buffer` (opened here) on a worker.
     DownloadResult get(const QUrl &url, QBuffer &buffer, qint64 expectedSize,
         const Option<QString> &contentType = None, const Option<QString> &ifModifiedSince = None)
     {
-        if (!buffer.isOpen())
-            buffer.open(QIODevice::WriteOnly);
+        buffer.open(QIODevice::WriteOnly);
         return onWorker([&] {
             return m_session->get(url, contentType, &buffer, expectedSize, nullptr, ifModifiedSince);
         });
