@@ -100,68 +100,44 @@ private slots:
         QTest::addColumn<int>("status");
         QTest::addColumn<QByteArray>("expectedInHead");
 
-        const QByteArray upgrade = "Upgrade: websocket\nConnection: Upgrade\nSec-WebSocket-Version: 13\n"
-                                   "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\n";
-        QTest::newRow("no token") << QByteArray("GET / HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n") << 403
-                                  << QByteArray();
-        QTest::newRow("wrong token") << QByteArray(
-            "GET /?token={BADTOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n")
-                                     << 403 << QByteArray();
-        QTest::newRow("wrong cookie")
-            << QByteArray("GET / HTTP/1.1\nHost: 127.0.0.1:{PORT}\nCookie: hangar_token={BADTOKEN}\n\n")
-            << 403 << QByteArray();
-        QTest::newRow("foreign host")
-            << QByteArray("GET /?token={TOKEN} HTTP/1.1\nHost: evil.example:{PORT}\n\n") << 403
-            << QByteArray();
-        QTest::newRow("host without port")
-            << QByteArray("GET /?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1\n\n") << 403 << QByteArray();
-        QTest::newRow("no host") << QByteArray("GET /?token={TOKEN} HTTP/1.1\n\n") << 403 << QByteArray();
-        QTest::newRow("foreign origin") << QByteArray(
-            "GET /?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\nOrigin: http://evil.example\n\n")
-                                        << 403 << QByteArray();
-        QTest::newRow("null origin") << QByteArray(
-            "GET /?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\nOrigin: null\n\n")
-                                     << 403 << QByteArray();
-        QTest::newRow("upgrade without token") << "GET /api HTTP/1.1\nHost: 127.0.0.1:{PORT}\n" + upgrade
-                + "\n" << 403 << QByteArray();
-        QTest::newRow("upgrade from a foreign page") << "GET /api HTTP/1.1\nHost: 127.0.0.1:{PORT}\nCookie: "
-                                                        "hangar_token={TOKEN}\nOrigin: http://evil.example\n"
-                + upgrade + "\n" << 403 << QByteArray();
+        // A GET of `target` with `headers`, from a page of our own unless they say otherwise.
+        const auto row = [](const char *tag, const QByteArray &target, const QByteArray &headers, int status,
+                             const QByteArray &expectedInHead = {}) {
+            QTest::newRow(tag) << "GET " + target + " HTTP/1.1\n" + headers + "\n"
+                               << status << expectedInHead;
+        };
+        const QByteArray host = "Host: 127.0.0.1:{PORT}\n";
+        const QByteArray upgrade = host
+            + "Upgrade: websocket\nConnection: Upgrade\nSec-WebSocket-Version: 13\n"
+              "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\n";
+        row("no token", "/", host, 403);
+        row("wrong token", "/?token={BADTOKEN}", host, 403);
+        row("wrong cookie", "/", host + "Cookie: hangar_token={BADTOKEN}\n", 403);
+        row("foreign host", "/?token={TOKEN}", "Host: evil.example:{PORT}\n", 403);
+        row("host without port", "/?token={TOKEN}", "Host: 127.0.0.1\n", 403);
+        row("no host", "/?token={TOKEN}", "", 403);
+        row("foreign origin", "/?token={TOKEN}", host + "Origin: http://evil.example\n", 403);
+        row("null origin", "/?token={TOKEN}", host + "Origin: null\n", 403);
+        row("upgrade without token", "/api", upgrade, 403);
+        row("upgrade from a foreign page", "/api",
+            upgrade + "Cookie: hangar_token={TOKEN}\nOrigin: http://evil.example\n", 403);
         QTest::newRow("malformed") << QByteArray("GET\n\n") << 400 << QByteArray();
-        QTest::newRow("head too large")
-            << "GET / HTTP/1.1\nHost: 127.0.0.1:{PORT}\nX: " + QByteArray(20000, 'a') + "\n\n"
-            << 431 << QByteArray();
-        QTest::newRow("first load sets the cookie")
-            << QByteArray("GET /?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n") << 200
-            << QByteArray("Set-Cookie: hangar_token={TOKEN}; Path=/; HttpOnly; SameSite=Strict");
-        QTest::newRow("cookie, localhost, own origin") << QByteArray(
-            "GET /index.html HTTP/1.1\nHost: localhost:{PORT}\nOrigin: http://localhost:{PORT}\n"
-            "Cookie: a=b; hangar_token={TOKEN}\n\n") << 200
-                                                       << QByteArray("Content-Type: text/html");
-        QTest::newRow("svg") << QByteArray("GET /icon.svg?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n")
-                             << 200 << QByteArray("Content-Type: image/svg\n");
-        QTest::newRow("SVG is case-sensitive")
-            << QByteArray("GET /ICON.SVG?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n") << 200
-            << QByteArray("Content-Type: text/html");
-        QTest::newRow("js") << QByteArray("GET /app.js?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n")
-                            << 200 << QByteArray("Content-Type: text/javascript");
-        QTest::newRow("json") << QByteArray(
-            "GET /data.json?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n")
-                              << 200 << QByteArray("Content-Type: application/json");
-        QTest::newRow("anything else is html")
-            << QByteArray("GET /style.css?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n") << 200
-            << QByteArray("Content-Type: text/html");
-        QTest::newRow("outside the folder")
-            << QByteArray("GET /%2e%2e/secret?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n") << 404
-            << QByteArray();
-        QTest::newRow("missing file")
-            << QByteArray("GET /nothing.js?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n") << 404
-            << QByteArray();
+        row("head too large", "/", host + "X: " + QByteArray(20000, 'a') + "\n", 431);
+        row("first load sets the cookie", "/?token={TOKEN}", host, 200,
+            "Set-Cookie: hangar_token={TOKEN}; Path=/; HttpOnly; SameSite=Strict");
+        row("cookie, localhost, own origin", "/index.html",
+            "Host: localhost:{PORT}\nOrigin: http://localhost:{PORT}\nCookie: a=b; hangar_token={TOKEN}\n",
+            200, "Content-Type: text/html");
+        row("svg", "/icon.svg?token={TOKEN}", host, 200, "Content-Type: image/svg\n");
+        row("SVG is case-sensitive", "/ICON.SVG?token={TOKEN}", host, 200, "Content-Type: text/html");
+        row("js", "/app.js?token={TOKEN}", host, 200, "Content-Type: text/javascript");
+        row("json", "/data.json?token={TOKEN}", host, 200, "Content-Type: application/json");
+        row("anything else is html", "/style.css?token={TOKEN}", host, 200, "Content-Type: text/html");
+        row("outside the folder", "/%2e%2e/secret?token={TOKEN}", host, 404);
+        row("missing file", "/nothing.js?token={TOKEN}", host, 404);
         QTest::newRow("post") << QByteArray("POST /?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n")
                               << 405 << QByteArray();
-        QTest::newRow("api without upgrade")
-            << QByteArray("GET /api?token={TOKEN} HTTP/1.1\nHost: 127.0.0.1:{PORT}\n\n") << 400
-            << QByteArray();
+        row("api without upgrade", "/api?token={TOKEN}", host, 400);
     }
 
     void answersHttpRequests()

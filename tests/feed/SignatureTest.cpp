@@ -1,10 +1,18 @@
-// Signature, xz and JSON layers of a feed document, against feeds made by our
-// own signer and, independently, by the openssl and xz command-line programs.
+// Signature, xz and JSON layers of a feed document, against feeds made by our own signer and,
+// independently, by the openssl and xz command-line programs; and hangar-feed as people who
+// host feeds use it, checked with openssl itself.
+
 #include "BadFeeds.h"
 #include "feed/ApplicationFeedJSONLoader.h"
 #include "feed/RemoteApplications.h"
 #include "feed/SignatureManager.h"
+#include "support/FeedBuilder.h"
+#include "support/TestData.h"
 
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
 #include <future>
@@ -34,6 +42,21 @@ class SignatureTest : public QObject
     {
         const auto parsed = loader().parse(QStringLiteral("test://feed"), signedFeed);
         return parsed ? QStringLiteral("<parsed>") : parsed.error();
+    }
+
+    struct Outcome
+    {
+        int exitCode;
+        QByteArray out;
+        QByteArray err;
+    };
+
+    Outcome tool(const QStringList &arguments)
+    {
+        QProcess process;
+        process.start(FeedBuilder::hangarFeedPath(), arguments);
+        process.waitForFinished(60000);
+        return { process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError() };
     }
 
 private slots:
@@ -205,6 +228,106 @@ private slots:
         QVERIFY(!untrusting.hasLoadedFeed());
         QCOMPARE(untrusting.preloadFeedFromResources("/nonexistent/release.feed.xz.signed").error(),
             QString("Failed to read built-in feed from /nonexistent/release.feed.xz.signed"));
+    }
+
+    void makesACaThatPassesStrictChecking()
+    {
+        FeedBuilder &builder = *m_builder;
+        QByteArray out;
+        QVERIFY2(builder.run("openssl",
+                     { "verify", "-x509_strict", "-check_ss_sig", "-purpose", "smimesign", "-CAfile",
+                         builder.caCertPath(), builder.signerCertPath() },
+                     {}, &out),
+            qPrintable(builder.errorString()));
+        QVERIFY(out.contains(": OK"));
+
+        // Private keys are readable by their owner only.
+        for (const QString &key : { m_dir.path() + "/ca/ca.key", builder.signerKeyPath() }) {
+            const QFileDevice::Permissions permissions = QFileInfo(key).permissions();
+            QVERIFY(permissions & QFileDevice::ReadOwner);
+            QVERIFY(!(permissions & (QFileDevice::ReadGroup | QFileDevice::ReadOther)));
+        }
+    }
+
+    void keepExistingLeavesTheCaAlone()
+    {
+        const QString dir = m_dir.path() + "/keep";
+        const auto ca = [&dir] { return readFile(dir + "/ca.crt"); };
+        QCOMPARE(tool({ "make-ca", "--out", dir }).exitCode, 0);
+        const QByteArray before = ca();
+        QVERIFY(!before.isEmpty());
+        QCOMPARE(tool({ "make-ca", "--keep-existing", "--out", dir }).exitCode, 0);
+        QCOMPARE(ca(), before);
+        QCOMPARE(tool({ "make-ca", "--out", dir }).exitCode, 0);
+        QVERIFY(ca() != before);
+    }
+
+    void signedFeedsVerifyWithOpensslAndRoundTrip()
+    {
+        FeedBuilder &builder = *m_builder;
+        const QByteArray signedFeed = builder.sign(m_json);
+        QVERIFY2(!signedFeed.isEmpty(), qPrintable(builder.errorString()));
+        const QString path = m_dir.path() + "/rt.signed";
+        QVERIFY(FeedBuilder::writeFile(path, signedFeed));
+
+        // An independent verifier, given only the CA (the signer's certificate travels
+        // inside), then an independent decompressor.
+        QByteArray content, plain;
+        QVERIFY2(builder.run("openssl",
+                     { "cms", "-verify", "-inform", "DER", "-in", path, "-CAfile", builder.caCertPath(),
+                         "-x509_strict", "-check_ss_sig" },
+                     {}, &content),
+            qPrintable(builder.errorString()));
+        QVERIFY(builder.run("xz", { "-dc" }, content, &plain));
+        QCOMPARE(plain, m_json);
+
+        const Outcome verified = tool({ "verify", "--ca", builder.caCertPath(), path });
+        QCOMPARE(verified.exitCode, 0);
+        QCOMPARE(verified.out, m_json);
+    }
+
+    void refusesBadInputWithoutWritingAnything_data()
+    {
+        QTest::addColumn<QByteArray>("input");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("not JSON") << QByteArray("{\"entries\": [") << "is not valid JSON";
+        QTest::newRow("array root") << QByteArray("[1, 2]") << "is not a JSON object";
+        QTest::newRow("empty") << QByteArray() << "is not valid JSON";
+    }
+
+    void refusesBadInputWithoutWritingAnything()
+    {
+        QFETCH(QByteArray, input);
+        QFETCH(QString, message);
+        FeedBuilder &builder = *m_builder;
+        const QString in = m_dir.path() + "/bad.json", out = m_dir.path() + "/bad.signed";
+        QVERIFY(FeedBuilder::writeFile(in, input));
+        QFile::remove(out);
+        const Outcome outcome
+            = tool({ "sign", "--cert", builder.signerCertPath(), "--key", builder.signerKeyPath(), in, out });
+        QCOMPARE(outcome.exitCode, 1);
+        QVERIFY2(outcome.err.contains(message.toUtf8()), outcome.err.constData());
+        QVERIFY(!QFile::exists(out));
+    }
+
+    void verifyRefusesForeignAndWeakFeeds()
+    {
+        FeedBuilder &ours = *m_builder, theirs(m_dir.path() + "/theirs");
+        QVERIFY(theirs.isValid());
+        const QByteArray json = FeedBuilder::feed({});
+        const QString foreign = m_dir.path() + "/foreign.signed";
+        QVERIFY(FeedBuilder::writeFile(foreign, theirs.sign(json)));
+        Outcome outcome = tool({ "verify", "--ca", ours.caCertPath(), foreign });
+        QCOMPARE(outcome.exitCode, 1);
+        QVERIFY(outcome.err.contains("Signature verification failure") && outcome.out.isEmpty());
+
+        outcome = tool({ "sign", "--cert", ours.signerCertPath(), "--key", theirs.signerKeyPath(),
+            m_dir.path() + "/theirs/feed-1.json", m_dir.path() + "/mismatch.signed" });
+        QCOMPARE(outcome.exitCode, 1);
+        QVERIFY(!QFile::exists(m_dir.path() + "/mismatch.signed"));
+
+        QCOMPARE(tool({ "frobnicate" }).exitCode, 2);
+        QCOMPARE(tool({}).exitCode, 2);
     }
 };
 

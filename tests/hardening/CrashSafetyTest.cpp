@@ -6,77 +6,27 @@
 // HANGAR_CRASH_KILLS sets the number of kills (default 20); each survived kill prints
 // "SURVIVED <n>" for bench/run crash.
 
-#include "support/ApiClient.h"
-#include "support/FeedBuilder.h"
-#include "support/HangarProcess.h"
-#include "support/NginxServer.h"
+#include "support/DemoSite.h"
+#include "support/TestData.h"
 
 #include <QDirIterator>
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QRandomGenerator>
-#include <QTemporaryDir>
 #include <QtTest>
 #include <csignal>
 #include <cstdio>
 
 namespace {
 
-QString binaryDir()
-{
-    const QString dir = qEnvironmentVariable("HANGAR_BINARY_DIR");
-    return dir.isEmpty() ? QStringLiteral(HANGAR_BINARY_DIR) : dir;
-}
-
-QByteArray readFile(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
 // Every process below `pid`, from the kernel's child lists.
 QList<qint64> descendants(qint64 pid)
 {
     QList<qint64> found;
-    const QStringList tasks = QDir(QString("/proc/%1/task").arg(pid)).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
-    for (const QString &task : tasks) {
-        for (const QByteArray &child : readFile(QString("/proc/%1/task/%2/children").arg(pid).arg(task)).split(' ')) {
-            if (child.trimmed().toLongLong() > 0) {
-                found << child.trimmed().toLongLong();
-                found << descendants(child.trimmed().toLongLong());
-            }
-        }
-    }
+    for (const QString &task : QDir(QString("/proc/%1/task").arg(pid)).entryList(QDir::Dirs | QDir::NoDotAndDotDot))
+        for (const QByteArray &child : readFile(QString("/proc/%1/task/%2/children").arg(pid).arg(task)).split(' '))
+            if (child.trimmed().toLongLong() > 0)
+                found << child.trimmed().toLongLong() << descendants(child.trimmed().toLongLong());
     return found;
-}
-
-bool isAlive(qint64 pid)
-{
-    const QByteArray stat = readFile(QString("/proc/%1/stat").arg(pid));
-    return !stat.isEmpty() && !stat.mid(stat.lastIndexOf(')') + 2, 1).startsWith('Z');
-}
-
-// An entry of the model's "local" list, or of the remote lists ("remote", "remote_other").
-QJsonObject entryOf(const QJsonObject &model, const char *list, const QString &type)
-{
-    QJsonArray entries = model.value(list).toArray();
-    if (QByteArray(list) == "remote")
-        for (const QJsonValue &value : model.value("remote_other").toArray())
-            entries.append(value);
-    for (const QJsonValue &value : entries) {
-        const QJsonObject entry = value.toObject();
-        if (entry.value("application_type") == type || entry.value("feed_item").toObject().value("id") == type)
-            return entry;
-    }
-    return {};
-}
-
-QJsonObject versionOf(const QJsonObject &remote, const QString &build)
-{
-    for (const QJsonValue &item : remote.value("versions").toArray())
-        if (item.toObject().value("feed_item").toObject().value("build") == build)
-            return item.toObject();
-    return {};
 }
 
 } // namespace
@@ -85,77 +35,39 @@ class CrashSafetyTest : public QObject
 {
     Q_OBJECT
 
-    QTemporaryDir m_dir;
-    QString m_home;
-    QString m_feedUrl;
-    std::unique_ptr<NginxServer> m_nginx;
-    std::unique_ptr<HangarProcess> m_hangar;
-    std::unique_ptr<ApiClient> m_client;
+    DemoSite m_site;
 
-    QString appsDir() const { return m_home + "/.local/share/Vantrel/apps"; }
-
-    bool startManager()
-    {
-        const QString step = startManagerSteps();
-        if (!step.isEmpty())
-            qWarning().noquote() << "Restart stopped at:" << step << "\n" << m_hangar->logText().right(3000);
-        return step.isEmpty();
-    }
+    QString appsDir() const { return m_site.appsDir(); }
+    QJsonObject quill() const { return DemoSite::localEntry(m_site.client->lastModel(), "demo-quill"); }
 
     // Empty when the manager is up with the served feed and what is on disk; else the step that failed.
-    QString startManagerSteps()
+    QString startManager()
     {
-        m_client.reset();
-        m_hangar = std::make_unique<HangarProcess>(m_home);
-        QProcessEnvironment environment = HangarProcess::environmentFor(m_home);
-        environment.insert("VANTREL_HANGAR_FEED_URLS", m_feedUrl);
-        m_hangar->setEnvironment(environment);
-        if (!m_hangar->start({ "--internal-headless", "--ws-port", "0" }))
-            return "start";
-        QUrl api = m_hangar->readApiAddress();
-        api.setScheme("ws");
-        api.setPath("/api");
-        m_client = std::make_unique<ApiClient>();
-        if (!m_client->open(api) || !m_client->ask({ { "method", "apiReady" } }).value("ok").toBool())
-            return "connect " + api.toString();
-        // The served feed, not the built-in one (whose URLs lead nowhere here).
-        const QString base = m_nginx->url("/").toString();
-        // (Looked for in the remote lists only: an installed build's own record carries the
-        // served URL from the start, before the feed is read.)
-        const auto served = [base](const QJsonObject &model) {
-            const QJsonObject remote { { "remote", model.value("remote") }, { "other", model.value("remote_other") } };
-            return QJsonDocument(remote).toJson(QJsonDocument::Compact).contains(base.toUtf8());
-        };
-        if (!served(m_client->lastModel()) && m_client->waitEvent("refreshApplicationsList", served).isEmpty())
-            return "served feed";
+        const QString connected = m_site.connect(m_site.startManager());
+        if (!connected.isEmpty())
+            return connected;
         // The start-up clean-up and scan are done, and the model shows what is on disk.
-        if (!m_hangar->waitForLog("Installed applications:"))
+        if (!m_site.hangar->waitForLog("Installed applications:"))
             return "scan";
         const bool onDisk = QDirIterator(appsDir() + "/demo-quill", { ".feed" }, QDir::Files | QDir::Hidden,
             QDirIterator::Subdirectories)
                                 .hasNext();
-        const auto shown = [](const QJsonObject &model) { return !entryOf(model, "local", "demo-quill").isEmpty(); };
-        if (onDisk && !shown(m_client->lastModel())
-            && m_client->waitEvent("refreshApplicationsList", shown, 30000).isEmpty())
+        const auto shown = [](const QJsonObject &model) { return !DemoSite::localEntry(model, "demo-quill").isEmpty(); };
+        if (onDisk && quill().isEmpty() && m_site.client->waitEvent("refreshApplicationsList", shown, 30000).isEmpty())
             return "installed tool in the model";
         return {};
     }
 
     QJsonObject request(int kind)
     {
-        const QJsonObject model = m_client->lastModel();
-        const QJsonObject quill = entryOf(model, "local", "demo-quill");
-        const QJsonObject remote = entryOf(model, "remote", "demo-quill");
+        const QJsonObject quill = this->quill();
+        const QJsonObject remote = DemoSite::remoteEntry(m_site.client->lastModel(), "demo-quill");
         if (quill.isEmpty())
-            return { { "method", "installApplication" }, { "tool", remote }, { "item", versionOf(remote, "101.20") } };
+            return { { "method", "installApplication" }, { "tool", remote },
+                { "item", DemoSite::version(remote, "101.20") } };
         switch (kind % 6) {
-        case 0: {
-            QJsonObject settings = quill.value("settings").toObject();
-            QJsonObject filter = quill.value("filter").toObject();
-            filter.insert("quality_filter", QJsonObject { { "name", "EAP" }, { "order_value", 2 } });
-            settings.insert("filter", filter);
-            return { { "method", "saveChannelSettings" }, { "tool", quill }, { "settings", settings } };
-        }
+        case 0:
+            return DemoSite::followQuality(quill, "EAP", 2);
         case 1:
             return { { "method", "updateApplication" }, { "tool", quill } };
         case 2:
@@ -172,7 +84,7 @@ class CrashSafetyTest : public QObject
     void checkInvariants()
     {
         // Every JSON state file parses.
-        QDirIterator files(m_home, { "*.json", ".feed" }, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+        QDirIterator files(m_site.home(), { "*.json", ".feed" }, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
         while (files.hasNext()) {
             const QString file = files.next();
             if (file.contains("/feeds/") || file.contains("/demo/"))
@@ -182,7 +94,6 @@ class CrashSafetyTest : public QObject
             QVERIFY2(error.error == QJsonParseError::NoError, qPrintable(file + ": " + error.errorString()));
         }
         // No version folder without its marker, no installer leftovers.
-        QDirIterator builds(appsDir(), QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden);
         for (const QString &type : QDir(appsDir()).entryList(QDir::Dirs | QDir::NoDotAndDotDot))
             for (const QString &channel : QDir(appsDir() + "/" + type).entryList(QDir::Dirs | QDir::NoDotAndDotDot))
                 for (const QFileInfo &build : QDir(appsDir() + "/" + type + "/" + channel)
@@ -196,7 +107,7 @@ class CrashSafetyTest : public QObject
                         qPrintable(build.filePath()));
                 }
         // Every build the model shows is on disk, marked, and named by its channel's history.
-        for (const QJsonValue &value : m_client->lastModel().value("local").toArray()) {
+        for (const QJsonValue &value : m_site.client->lastModel().value("local").toArray()) {
             const QString path = value.toObject().value("full_path").toString();
             QVERIFY2(QFile::exists(path + "/.feed"), qPrintable(path));
             const QString build = value.toObject().value("feed_item").toObject().value("build").toString();
@@ -208,24 +119,11 @@ class CrashSafetyTest : public QObject
 private slots:
     void initTestCase()
     {
-        QVERIFY(m_dir.isValid());
-        if (!QFile::exists(binaryDir() + "/feed-dev-ca/signer.key"))
+        if (!DemoSite::canSign())
             QSKIP("The build uses a distributor's certificate; the demo feed needs the development CA");
-        m_home = m_dir.path() + "/home";
-        const QString state = m_dir.path() + "/demo";
-        QDir().mkpath(state + "/www");
-        m_nginx = std::make_unique<NginxServer>(state + "/www");
         // Slow enough that a kill lands inside a download or an unpack now and then.
-        m_nginx->setExtraServerConfig("limit_rate 2m;");
-        QVERIFY2(m_nginx->start(), qPrintable(m_nginx->errorString()));
-        FeedBuilder runner(m_dir.path() + "/ca");
-        QByteArray out;
-        QVERIFY2(runner.run("python3",
-                     { HANGAR_SOURCE_DIR "/demo/make-demo-feed.py", "--build", binaryDir(), "--state", state,
-                         "--base-url", m_nginx->url("/").toString(), "--no-serve" },
-                     {}, &out),
-            qPrintable(runner.errorString()));
-        m_feedUrl = QString::fromUtf8(out).trimmed();
+        const QString served = m_site.serve("limit_rate 2m;");
+        QVERIFY2(served.isEmpty(), qPrintable(served));
     }
 
     void survivesKillsAtRandomMoments()
@@ -235,31 +133,33 @@ private slots:
             : 20;
         QRandomGenerator random(quint32(QDateTime::currentMSecsSinceEpoch()));
         for (int kill = 0; kill < kills; ++kill) {
-            QVERIFY2(startManager(), qPrintable(QString("restart %1").arg(kill)));
+            const QString started = startManager();
+            QVERIFY2(started.isEmpty(), qPrintable(QString("restart %1: %2\n").arg(kill).arg(started) + m_site.hangar->logText().right(3000)));
             checkInvariants();
             if (QTest::currentTestFailed())
                 return;
             // The next action after a kill succeeds (an install, or a reinstall over the build).
-            const QJsonObject quill = entryOf(m_client->lastModel(), "local", "demo-quill");
-            const QJsonObject next = quill.isEmpty() ? request(0) : QJsonObject { { "method", "updateLocalApplication" }, { "tool", quill } };
-            const QJsonObject answer = m_client->ask(next, 120000);
+            const QJsonObject next = quill().isEmpty()
+                ? request(0)
+                : QJsonObject { { "method", "updateLocalApplication" }, { "tool", quill() } };
+            const QJsonObject answer = m_site.client->ask(next, 120000);
             if (!answer.value("ok").toBool())
-                qWarning().noquote() << m_hangar->logText().split('\n').filter(QRegularExpression("error|Fail|fail")).join('\n');
+                qWarning().noquote() << m_site.hangar->logText().split('\n').filter(QRegularExpression("error|Fail|fail")).join('\n');
             QVERIFY2(answer.value("ok").toBool(), qPrintable(QString("after kill %1: ").arg(kill) + answer.value("error").toString()));
 
-            m_client->send(request(kill));
+            m_site.client->send(request(kill));
             QTest::qWait(int(random.bounded(1200)));
-            const qint64 pid = m_hangar->pid();
+            const qint64 pid = m_site.hangar->pid();
             const QList<qint64> children = descendants(pid);
             ::kill(pid_t(pid), SIGKILL);
-            m_hangar->process().waitForFinished(10000);
+            m_site.hangar->process().waitForFinished(10000);
             QTest::qWait(300);
             for (const qint64 child : children)
                 QVERIFY2(!isAlive(child), qPrintable(QString("child %1 of the killed manager lives on").arg(child)));
             std::printf("SURVIVED %d\n", kill + 1);
             std::fflush(stdout);
         }
-        QVERIFY(startManager());
+        QCOMPARE(startManager(), QString());
         checkInvariants();
     }
 };

@@ -12,9 +12,11 @@
 #include "install/VersionFolderLock.h"
 #include "local/LocalApplicationsFeed.h"
 #include "net/DownloadSession.h"
+#include "support/FeedBuilder.h"
 #include "support/NginxServer.h"
+#include "support/OnWorker.h"
+#include "support/TestData.h"
 
-#include <QCryptographicHash>
 #include <QJsonArray>
 #include <QProcess>
 #include <QTemporaryDir>
@@ -34,30 +36,15 @@ bool sh(const QString &script, const QString &cwd)
     return p.waitForFinished(60000) && p.exitCode() == 0;
 }
 
-// Alive and not a zombie waiting to be reaped.
-bool isAlive(qint64 pid)
-{
-    QFile stat("/proc/" + QString::number(pid) + "/stat");
-    if (!stat.open(QIODevice::ReadOnly))
-        return false;
-    const QByteArray line = stat.readAll();
-    return !line.mid(line.lastIndexOf(')') + 2, 1).startsWith('Z');
-}
-
 qint64 waitForPid(const QString &file)
 {
-    for (int i = 0; i < 200 && QFileInfo(file).size() == 0; ++i)
-        QThread::msleep(25);
-    QFile f(file);
-    f.open(QIODevice::ReadOnly);
-    return f.readAll().trimmed().toLongLong();
+    QTest::qWaitFor([&] { return QFileInfo(file).size() > 0; }, 5000);
+    return readFile(file).trimmed().toLongLong();
 }
 
 bool waitForDeath(qint64 pid)
 {
-    for (int i = 0; i < 200 && isAlive(pid); ++i)
-        QThread::msleep(25);
-    return !isAlive(pid);
+    return QTest::qWaitFor([&] { return !isAlive(pid); }, 5000);
 }
 
 // Another process holding a version folder's lock: flock(1) and the shell it starts
@@ -77,13 +64,6 @@ void release(QProcess &holder, qint64 shell)
     holder.waitForFinished();
 }
 
-QByteArray sha256(const QString &path)
-{
-    QFile f(path);
-    f.open(QIODevice::ReadOnly);
-    return QCryptographicHash::hash(f.readAll(), QCryptographicHash::Sha256).toHex();
-}
-
 } // namespace
 
 class InstallHardeningTest : public QObject
@@ -100,35 +80,30 @@ class InstallHardeningTest : public QObject
         return QDir::cleanPath(apps() + "/tool/release/" + build);
     }
 
-    // A tar.gz made by `script` (run in a fresh folder "src"), published as `name`.
-    QJsonObject publish(const QString &build, const QString &script, const QString &name = {})
+    // A tar.gz made by `script` (run in a fresh folder), published as "tool-<build>.tar.gz".
+    QJsonObject publish(const QString &build, const QString &script)
     {
-        const QString src = m_tmp.filePath("src-" + QString::number(qHash(build)));
+        const QString src = m_tmp.filePath("src-" + build), file = "tool-" + build + ".tar.gz";
+        const QString archive = m_tmp.filePath("www/" + file);
         QDir(src).removeRecursively();
         QDir().mkpath(src);
-        const QString file = name.isEmpty() ? "tool-" + QString::number(qHash(build)) + ".tar.gz" : name;
-        const QString archive = m_tmp.filePath("www/" + file);
         if (!sh(script + " && tar -czf " + archive + " tool", src))
             qWarning() << "failed to make" << archive;
+        const QString digest
+            = QCryptographicHash::hash(readFile(archive), QCryptographicHash::Sha256).toHex();
         QJsonObject package { { "os", "linux" }, { "type", "tar.gz" }, { "strip_directories", 1 },
             { "url", m_nginx->url("/" + file).toString() }, { "size", double(QFileInfo(archive).size()) },
-            { "checksums",
-                QJsonArray {
-                    QJsonObject { { "alg", "sha-256" }, { "value", QString(sha256(archive)) } } } } };
+            { "checksums", QJsonArray { QJsonObject { { "alg", "sha-256" }, { "value", digest } } } } };
         return { { "id", "tool" }, { "version", build }, { "build", build }, { "package", package } };
     }
 
-    InstallResult install(const QJsonObject &entry, const QString &dir, InstallerOptions options = {})
+    InstallResult install(const QJsonObject &entry, const QString &dir)
     {
+        InstallerOptions options;
         options.processTimeoutMs = 20000;
         ApplicationInstallerAction action(
             RemoteFeedItem(entry), None, dir, dir + "/.feed", m_session.get(), nullptr, {}, options);
-        InstallResult result = InstallResult::failure("not run");
-        QThread *worker = QThread::create([&] { result = action.start(); });
-        worker->start();
-        worker->wait();
-        delete worker;
-        return result;
+        return onWorker([&] { return action.start(); });
     }
 
     int requests() const { return m_nginx->accessLogLines().size(); }
@@ -186,12 +161,10 @@ private slots:
             entry[key] = value;
         }
         // Sentinels at every level the folder name could climb to.
-        for (const QString &dir :
-            { m_tmp.filePath("root"), apps(), apps() + "/tool", apps() + "/tool/release" }) {
-            QDir().mkpath(dir);
-            QFile f(dir + "/sentinel");
-            QVERIFY(f.open(QIODevice::WriteOnly));
-        }
+        const QStringList levels { m_tmp.filePath("root"), apps(), apps() + "/tool",
+            apps() + "/tool/release" };
+        for (const QString &dir : levels)
+            QVERIFY(FeedBuilder::writeFile(dir + "/sentinel", {}));
         const RemoteFeedItem item(entry);
         const QString dir
             = QDir::cleanPath(apps() + "/" + item.getApplicationType() + "/release/" + item.getBuild());
@@ -200,8 +173,7 @@ private slots:
         QVERIFY(!r.isSuccessful());
         QVERIFY2(r.error().contains(message), qPrintable(r.error()));
         QCOMPARE(requests(), before);
-        for (const QString &dir :
-            { m_tmp.filePath("root"), apps(), apps() + "/tool", apps() + "/tool/release" })
+        for (const QString &dir : levels)
             QVERIFY2(QFile::exists(dir + "/sentinel"), qPrintable(dir));
 
         if (key != "size") {
@@ -317,13 +289,7 @@ private slots:
         // A waiting writer gets the folder as soon as the holder dies.
         VersionFolderLock waiting(dir);
         QTimer::singleShot(300, &holder, [&] { release(holder, shell); });
-        bool locked = false;
-        QThread *t = QThread::create([&] { locked = bool(waiting.lock()); });
-        t->start();
-        while (!t->wait(20))
-            QCoreApplication::processEvents();
-        delete t;
-        QVERIFY(locked);
+        QVERIFY(onWorker([&] { return bool(waiting.lock()); }));
         QCOMPARE(install(entry, dir).error(), VersionFolderLock::CollisionMessage);
         waiting.unlock();
         QVERIFY(!QFileInfo::exists(VersionFolderLock::lockFilePath(dir)));

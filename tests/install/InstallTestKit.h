@@ -1,24 +1,19 @@
 #pragma once
 
-// Helpers shared by the installation pipeline's tests: real archives made with the
-// system's tar/zip (or, for hostile members those cannot produce, Python's tarfile and
-// zipfile), feed entries describing them, and digests computed independently of the
-// code under test (Qt's own hash).
+// Helpers shared by the installation pipeline's tests: real archives made with the system's tar/zip (or, for
+// hostile members those cannot produce, Python's tarfile and zipfile), feed entries describing them, and
+// digests computed independently of the code under test (Qt's own hash).
 
 #include "support/TestData.h"
 
-#include <QByteArray>
-#include <QCryptographicHash>
-#include <QDebug>
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
-#include <QJsonArray>
-#include <QJsonObject>
-#include <QMap>
-#include <QProcess>
-#include <QString>
-#include <QStringList>
+#include <QtCore>
+
+// Verifies that a result is a success, showing its error when it is not.
+#define KIT_VERIFY_OK(expression)                                                                            \
+    do {                                                                                                     \
+        const auto &result_ = (expression);                                                                  \
+        QVERIFY2(result_.isSuccessful(), qPrintable(result_.error()));                                       \
+    } while (false)
 
 namespace kit {
 
@@ -26,46 +21,26 @@ inline bool run(
     const QString &program, const QStringList &arguments, const QString &cwd = {}, QString *output = nullptr)
 {
     QProcess p;
-    p.setProgram(program);
-    p.setArguments(arguments);
-    if (!cwd.isEmpty())
-        p.setWorkingDirectory(cwd);
+    p.setWorkingDirectory(cwd);
     p.setProcessChannelMode(QProcess::MergedChannels);
-    p.start();
+    p.start(program, arguments);
     p.closeWriteChannel();
-    if (!p.waitForFinished(120000))
-        return false;
+    const bool finished = p.waitForFinished(120000);
     if (output)
         *output = QString::fromUtf8(p.readAll());
-    else
-        p.readAll();
-    return p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0;
-}
-
-inline bool python(const QString &script, const QString &cwd)
-{
-    QString out;
-    const bool ok = run("python3", { "-c", script }, cwd, &out);
-    if (!ok)
-        qWarning().noquote() << "python3 failed:" << out;
-    return ok;
+    return finished && p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0;
 }
 
 inline void writeFile(const QString &path, const QByteArray &content, QFile::Permissions perms = {})
 {
     QDir().mkpath(QFileInfo(path).absolutePath());
     QFile f(path);
-    f.open(QIODevice::WriteOnly | QIODevice::Truncate);
-    f.write(content);
-    f.close();
+    if (f.open(QIODevice::WriteOnly | QIODevice::Truncate) && f.write(content) == content.size())
+        f.close();
     if (perms)
         f.setPermissions(perms);
 }
 
-using ::readFile;
-using ::treeListing;
-
-// Files given relative to `root`.
 inline void makeTree(const QString &root, const QMap<QString, QByteArray> &files)
 {
     for (auto it = files.cbegin(); it != files.cend(); ++it)
@@ -75,12 +50,7 @@ inline void makeTree(const QString &root, const QMap<QString, QByteArray> &files
 inline QString digestHex(
     const QString &path, QCryptographicHash::Algorithm algorithm = QCryptographicHash::Sha256)
 {
-    QFile f(path);
-    if (!f.open(QIODevice::ReadOnly))
-        return {};
-    QCryptographicHash hash(algorithm);
-    hash.addData(&f);
-    return QString::fromLatin1(hash.result().toHex());
+    return QString::fromLatin1(QCryptographicHash::hash(readFile(path), algorithm).toHex());
 }
 
 inline QJsonArray checksumsFor(const QString &path)
@@ -98,6 +68,18 @@ inline QJsonObject feedEntry(const QString &id, const QString &build, const QStr
         package["strip_directories"] = strip;
     return QJsonObject { { "id", id }, { "name", "Tool " + id }, { "version", build }, { "build", build },
         { "package", package } };
+}
+
+// An overlay patch command: the patch file is a tar.gz unpacked over the install folder.
+const QJsonArray OVERLAY_COMMAND { "/bin/sh", "-c", "tar -xzf \"$1\" -C \"$2\"", "sh", "%PATCH_FILE%",
+    "%INSTALL_DIRECTORY%" };
+
+inline QJsonObject withPackage(QJsonObject entry, const QString &key, const QJsonValue &value)
+{
+    QJsonObject package = entry["package"].toObject();
+    package[key] = value;
+    entry["package"] = package;
+    return entry;
 }
 
 // tar.gz of the folder `source`, members under the name `top` (e.g. "tool-1.0").

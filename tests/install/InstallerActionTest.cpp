@@ -11,26 +11,8 @@
 #include "net/ProgressManager.h"
 #include "support/NginxServer.h"
 
-#include <QJsonDocument>
-#include <QTemporaryDir>
-#include <QThread>
 #include <QtTest>
 #include <memory>
-
-namespace {
-
-const QJsonArray OVERLAY_COMMAND { "/bin/sh", "-c", "tar -xzf \"$1\" -C \"$2\"", "sh", "%PATCH_FILE%",
-    "%INSTALL_DIRECTORY%" };
-
-QJsonObject withPackage(QJsonObject entry, const QString &key, const QJsonValue &value)
-{
-    QJsonObject package = entry["package"].toObject();
-    package[key] = value;
-    entry["package"] = package;
-    return entry;
-}
-
-} // namespace
 
 class InstallerActionTest : public QObject
 {
@@ -58,7 +40,7 @@ class InstallerActionTest : public QObject
     }
 
     QJsonObject publishPatch(const QString &from, const QString &to, const QMap<QString, QByteArray> &files,
-        const QJsonArray &command = OVERLAY_COMMAND)
+        const QJsonArray &command = kit::OVERLAY_COMMAND)
     {
         const QString src = m_tmp.filePath("patch-src/" + from + "-" + to);
         QDir(src).removeRecursively();
@@ -83,34 +65,22 @@ class InstallerActionTest : public QObject
             m_previous.isValid() ? QList<LocalFeedItem> { m_previous } : QList<LocalFeedItem> {}, options);
         // Installs run on workers; downloads refuse nothing on the main thread, but log loudly.
         InstallResult result = InstallResult::failure("not run");
-        QThread *worker = QThread::create([&] { result = action.start(); });
+        const std::unique_ptr<QThread> worker(QThread::create([&] { result = action.start(); }));
         worker->start();
         worker->wait();
-        delete worker;
         return result;
     }
 
     int requestsFor(const QString &name) const
     {
-        int count = 0;
-        for (const QString &line : m_nginx->accessLogLines())
-            count += line.contains("/" + name + " ") ? 1 : 0;
-        return count;
+        return m_nginx->accessLogLines().filter("/" + name + " ").size();
     }
 
-    static QJsonObject marker(const QString &dir)
+    static QJsonObject marker(const QString &dir) { return readJson(dir + "/.feed"); }
+    bool hasMarker(const QString &build) const { return QFileInfo::exists(versionDir(build) + "/.feed"); }
+    bool previousUntouched() const
     {
-        return QJsonDocument::fromJson(kit::readFile(dir + "/.feed")).object();
-    }
-
-    void verifyNoMarker(const QString &build) const
-    {
-        QVERIFY2(!QFileInfo::exists(versionDir(build) + "/.feed"), qPrintable(build));
-    }
-
-    void verifyPreviousUntouched() const
-    {
-        QCOMPARE(kit::treeListing(m_previous.getInstallDir()), m_previousFingerprint);
+        return treeListing(m_previous.getInstallDir()) == m_previousFingerprint;
     }
 
 private slots:
@@ -128,15 +98,13 @@ private slots:
     void fullInstallUnpacksAndWritesTheMarkerLast()
     {
         const QJsonObject entry = publish("1.0", { { "bin/tool", "one" }, { "lib/core", "core-1" } });
-        const InstallResult r = install(entry);
-        QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
+        KIT_VERIFY_OK(install(entry));
         const QString dir = versionDir("1.0");
-        QCOMPARE(kit::readFile(dir + "/bin/tool"), QByteArray("one"));
-        QVERIFY(!QFileInfo::exists(dir + "/download.temp"));
+        QVERIFY(readFile(dir + "/bin/tool") == "one" && !QFileInfo::exists(dir + "/download.temp"));
         QCOMPARE(marker(dir), entry);
 
         m_previous = LocalFeedItem::localApplication(entry, dir, dir, "release");
-        m_previousFingerprint = kit::treeListing(dir);
+        m_previousFingerprint = treeListing(dir);
     }
 
     void sameBuildAlreadyInstalledDownloadsNothing()
@@ -144,18 +112,16 @@ private slots:
         const int before = requestsFor("tool-1.0.tar.gz");
         QJsonObject entry = marker(versionDir("1.0"));
         entry["name"] = "Tool renamed in the feed";
-        QVERIFY(install(entry).isSuccessful());
-        // Same build, other package: still nothing downloaded, the marker follows the feed.
-        entry = withPackage(
+        // Even with other checksums: nothing downloaded, the marker follows the feed.
+        entry = kit::withPackage(
             entry, "checksums", QJsonArray { QJsonObject { { "alg", "sha-256" }, { "value", "00" } } });
-        QVERIFY(install(entry).isSuccessful());
-        QCOMPARE(requestsFor("tool-1.0.tar.gz"), before);
+        QVERIFY(install(entry).isSuccessful() && requestsFor("tool-1.0.tar.gz") == before);
         QCOMPARE(marker(versionDir("1.0")), entry);
-        QCOMPARE(kit::readFile(versionDir("1.0") + "/bin/tool"), QByteArray("one"));
+        QCOMPARE(readFile(versionDir("1.0") + "/bin/tool"), QByteArray("one"));
         // Put the marker back as the previous install wrote it.
         kit::writeFile(
             versionDir("1.0") + "/.feed", QJsonDocument(m_previous.getFeedItem().toJson()).toJson());
-        m_previousFingerprint = kit::treeListing(m_previous.getInstallDir());
+        m_previousFingerprint = treeListing(m_previous.getInstallDir());
     }
 
     void invalidMarkerIsReplacedByAFreshInstall()
@@ -163,26 +129,20 @@ private slots:
         const QJsonObject entry = publish("1.5", { { "bin/tool", "one-five" } });
         kit::writeFile(versionDir("1.5") + "/.feed", "[not an object");
         kit::writeFile(versionDir("1.5") + "/stale", "old junk");
-        const InstallResult r = install(entry);
-        QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
-        QVERIFY(!QFileInfo::exists(versionDir("1.5") + "/stale"));
-        QCOMPARE(marker(versionDir("1.5")), entry);
+        KIT_VERIFY_OK(install(entry));
+        QVERIFY(!QFileInfo::exists(versionDir("1.5") + "/stale") && marker(versionDir("1.5")) == entry);
     }
 
     void badPackagesFailWithoutMarkerAndLeaveThePreviousBuild_data()
     {
         QTest::addColumn<QString>("kind");
         QTest::addColumn<QString>("message");
-        QTest::newRow("one byte short") << "short"
-                                        << "Verification error: Downloaded file size mismatch. Expected: ";
-        QTest::newRow("truncated archive") << "truncated"
-                                           << "Failed to extract package. tar exited with code 2";
-        QTest::newRow("hanging tar") << "hang"
-                                     << "Failed to extract package. tar timed out after 300 ms";
-        QTest::newRow("missing on server") << "404"
-                                           << "Download failed.";
-        QTest::newRow("package carries a marker") << "marker"
-                                                  << "Post-install step s failed";
+        for (const auto &[kind, message] :
+            { std::pair("short", "Verification error: Downloaded file size mismatch. Expected: "),
+                { "truncated", "Failed to extract package. tar exited with code 2" },
+                { "hang", "Failed to extract package. tar timed out after 300 ms" },
+                { "404", "Download failed." }, { "marker", "Post-install step s failed" } })
+            QTest::newRow(kind) << QString(kind) << QString(message);
     }
 
     void badPackagesFailWithoutMarkerAndLeaveThePreviousBuild()
@@ -191,14 +151,14 @@ private slots:
         QFETCH(QString, message);
         QJsonObject entry = publish("2.0", { { "bin/tool", "two" }, { "etc/conf", "conf" } });
         if (kind == "short") {
-            entry = withPackage(entry, "size", entry["package"].toObject()["size"].toInt() + 1);
+            entry = kit::withPackage(entry, "size", entry["package"].toObject()["size"].toInt() + 1);
         } else if (kind == "truncated") {
-            const QByteArray whole = kit::readFile(www("tool-2.0.tar.gz"));
+            const QByteArray whole = readFile(www("tool-2.0.tar.gz"));
             kit::writeFile(www("tool-2.0-cut.tar.gz"), whole.left(whole.size() / 2));
             entry = kit::feedEntry("tool", "2.0", "tar.gz", m_nginx->url("/tool-2.0-cut.tar.gz").toString(),
                 www("tool-2.0-cut.tar.gz"), 1);
         } else if (kind == "404") {
-            entry = withPackage(entry, "url", m_nginx->url("/nothing-here.tar.gz").toString());
+            entry = kit::withPackage(entry, "url", m_nginx->url("/nothing-here.tar.gz").toString());
         } else if (kind == "marker") {
             // The archive brings its own ".feed"; a failing step must not leave it behind.
             entry = publish("2.0",
@@ -217,8 +177,7 @@ private slots:
         const InstallResult r = install(entry, None, nullptr, kind == "hang" ? 300 : 20000);
         qputenv("PATH", oldPath);
         QVERIFY2(r.isError() && r.error().startsWith(message), qPrintable(r.error()));
-        verifyNoMarker("2.0");
-        verifyPreviousUntouched();
+        QVERIFY(!hasMarker("2.0") && previousUntouched());
     }
 
     void packagesOwnMarkerNeverStandsInForOurs()
@@ -230,29 +189,10 @@ private slots:
         QVERIFY(kit::tarGz(src, "tool-2.2", www("tool-2.2.tar.gz")));
         const QJsonObject entry = kit::feedEntry(
             "tool", "2.2", "tar.gz", m_nginx->url("/tool-2.2.tar.gz").toString(), www("tool-2.2.tar.gz"), 1);
-        const InstallResult r = install(entry);
-        QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
-        QVERIFY(!QFileInfo(versionDir("2.2") + "/.feed").isSymLink());
-        QVERIFY(!QFileInfo::exists(versionDir("2.2") + "/bin/not-there"));
+        KIT_VERIFY_OK(install(entry));
+        QVERIFY(!QFileInfo(versionDir("2.2") + "/.feed").isSymLink()
+            && !QFileInfo::exists(versionDir("2.2") + "/bin/not-there"));
         QCOMPARE(marker(versionDir("2.2")), entry);
-    }
-
-    void patchChainRebuildsTheTargetWithoutTheFullPackage()
-    {
-        const QJsonObject target = publish("3.0", { { "bin/tool", "three" }, { "lib/core", "core-1" } });
-        const QJsonObject p1 = publishPatch("1.0", "2.5", { { "bin/tool", "two-five" } });
-        const QJsonObject p2 = publishPatch("2.5", "3.0", { { "bin/tool", "three" } });
-        const InstallResult r
-            = install(target, InstallPatchSequence(m_previous, { RemotePatchItem(p1), RemotePatchItem(p2) }));
-        QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
-        QCOMPARE(kit::readFile(versionDir("3.0") + "/bin/tool"), QByteArray("three"));
-        QCOMPARE(kit::readFile(versionDir("3.0") + "/lib/core"), QByteArray("core-1"));
-        QCOMPARE(requestsFor("tool-3.0.tar.gz"), 0);
-        QCOMPARE(requestsFor("tool-1.0-2.5.patch"), 1);
-        QVERIFY(!QFileInfo::exists(versionDir("3.0") + "/download.temp-patch0"));
-        QVERIFY(!QFileInfo::exists(versionDir("3.0") + "/download.temp-patch1"));
-        QCOMPARE(marker(versionDir("3.0")), target);
-        verifyPreviousUntouched();
     }
 
     void chainFailingHalfWayFallsBackToAFullInstallInAnEmptiedFolder()
@@ -264,14 +204,12 @@ private slots:
             = publishPatch("1.0", "3.5", { { "bin/tool", "three-five" }, { "patch-only", "junk" } });
         const QJsonObject p2 = publishPatch("3.5", "4.0", { { "bin/tool", "four" } },
             QJsonArray { "/bin/sh", "-c", "echo 'patch does not apply' >&2; exit 1" });
-        const InstallResult r
-            = install(target, InstallPatchSequence(m_previous, { RemotePatchItem(p1), RemotePatchItem(p2) }));
-        QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
-        QCOMPARE(requestsFor("tool-4.0.tar.gz"), 1);
-        QCOMPARE(kit::readFile(versionDir("4.0") + "/bin/tool"), QByteArray("four"));
+        KIT_VERIFY_OK(
+            install(target, InstallPatchSequence(m_previous, { RemotePatchItem(p1), RemotePatchItem(p2) })));
+        QVERIFY(requestsFor("tool-4.0.tar.gz") == 1 && readFile(versionDir("4.0") + "/bin/tool") == "four");
         QVERIFY(!QFileInfo::exists(versionDir("4.0") + "/patch-only"));
         QVERIFY(!QFileInfo::exists(versionDir("4.0") + "/lib/core")); // nothing of the base copy
-        verifyPreviousUntouched();
+        QVERIFY(previousUntouched());
     }
 
     void cancelledInstallStopsWithoutMarker()
@@ -282,8 +220,7 @@ private slots:
         const InstallResult r = install(publish("5.0", { { "f", "x" } }), None, progress);
         delete progress;
         QCOMPARE(r.error(), QString("Download cancelled"));
-        verifyNoMarker("5.0");
-        QCOMPARE(requestsFor("tool-5.0.tar.gz"), 0);
+        QVERIFY(!hasMarker("5.0") && requestsFor("tool-5.0.tar.gz") == 0);
     }
 
     void postInstallStepsRunWithExpandedArgumentsInsideTheVersionFolder()
@@ -305,16 +242,13 @@ private slots:
                         { "arguments", QJsonArray { "bin/setup.sh", "$HOME/x", "$TEMP" } } } } } }
         };
         entry["post_install"] = QJsonObject { { "steps", steps } };
-        const InstallResult r = install(entry);
-        QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
-        const QStringList logged = QString::fromUtf8(kit::readFile(versionDir("6.0") + "/setup.log"))
-                                       .split('\n', Qt::SkipEmptyParts);
-        QCOMPARE(logged.size(), 2);
-        QCOMPARE(logged.at(0), QDir::homePath() + "/x");
+        KIT_VERIFY_OK(install(entry));
+        const QStringList logged
+            = QString::fromUtf8(readFile(versionDir("6.0") + "/setup.log")).split('\n', Qt::SkipEmptyParts);
+        QVERIFY(logged.size() == 2 && logged.at(0) == QDir::homePath() + "/x");
         QVERIFY2(
             logged.at(1).startsWith(versionDir("6.0") + "/"), qPrintable(logged.at(1))); // $TEMP stays inside
-        QVERIFY(!QFileInfo::exists(logged.at(1))); // and is removed
-        QVERIFY(QFileInfo::exists(versionDir("6.0") + "/.feed"));
+        QVERIFY(!QFileInfo::exists(logged.at(1)) && hasMarker("6.0")); // and is removed
     }
 
     void concurrentInstallsOfDifferentBuildsDoNotMix()
@@ -335,16 +269,14 @@ private slots:
             });
             workers.last()->start();
         }
-        for (QThread *worker : workers) {
+        for (QThread *worker : workers)
             QVERIFY(worker->wait(60000));
-            delete worker;
-        }
+        qDeleteAll(workers);
         for (int i = 0; i < entries.size(); ++i) {
             QVERIFY2(results[i].isSuccessful(), qPrintable(results[i].error()));
             const QString dir = versionDir(QString("8.%1").arg(i));
-            QCOMPARE(kit::readFile(dir + "/bin/tool"), QByteArray::number(i));
-            QCOMPARE(kit::readFile(dir + "/data"), QByteArray(100000, char('a' + i)));
-            QCOMPARE(marker(dir), entries[i]);
+            QVERIFY(readFile(dir + "/bin/tool") == QByteArray::number(i) && marker(dir) == entries[i]);
+            QCOMPARE(readFile(dir + "/data"), QByteArray(100000, char('a' + i)));
         }
     }
 

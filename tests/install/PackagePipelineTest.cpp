@@ -1,5 +1,4 @@
-// Verification, extraction and the unpacked-tree guard, on real archives and real
-// archive programs.
+// Verification, extraction and the unpacked-tree guard, on real archives and real archive programs.
 
 #include "InstallTestKit.h"
 #include "feed/records/RemoteFeedItem.h"
@@ -11,30 +10,9 @@
 #include "install/PipelinedDigests.h"
 #include "support/TestData.h"
 
-#include <QRandomGenerator>
-#include <QTemporaryDir>
 #include <QtTest>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-namespace {
-
-QJsonObject withPackage(QJsonObject entry, const QString &key, const QJsonValue &value)
-{
-    QJsonObject package = entry["package"].toObject();
-    package[key] = value;
-    entry["package"] = package;
-    return entry;
-}
-
-mode_t modeOf(const QString &path)
-{
-    struct stat st;
-    return ::lstat(QFile::encodeName(path).constData(), &st) == 0 ? st.st_mode : 0;
-}
-
-} // namespace
 
 class PackagePipelineTest : public QObject
 {
@@ -44,8 +22,12 @@ class PackagePipelineTest : public QObject
     QString m_package;
 
     QString path(const QString &name) const { return m_tmp.filePath(name); }
+    static mode_t modeOf(const QString &path)
+    {
+        struct stat st;
+        return ::lstat(QFile::encodeName(path).constData(), &st) == 0 ? st.st_mode : 0;
+    }
 
-    // A fresh, empty version folder.
     QString freshTarget(const QString &name)
     {
         const QString dir = path(name);
@@ -54,8 +36,8 @@ class PackagePipelineTest : public QObject
         return dir;
     }
 
-    // Writes p.tar.gz and p.zip in a fresh folder `name` with Python, which (unlike tar and
-    // zip) writes any member asked for; returns their path without the extension.
+    // Writes p.tar.gz and p.zip in a fresh folder `name` with Python, which (unlike tar and zip) writes any
+    // member asked for; returns their path without the extension.
     QString hostileArchive(const QString &name, const QString &members)
     {
         const QString dir = freshTarget(name);
@@ -71,13 +53,22 @@ class PackagePipelineTest : public QObject
               "    i = tarfile.TarInfo(name); i.type = kind; i.devmajor = 1; i.devminor = 3\n"
               "    t.addfile(i)\n"
             + members + "\nt.close()\nz.close()\n";
-        return kit::python(script, dir) ? dir + "/p" : QString();
+        QString output;
+        if (kit::run("python3", { "-c", script }, dir, &output))
+            return dir + "/p";
+        qWarning().noquote() << "python3 failed:" << output;
+        return {};
     }
 
     Result<void> extract(
         const QJsonObject &entry, const QString &file, const QString &target, int timeoutMs = 20000)
     {
         return ApplicationPackageExtractor(RemoteFeedItem(entry), file, target, timeoutMs).extract();
+    }
+    // The archive as the package of a feed entry of `type`, its first `strip` folder levels stripped.
+    Result<void> unpack(const QString &type, const QString &archive, const QString &target, int strip = 0)
+    {
+        return extract(kit::feedEntry("tool", "1", type, "http://x", archive, strip), archive, target);
     }
 
 private slots:
@@ -88,22 +79,19 @@ private slots:
         kit::writeFile(m_package, randomBytes(300000) + QByteArray(100000, '\0'));
     }
 
-    // ---- verification ------------------------------------------------------------
-
     void acceptsEverySupportedDigestWhateverTheCaseOfNameAndValue()
     {
-        const auto sum = [this](const char *alg, QCryptographicHash::Algorithm algorithm) {
-            return QJsonObject { { "alg", alg }, { "value", kit::digestHex(m_package, algorithm) } };
+        const auto sum = [this](const char *alg, const QString &value) {
+            return QJsonObject { { "alg", alg }, { "value", value } };
         };
-        const QJsonArray checksums { QJsonObject { { "alg", "SHA-256" },
-                                         { "value", kit::digestHex(m_package).toUpper() } },
-            sum("sha-512", QCryptographicHash::Sha512), sum("Sha3-256", QCryptographicHash::Sha3_256),
-            sum("sha3-512", QCryptographicHash::Sha3_512),
-            QJsonObject { { "alg", "md5" }, { "value", "whatever" } } };
-        const QJsonObject entry = withPackage(
+        const QJsonArray checksums { sum("SHA-256", kit::digestHex(m_package).toUpper()),
+            sum("sha-512", kit::digestHex(m_package, QCryptographicHash::Sha512)),
+            sum("Sha3-256", kit::digestHex(m_package, QCryptographicHash::Sha3_256)),
+            sum("sha3-512", kit::digestHex(m_package, QCryptographicHash::Sha3_512)),
+            sum("md5", "whatever") };
+        const QJsonObject entry = kit::withPackage(
             kit::feedEntry("tool", "1", "tar.gz", "http://x/p", m_package), "checksums", checksums);
-        const auto r = ApplicationPackageVerifier::verify(RemoteFeedItem(entry), m_package);
-        QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
+        KIT_VERIFY_OK(ApplicationPackageVerifier::verify(RemoteFeedItem(entry), m_package));
 
         // Patch records carry size and checksums at their top level.
         const QJsonObject patch { { "application_id", "tool" }, { "from_build", "1" }, { "to_build", "2" },
@@ -111,9 +99,8 @@ private slots:
         QVERIFY(ApplicationPackageVerifier::verify(RemotePatchItem(patch), m_package).isSuccessful());
         QJsonObject wrong = patch;
         wrong["size"] = 3;
-        QVERIFY(ApplicationPackageVerifier::verify(RemotePatchItem(wrong), m_package)
-                    .error()
-                    .startsWith("Downloaded file size mismatch. Expected: 3 actual: "));
+        const QString refused = ApplicationPackageVerifier::verify(RemotePatchItem(wrong), m_package).error();
+        QVERIFY(refused.startsWith("Downloaded file size mismatch. Expected: 3 actual: "));
     }
 
     void refusesWhatDoesNotMatch_data()
@@ -122,8 +109,8 @@ private slots:
         QTest::addColumn<int>("extraSize");
         QTest::addColumn<QString>("error");
         const qint64 size = QFileInfo(m_package).size();
-        // One byte more than the file has, and only an unknown algorithm: the size message proves
-        // no checksum logic was reached.
+        // One byte more than the file has, and only an unknown algorithm: the size message proves no checksum
+        // logic was reached.
         QTest::newRow("size first") << QJsonArray {
             QJsonObject { { "alg", "crc32" }, { "value", "0" } }
         } << 1 << QString("Downloaded file size mismatch. Expected: %1 actual: %2").arg(size + 1).arg(size);
@@ -143,9 +130,10 @@ private slots:
         QFETCH(QJsonArray, checksums);
         QFETCH(int, extraSize);
         QFETCH(QString, error);
-        QJsonObject entry = kit::feedEntry("tool", "1", "tar.gz", "http://x/p", m_package);
-        entry = withPackage(entry, "size", double(QFileInfo(m_package).size() + extraSize));
-        entry = withPackage(entry, "checksums", checksums);
+        const QJsonObject entry = kit::withPackage(
+            kit::withPackage(kit::feedEntry("tool", "1", "tar.gz", "http://x/p", m_package), "size",
+                double(QFileInfo(m_package).size() + extraSize)),
+            "checksums", checksums);
         if (QTest::currentDataTag() == QString("unknown algorithm alone"))
             QTest::ignoreMessage(QtWarningMsg, "Unsupported checksum algorithm blake3");
         const QString got = ApplicationPackageVerifier::verify(RemoteFeedItem(entry), m_package).error();
@@ -157,15 +145,15 @@ private slots:
     void digestsFedWhileDownloadingAreUsedOnlyWhenTheySawTheWholeFile()
     {
         const QJsonObject entry = kit::feedEntry("tool", "1", "tar.gz", "http://x/p", m_package);
-        const QByteArray content = kit::readFile(m_package);
+        const QByteArray content = readFile(m_package);
 
         // Fed in odd-sized chunks: same result as hashing the file in one go.
         PackageDigests streamed({ "sha-256", "sha3-512", "nonsense" });
         for (int at = 0; at < content.size(); at += 7777)
             streamed.update(content.mid(at, 7777));
-        QCOMPARE(streamed.algorithms(), QStringList({ "sha-256", "sha3-512" }));
-        QCOMPARE(*streamed.hexDigest("sha-256"), kit::digestHex(m_package));
-        QCOMPARE(*streamed.hexDigest("SHA3-512"), kit::digestHex(m_package, QCryptographicHash::Sha3_512));
+        QCOMPARE(streamed.algorithms() << *streamed.hexDigest("sha-256") << *streamed.hexDigest("SHA3-512"),
+            QStringList({ "sha-256", "sha3-512", kit::digestHex(m_package),
+                kit::digestHex(m_package, QCryptographicHash::Sha3_512) }));
         QVERIFY(ApplicationPackageVerifier::verify(entry, m_package, &streamed).isSuccessful());
 
         // Digests of other bytes of the same length are trusted, and so must fail.
@@ -181,22 +169,20 @@ private slots:
 
     void pipelinedDigestsMatchWhateverTheBacklogBound()
     {
-        const QByteArray content = kit::readFile(m_package);
+        const QByteArray content = readFile(m_package);
         for (const qint64 backlog : { qint64(1), qint64(5000), qint64(64) << 20 }) {
             PipelinedDigests pipelined({ "sha-256", "sha-512" }, backlog);
             for (int at = 0; at < content.size(); at += 7777)
                 pipelined.feed(content.mid(at, 7777));
             const PackageDigests &digests = pipelined.finish();
             QCOMPARE(digests.bytesProcessed(), qint64(content.size()));
-            QCOMPARE(*digests.hexDigest("sha-256"), kit::digestHex(m_package));
-            QCOMPARE(*digests.hexDigest("sha-512"), kit::digestHex(m_package, QCryptographicHash::Sha512));
+            QVERIFY(*digests.hexDigest("sha-256") == kit::digestHex(m_package)
+                && *digests.hexDigest("sha-512") == kit::digestHex(m_package, QCryptographicHash::Sha512));
         }
         // Abandoned half-way (a failed download): destruction neither hangs nor leaks.
         PipelinedDigests abandoned({ "sha-256" }, 10);
         abandoned.feed(content.left(100000));
     }
-
-    // ---- extraction ----------------------------------------------------------------
 
     void tarGzIsUnpackedWithLeadingFoldersStripped()
     {
@@ -208,9 +194,8 @@ private slots:
 
         const QString target = freshTarget("v-tar");
         const QJsonObject entry = kit::feedEntry("tool", "1.0", "tar.gz", "http://x", archive, 1);
-        const auto r = extract(entry, archive, target);
-        QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
-        QCOMPARE(kit::readFile(target + "/lib/a.so"), QByteArray("lib"));
+        KIT_VERIFY_OK(extract(entry, archive, target));
+        QCOMPARE(readFile(target + "/lib/a.so"), QByteArray("lib"));
         QVERIFY(QFileInfo(target + "/bin/tool").isExecutable() && !QFileInfo::exists(target + "/tool-1.0"));
     }
 
@@ -223,14 +208,12 @@ private slots:
         QVERIFY(kit::run("zip", { "-qr", archive, "tool-2.0", "stray.txt" }, src));
 
         const QString target = freshTarget("v-zip");
-        const auto r = extract(kit::feedEntry("tool", "2.0", "zip", "http://x", archive, 1), archive, target);
-        QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
-        QCOMPARE(kit::readFile(target + "/readme"), QByteArray("hello"));
+        KIT_VERIFY_OK(unpack("zip", archive, target, 1));
+        QCOMPARE(readFile(target + "/readme"), QByteArray("hello"));
         QVERIFY(QFileInfo(target + "/bin/run").isFile());
-        QVERIFY(!QFileInfo::exists(target + "/stray.txt")); // above the stripped depth
-        QVERIFY(!QFileInfo::exists(target + "/.unzip-staging")); // no leftovers
-        QCOMPARE(modeOf(target + "/readme") & (S_IWGRP | S_IWOTH), mode_t(0));
-        QCOMPARE(modeOf(target + "/bin") & (S_IWGRP | S_IWOTH), mode_t(0));
+        // Nothing above the stripped depth, no leftovers.
+        QVERIFY(!QFileInfo::exists(target + "/stray.txt") && !QFileInfo::exists(target + "/.unzip-staging"));
+        QCOMPARE((modeOf(target + "/readme") | modeOf(target + "/bin")) & (S_IWGRP | S_IWOTH), mode_t(0));
     }
 
     void singleFilePackagesBecomeTheExecutableCommand_data()
@@ -248,11 +231,10 @@ private slots:
         const QString target = freshTarget("v-" + type);
         const QString file = downloadedInside ? target + "/download.temp" : path("copy-source");
         kit::writeFile(file, "binary");
-        const QJsonObject entry = withPackage(
+        const QJsonObject entry = kit::withPackage(
             kit::feedEntry("tool", "3", type, "http://x/dl/tool-cli", file), "command", "tool-cli");
-        QVERIFY(extract(entry, file, target).isSuccessful());
-        QVERIFY(QFileInfo(target + "/tool-cli").isExecutable());
-        QCOMPARE(kit::readFile(target + "/tool-cli"), QByteArray("binary"));
+        QVERIFY(extract(entry, file, target) && QFileInfo(target + "/tool-cli").isExecutable());
+        QCOMPARE(readFile(target + "/tool-cli"), QByteArray("binary"));
         QCOMPARE(QFileInfo::exists(file), !downloadedInside);
     }
 
@@ -267,100 +249,37 @@ private slots:
             QString("Failed to find file ") + path("missing-file"));
     }
 
-    void truncatedArchiveFails()
-    {
-        const QString src = path("src-trunc");
-        kit::makeTree(src, { { "big.bin", randomBytes(200000) } });
-        const QString archive = path("whole.tar.gz");
-        QVERIFY(kit::tarGz(src, "t", archive));
-        const QString truncated = path("truncated.tar.gz");
-        kit::writeFile(truncated, kit::readFile(archive).left(int(QFileInfo(archive).size() / 2)));
-        const QString target = freshTarget("v-trunc");
-        const auto r
-            = extract(kit::feedEntry("tool", "1", "tar.gz", "http://x", truncated, 1), truncated, target);
-        QVERIFY(r.isError());
-        QVERIFY2(r.error().startsWith("tar exited with code 2"), qPrintable(r.error()));
-    }
-
-    void hangingOrFailingArchiveProgramFails()
-    {
-        // A `tar` earlier on PATH stands in for a broken archive program.
-        const QString bin = path("fake-bin");
-        kit::writeFile(bin + "/tar",
-            "#!/bin/sh\nif [ \"$FAKE_TAR\" = hang ]; then exec sleep 60; fi\necho 'fake failure' >&2\nexit "
-            "7\n",
-            QFile::ReadOwner | QFile::ExeOwner);
-        const QByteArray oldPath = qgetenv("PATH");
-        qputenv("PATH", bin.toUtf8() + ":" + oldPath);
-        const QString target = freshTarget("v-fake");
-        const QJsonObject entry = kit::feedEntry("tool", "1", "tar.gz", "http://x", m_package);
-
-        const auto failed = extract(entry, m_package, target);
-        qputenv("FAKE_TAR", "hang");
-        const auto hung = extract(entry, m_package, target, 300);
-        qunsetenv("FAKE_TAR");
-        qputenv("PATH", oldPath);
-
-        QCOMPARE(failed.error(), QString("tar exited with code 7: fake failure"));
-        QCOMPARE(hung.error(), QString("tar timed out after 300 ms"));
-    }
-
-    void fullDiskDuringExtractionFails()
-    {
-        if (::geteuid() != 0)
-            QSKIP("mounting a small tmpfs needs root");
-        const QString mountPoint = freshTarget("small-disk");
-        if (::mount("tmpfs", QFile::encodeName(mountPoint).constData(), "tmpfs", 0, "size=512k") != 0)
-            QSKIP("cannot mount a tmpfs here (no CAP_SYS_ADMIN in this container)");
-        const QString src = path("src-big");
-        kit::makeTree(src, { { "big.bin", randomBytes(2 * 1024 * 1024) } });
-        const QString archive = path("big.tar.gz");
-        QVERIFY(kit::tarGz(src, "t", archive));
-        const auto r
-            = extract(kit::feedEntry("tool", "1", "tar.gz", "http://x", archive, 1), archive, mountPoint);
-        ::umount2(QFile::encodeName(mountPoint).constData(), MNT_DETACH);
-        QVERIFY(r.isError());
-        QVERIFY2(r.error().contains("No space left on device"), qPrintable(r.error()));
-    }
-
-    // ---- hostile archives ------------------------------------------------------------
-
     void hostileArchivesAreRefused_data()
     {
         QTest::addColumn<QString>("type");
         QTest::addColumn<QString>("members");
         QTest::addColumn<QString>("message");
         const QString out = " points outside the installation folder";
-        QTest::newRow("absolute symlink out") << "tar.gz"
-                                              << "link('etc', '/etc')"
-                                              << "Unsafe package member etc: a symbolic link to /etc" + out;
-        QTest::newRow("relative symlink out")
-            << "tar.gz"
-            << "file('bin/ok')\nlink('bin/up', '../../../outside')"
-            << "Unsafe package member bin/up: a symbolic link to ../../../outside" + out;
-        QTest::newRow("symlink out through another link")
-            << "tar.gz"
-            << "link('a', 'sub/..')\nfile('sub/x')\nlink('b', 'a/../..')"
-            << "Unsafe package member b: a symbolic link to a/../.." + out;
-        QTest::newRow("fifo") << "tar.gz"
-                              << "special('pipe', tarfile.FIFOTYPE)"
-                              << "Unsafe package member pipe: a FIFO is not allowed";
-        QTest::newRow("device node") << "tar.gz"
-                                     << "special('dev/null', tarfile.CHRTYPE)"
-                                     << "Unsafe package member dev/null: a device node is not allowed";
-        QTest::newRow("dot-dot member") << "tar.gz"
-                                        << "file('../../escaped.txt')\nfile('ok.txt')"
-                                        << "Member name contains '..'";
-        QTest::newRow("zip symlink out")
-            << "zip"
-            << "i = zipfile.ZipInfo('top/escape'); i.create_system = 3; i.external_attr = 0o120777 << 16\n"
-               "z.writestr(i, '/etc')\nz.writestr('top/ok', 'ok')"
-            << "Unsafe package member top/escape: a symbolic link to /etc" + out;
-        // A prompt reading a pipe would sit until the time-out; the null device answers at
-        // once, and unzip reports the skipped member as a warning.
-        QTest::newRow("duplicate zip member") << "zip"
-                                              << "z.writestr('a.txt', 'first')\nz.writestr('a.txt', 'second')"
-                                              << "unzip exited with code 1";
+        const auto row
+            = [](const char *name, const char *type, const QString &members, const QString &message) {
+                  QTest::newRow(name) << QString(type) << members << message;
+              };
+        row("absolute symlink out", "tar.gz", "link('etc', '/etc')",
+            "Unsafe package member etc: a symbolic link to /etc" + out);
+        row("relative symlink out", "tar.gz", "file('bin/ok')\nlink('bin/up', '../../../outside')",
+            "Unsafe package member bin/up: a symbolic link to ../../../outside" + out);
+        row("symlink out through another link", "tar.gz",
+            "link('a', 'sub/..')\nfile('sub/x')\nlink('b', 'a/../..')",
+            "Unsafe package member b: a symbolic link to a/../.." + out);
+        row("fifo", "tar.gz", "special('pipe', tarfile.FIFOTYPE)",
+            "Unsafe package member pipe: a FIFO is not allowed");
+        row("device node", "tar.gz", "special('dev/null', tarfile.CHRTYPE)",
+            "Unsafe package member dev/null: a device node is not allowed");
+        row("dot-dot member", "tar.gz", "file('../../escaped.txt')\nfile('ok.txt')",
+            "Member name contains '..'");
+        row("zip symlink out", "zip",
+            "i = zipfile.ZipInfo('top/escape'); i.create_system = 3; i.external_attr = 0o120777 << 16\n"
+            "z.writestr(i, '/etc')\nz.writestr('top/ok', 'ok')",
+            "Unsafe package member top/escape: a symbolic link to /etc" + out);
+        // A prompt reading a pipe would sit until the time-out; the null device answers at once, and unzip
+        // reports the skipped member as a warning.
+        row("duplicate zip member", "zip", "z.writestr('a.txt', 'first')\nz.writestr('a.txt', 'second')",
+            "unzip exited with code 1");
     }
 
     void hostileArchivesAreRefused()
@@ -390,10 +309,9 @@ private slots:
                   "link('dangling', 'later/file')\nlink('hard', 'jre/bin/java', tarfile.LNKTYPE)")
             + ".tar.gz";
         const QString target = freshTarget("inside-v");
-        const auto r = extract(kit::feedEntry("tool", "1", "tar.gz", "http://x", archive), archive, target);
-        QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
-        QCOMPARE(kit::readFile(target + "/bin/java"), QByteArray("j"));
-        QCOMPARE(kit::readFile(target + "/hard"), QByteArray("j"));
+        KIT_VERIFY_OK(unpack("tar.gz", archive, target));
+        QCOMPARE(readFile(target + "/bin/java"), QByteArray("j"));
+        QCOMPARE(readFile(target + "/hard"), QByteArray("j"));
     }
 
     void setuidForeignOwnerAndSharedWriteBitsAreCleared()
@@ -405,15 +323,12 @@ private slots:
                   "t.addfile(i)")
             + ".tar.gz";
         const QString target = freshTarget("suid-v");
-        const auto r = extract(kit::feedEntry("tool", "1", "tar.gz", "http://x", archive), archive, target);
-        QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
+        KIT_VERIFY_OK(unpack("tar.gz", archive, target));
         QCOMPARE(modeOf(target + "/bin/su") & (S_ISUID | S_ISGID | S_IWGRP | S_IWOTH), mode_t(0));
         QVERIFY(modeOf(target + "/bin/su") & S_IXUSR);
         QCOMPARE(modeOf(target + "/shared") & (S_ISGID | S_IWGRP | S_IWOTH), mode_t(0));
-        // Nor does the archive choose the owner.
-        struct stat st;
-        QVERIFY(::lstat(QFile::encodeName(target + "/bin/su").constData(), &st) == 0);
-        QCOMPARE(st.st_uid, ::geteuid());
+        QCOMPARE(
+            QFileInfo(target + "/bin/su").ownerId(), ::geteuid()); // nor does the archive choose the owner
     }
 
     void hardLinkSharedWithOutsideIsRefused()

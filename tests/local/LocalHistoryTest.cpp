@@ -5,10 +5,7 @@
 #include "local/LocalApplicationsHistoryHolder.h"
 #include "support/TempHome.h"
 
-#include <QDir>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QTest>
+#include <QtTest>
 
 namespace {
 
@@ -16,14 +13,6 @@ LocalFeedItem diskItem(const QString &channelDir, const QString &build)
 {
     return LocalFeedItem::localApplication(
         feedRecord("ide", build), channelDir + "/" + build, channelDir + "/" + build, "stable");
-}
-
-template <typename Item> QStringList buildsOf(const QList<Item> &items)
-{
-    QStringList result;
-    for (const Item &item : items)
-        result << item.getBuild();
-    return result;
 }
 
 QStringList actionsIn(const QString &path)
@@ -65,22 +54,21 @@ private slots:
         QTest::addColumn<QStringList>("items");
         QTest::addColumn<QStringList>("onDisk");
         QTest::addColumn<QString>("logged");
-        QTest::newRow("install update rollback")
-            << QStringList { "install:1.0", "update:2.0", "rollback:1.0" } << QStringList { "1.0" }
-            << QStringList { "install:1.0", "update:2.0", "rollback:1.0" } << QString();
-        QTest::newRow("rollback below the first build resets") << QStringList { "install:1.0",
-            "rollback:1.0" } << QStringList() << QStringList() << "Inconsistent history. Reset history in ";
-        // An unknown action resets the same way, without failing the caller.
-        QTest::newRow("unknown action resets")
-            << QStringList { "install:1.0", "sidegrade:2.0" } << QStringList() << QStringList()
-            << "Unknown action sidegrade";
-        QTest::newRow("rollback to an unexpected build is only logged")
-            << QStringList { "install:1.0", "update:2.0", "downgrade:3.0" } << QStringList { "1.0" }
-            << QStringList { "install:1.0", "update:2.0", "downgrade:3.0" }
-            << "rolled back to something strange: should get ide 1.0 but got ide 3.0";
-        QTest::newRow("install starts a new history")
-            << QStringList { "install:1.0", "update:2.0", "install:5.0" } << QStringList { "5.0" }
-            << QStringList { "install:5.0" } << QString();
+        // "=" as the file: what was done. An unknown action resets like an impossible rollback,
+        // without failing the caller.
+        const auto row = [](const char *name, const QString &steps, const QString &items,
+                             const QString &onDisk, const QString &logged = {}) {
+            const QStringList done = steps.split(' ');
+            QTest::newRow(name) << done << items.split(' ', Qt::SkipEmptyParts)
+                                << (onDisk == "=" ? done : onDisk.split(' ', Qt::SkipEmptyParts)) << logged;
+        };
+        row("install update rollback", "install:1.0 update:2.0 rollback:1.0", "1.0", "=");
+        row("rollback below the first build resets", "install:1.0 rollback:1.0", "", "",
+            "Inconsistent history. Reset history in ");
+        row("unknown action resets", "install:1.0 sidegrade:2.0", "", "", "Unknown action sidegrade");
+        row("rollback to an unexpected build is only logged", "install:1.0 update:2.0 downgrade:3.0", "1.0",
+            "=", "rolled back to something strange: should get ide 1.0 but got ide 3.0");
+        row("install starts a new history", "install:1.0 update:2.0 install:5.0", "5.0", "install:5.0");
     }
 
     void actionsShapeTheHistory()
@@ -96,11 +84,9 @@ private slots:
             history.addHistoryEntry(diskItem(m_channelDir, steps[i].section(':', 1)),
                 steps[i].section(':', 0, 0), T0.addSecs(60 * i));
         QCOMPARE(buildsOf(history.getItems()), items);
-        QCOMPARE(actionsIn(m_path), onDisk);
-        QCOMPARE(history.getHistory().size(), onDisk.size());
-        if (!logged.isEmpty())
-            QVERIFY(log.contains(logged));
-        QVERIFY(QJsonDocument::fromJson(readFile(m_path)).isObject());
+        QVERIFY(actionsIn(m_path) == onDisk && history.getHistory().size() == onDisk.size());
+        QVERIFY((logged.isEmpty() || log.contains(logged))
+            && QJsonDocument::fromJson(readFile(m_path)).isObject());
         const auto reloaded = LocalApplicationsHistory::fromFile(m_path);
         QCOMPARE(reloaded.getHistory(), history.getHistory());
         QCOMPARE(buildsOf(reloaded.getItems()), items);
@@ -110,8 +96,8 @@ private slots:
         const QJsonObject entry = readJson(m_path)["history"].toArray().first().toObject();
         const int first = steps.size() - onDisk.size(); // the step that wrote the first entry kept
         QCOMPARE(entry["timestamp"].toString(), T0.addSecs(60 * first).toString(Qt::ISODateWithMs));
-        QVERIFY(entry["timestamp"].toString().endsWith(".456"));
-        QVERIFY(!entry["item"].toObject().contains("system-install-path"));
+        QVERIFY(entry["timestamp"].toString().endsWith(".456")
+            && !entry["item"].toObject().contains("system-install-path"));
     }
 
     void buildsAllGoneFromDiskMakeTheFirstDiskBuildActive()
@@ -122,61 +108,54 @@ private slots:
 
         LogCapture log;
         const QList<LocalFeedItem> disk { diskItem(m_channelDir, "7.0"), diskItem(m_channelDir, "8.0") };
-        const auto active = history.getActiveItem(disk);
-        QVERIFY(active);
-        QCOMPARE(active->getBuild(), QString("7.0"));
+        QCOMPARE(history.getActiveItem(disk).value().getBuild(), QString("7.0"));
         QVERIFY(log.contains("no one items in history matches on one item on the disk by build number"));
-        QCOMPARE(actionsIn(m_path), QStringList({ "install:7.0" }));
-        QCOMPARE(buildsOf(history.getItems()), QStringList({ "7.0" }));
+        QVERIFY(actionsIn(m_path) == QStringList("install:7.0")
+            && buildsOf(history.getItems()) == QStringList("7.0"));
 
         // With a matching history nothing is written; the most recent match wins.
         history.addHistoryEntry(diskItem(m_channelDir, "8.0"), "update", T0);
         const QByteArray file = readFile(m_path);
-        QCOMPARE(history.getActiveItem(disk)->getBuild(), QString("8.0"));
-        QCOMPARE(readFile(m_path), file);
+        QVERIFY(history.getActiveItem(disk)->getBuild() == "8.0" && readFile(m_path) == file);
     }
 
     void loadingSkipsInvalidItemsAndResetsOnInconsistency()
     {
-        const QJsonObject a { { "item", feedRecord("ide", "1.0") }, { "action", "install" },
-            { "timestamp", T0.toString(Qt::ISODateWithMs) } };
-        const QJsonObject broken { { "item", QJsonObject { { "id", "ide" } } }, { "action", "update" },
-            { "timestamp", T0.toString(Qt::ISODateWithMs) } };
-        const QJsonObject b { { "item", feedRecord("ide", "2.0") }, { "action", "update" },
-            { "timestamp", T0.toString(Qt::ISODateWithMs) } };
+        const auto entry = [](const QJsonObject &item, const char *action) {
+            return QJsonObject { { "item", item }, { "action", action },
+                { "timestamp", T0.toString(Qt::ISODateWithMs) } };
+        };
+        const QJsonObject a = entry(feedRecord("ide", "1.0"), "install"),
+                          b = entry(feedRecord("ide", "2.0"), "update");
+        const QJsonObject broken = entry(QJsonObject { { "id", "ide" } }, "update");
         LogCapture log;
         const LocalApplicationsHistory history(m_path, { { "history", QJsonArray { a, broken, b } } });
-        QVERIFY(log.contains("history entry has invalid item"));
-        QCOMPARE(history.getHistory().size(), 2);
-        QCOMPARE(buildsOf(history.getItems()), QStringList({ "2.0", "1.0" }));
-        QCOMPARE(history.getHistory().first().getTimestamp(), T0);
+        QVERIFY(log.contains("history entry has invalid item") && history.getHistory().size() == 2);
+        QVERIFY(buildsOf(history.getItems()) == QStringList({ "2.0", "1.0" })
+            && history.getHistory().first().getTimestamp() == T0);
 
         // A rollback with nothing to return to: everything is dropped in memory,
         // the file itself is left for the next recorded action to rewrite.
-        const QJsonObject rollback { { "item", feedRecord("ide", "1.0") }, { "action", "rollback" },
-            { "timestamp", T0.toString(Qt::ISODateWithMs) } };
-        const QJsonObject inconsistent { { "history", QJsonArray { a, rollback, b } } };
+        const QJsonObject inconsistent { { "history",
+            QJsonArray { a, entry(feedRecord("ide", "1.0"), "rollback"), b } } };
         m_home->writeFile("apps/ide/stable/.history.json", QJsonDocument(inconsistent).toJson());
         const auto loaded = LocalApplicationsHistory::fromFile(m_path);
-        QVERIFY(loaded.getItems().isEmpty() && loaded.getHistory().isEmpty());
-        QCOMPARE(loaded.getHistoryJson(), QJsonObject());
+        QVERIFY(loaded.getItems().isEmpty() && loaded.getHistory().isEmpty()
+            && loaded.getHistoryJson().isEmpty());
         QCOMPARE(readJson(m_path), inconsistent);
-    }
 
-    void unreadableHistoryFileBecomesAnEmptyObject()
-    {
+        // An unreadable file becomes an empty object.
         m_home->writeFile("apps/ide/stable/.history.json", "{\"history\": [");
-        const auto history = LocalApplicationsHistory::fromFile(m_path);
-        QVERIFY(history.getHistory().isEmpty());
+        QVERIFY(LocalApplicationsHistory::fromFile(m_path).getHistory().isEmpty());
         QCOMPARE(readFile(m_path).trimmed(), QByteArray("{\n}"));
     }
 
     void diskBuildsSortInHistoryOrderUnnamedOnesLastNewestFirst()
     {
         auto history = LocalApplicationsHistory::fromFile(m_path);
-        history.addHistoryEntry(diskItem(m_channelDir, "1.0"), "install", T0);
-        history.addHistoryEntry(diskItem(m_channelDir, "2.0"), "update", T0);
-        history.addHistoryEntry(diskItem(m_channelDir, "3.0"), "update", T0);
+        for (const char *build : { "1.0", "2.0", "3.0" })
+            history.addHistoryEntry(
+                diskItem(m_channelDir, build), build[0] == '1' ? "install" : "update", T0);
         LogCapture log;
         const QList<LocalFeedItem> disk { diskItem(m_channelDir, "0.5"), diskItem(m_channelDir, "1.0"),
             diskItem(m_channelDir, "0.9"), diskItem(m_channelDir, "3.0") };
@@ -185,10 +164,9 @@ private slots:
 
         // One step back skips the build that is gone and lands on 1.0.
         QCOMPARE(history.getInstantRollbackItem(disk)->getBuild(), QString("1.0"));
-        QVERIFY(!history.getInstantRollbackItem({ diskItem(m_channelDir, "3.0") }));
-        QVERIFY(!history.getInstantRollbackItem({}));
-        QCOMPARE(history.getRollbackItem("2.0")->getBuild(), QString("2.0"));
-        QVERIFY(!history.getRollbackItem("9.9"));
+        QVERIFY(!history.getInstantRollbackItem({ diskItem(m_channelDir, "3.0") })
+            && !history.getInstantRollbackItem({}));
+        QVERIFY(history.getRollbackItem("2.0")->getBuild() == "2.0" && !history.getRollbackItem("9.9"));
     }
 
     void holderCachesPerChannelAndRemovalDeletesTheFile()
@@ -222,43 +200,39 @@ private slots:
 
     void filterJsonFormAndErrors()
     {
-        QCOMPARE(LocalApplicationsFilter::fromSettingsJSON({}).error(), QString("No settings were found"));
-        QCOMPARE(LocalApplicationsFilter::fromSettingsJSON({ { "filter", "x" } }).error(),
-            QString("No settings were found"));
-        QCOMPARE(LocalApplicationsFilter::fromSettingsJSON(
-                     { { "filter", QJsonObject { { "quality_filter", 1 } } } })
-                     .error(),
+        const auto refusal = [](const QJsonObject &settings) {
+            return LocalApplicationsFilter::fromSettingsJSON(settings).error();
+        };
+        QCOMPARE(refusal({}), QString("No settings were found"));
+        QCOMPARE(refusal({ { "filter", "x" } }), QString("No settings were found"));
+        QCOMPARE(refusal({ { "filter", QJsonObject { { "quality_filter", 1 } } } }),
             QString("Cannot read application type from data"));
 
         LocalApplicationsFilter filter
             = LocalApplicationsFilter::fromFeedItem(RemoteFeedItem(feedRecord("ide", "1.0", 2)));
         QJsonObject json = filter.toJSON();
-        QCOMPARE(json["application_type"].toString(), QString("ide"));
-        QCOMPARE(json.value("quality_filter")["order_value"].toInt(), 2);
-        QVERIFY(json["skipped_filter"].isArray() && !json.contains("version_filter"));
-        QVERIFY(!json.contains("branch_filter"));
+        QVERIFY(json["application_type"] == "ide" && json.value("quality_filter")["order_value"] == 2);
+        QVERIFY(json["skipped_filter"].isArray() && !json.contains("version_filter")
+            && !json.contains("branch_filter"));
 
         const ApplicationMajorVersion major(QJsonObject { { "order_value", 3 } });
         filter.toggleVersionFilter(major);
         QCOMPARE(filter.majorVersion()->orderValue(), 3);
         filter.toggleVersionFilter(major);
-        QVERIFY(!filter.majorVersion());
-        filter.skipUpdate("1.5");
-        filter.skipUpdate("1.5");
-        QCOMPARE(filter.skippedUpdates(), QStringList({ "1.5" }));
+        for (int i = 0; i < 2; ++i)
+            filter.skipUpdate("1.5");
         filter.updateBranch(QString("next"));
         filter.markAsPerpetaulFallback(T0);
-        QCOMPARE(*filter.perpetualFallbackDate(), T0);
+        QVERIFY(!filter.majorVersion() && filter.skippedUpdates() == QStringList("1.5")
+            && *filter.perpetualFallbackDate() == T0);
 
         // Keys of a newer version survive a round trip through the settings.
         json = filter.toJSON();
         json.insert("future_key", "kept");
         const auto reread = LocalApplicationsFilter::fromSettingsJSON({ { "filter", json } });
-        QVERIFY(reread);
-        QCOMPARE(reread->toJSON()["future_key"].toString(), QString("kept"));
-        QCOMPARE(*reread->branch(), QString("next"));
-        QCOMPARE(reread->updateFilterSettingsJSON({ { "custom_name", "n" } })["custom_name"].toString(),
-            QString("n"));
+        QVERIFY(reread->toJSON()["future_key"] == "kept" && *reread->branch() == "next");
+        QCOMPARE(
+            reread->updateFilterSettingsJSON({ { "custom_name", "n" } })["custom_name"], QJsonValue("n"));
     }
 
     void filterAcceptsWhatTheChannelFollows()
@@ -268,14 +242,13 @@ private slots:
         auto item = [](const QString &build, int quality, int major) {
             return RemoteFeedItem(feedRecord("ide", build, quality, major));
         };
-        QVERIFY(filter.accept(item("1.0", 1, 1))); // more stable than asked
-        QVERIFY(filter.accept(item("1.0", 2, 1))); // exactly as stable
-        QVERIFY(!filter.accept(item("1.0", 3, 1))); // less stable
+        // More stable than asked, exactly as stable, less stable.
+        QVERIFY(filter.accept(item("1.0", 1, 1)) && filter.accept(item("1.0", 2, 1))
+            && !filter.accept(item("1.0", 3, 1)));
         QJsonObject noQuality = feedRecord("ide", "1.0");
         noQuality.remove("quality");
-        QVERIFY(filter.accept(RemoteFeedItem(noQuality)));
-
-        QVERIFY(!filter.accept(RemoteFeedItem(feedRecord("lint", "1.0"))));
+        QVERIFY(filter.accept(RemoteFeedItem(noQuality))
+            && !filter.accept(RemoteFeedItem(feedRecord("lint", "1.0"))));
         QJsonObject successor = feedRecord("ide-ultimate", "1.0");
         successor.insert("supersedes", QJsonArray { QJsonObject { { "id", "ide" } } });
         QVERIFY(filter.accept(RemoteFeedItem(successor)));

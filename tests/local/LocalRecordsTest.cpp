@@ -3,37 +3,25 @@
 #include "local/LocalFeedItem.h"
 #include "support/TempHome.h"
 
-#include <QDir>
-#include <QHash>
-#include <QMap>
-#include <QSet>
-#include <QTest>
+#include <QtTest>
 
 class LocalRecordsTest : public QObject
 {
     Q_OBJECT
 
 private slots:
+    // One channel whatever its folder: equal, hashed alike, one key of a map; ordered by type, then
+    // channel id in plain string order.
     void channelsAreOneChannelWhateverTheirFolders()
     {
-        const LocalChannel a(false, "/one/apps/ide/ch-0", "ide", "ch-0");
-        const LocalChannel b(true, "/elsewhere/ide", "ide", "ch-0");
+        const LocalChannel a(false, "/one/apps/ide/ch-0", "ide", "ch-0"),
+            b(true, "/elsewhere/ide", "ide", "ch-0");
         const LocalChannel otherId(false, "/one/apps/ide/ch-1", "ide", "ch-1");
         const LocalChannel otherType(false, "/one/apps/lint/ch-0", "lint", "ch-0");
-        QCOMPARE(a, b);
-        QCOMPARE(qHash(a), qHash(b));
-        QVERIFY(a != otherId && a != otherType);
-
-        // Usable as a key of both kinds of map: the second insert replaces the first.
-        QHash<LocalChannel, int> hash { { a, 1 }, { b, 2 }, { otherId, 3 } };
-        QCOMPARE(hash.size(), 2);
-        QCOMPARE(hash.value(a), 2);
-        QMap<LocalChannel, int> map { { a, 1 }, { b, 2 }, { otherType, 3 }, { otherId, 4 } };
-        QCOMPARE(map.size(), 3);
-        // Ordered by type, then channel id in plain string order.
-        QCOMPARE(map.firstKey().getChannelId(), QString("ch-0"));
-        QCOMPARE(map.keys().at(1).getChannelId(), QString("ch-1"));
-        QCOMPARE(map.lastKey().getApplicationType(), QString("lint"));
+        QVERIFY(a == b && qHash(a) == qHash(b) && a != otherId && a != otherType);
+        QCOMPARE((QHash<LocalChannel, int> { { a, 1 }, { b, 2 }, { otherId, 3 } }.value(a)), 2);
+        const QMap<LocalChannel, int> map { { a, 1 }, { b, 2 }, { otherType, 3 }, { otherId, 4 } };
+        QCOMPARE(map.keys(), QList<LocalChannel>({ a, otherId, otherType }));
         QVERIFY(LocalChannel(false, "", "B", "a") < LocalChannel(false, "", "a", "A"));
     }
 
@@ -48,33 +36,31 @@ private slots:
         const LocalFeedItem item
             = LocalFeedItem::localApplication(feedRecord("ide", "1.1"), viaLink, viaLink, "stable");
         QCOMPARE(item.getInstallDir(), QFileInfo(real).canonicalFilePath());
-        QCOMPARE(item.getApplicationDir(), item.getInstallDir());
-        QCOMPARE(item.getChannelId(), QString("stable"));
+        QVERIFY(item.getApplicationDir() == item.getInstallDir() && item.getChannelId() == "stable");
         QVERIFY(item.isInstalled() && item.canBeUninstalled() && item.isValid());
 
         // A folder that does not exist is kept as given, with forward slashes.
         const QString missing = home.path() + "/gone/../gone/build-2";
         const LocalFeedItem ghost
             = LocalFeedItem::localApplication(feedRecord("ide", "1.2"), missing, missing, "s");
-        QCOMPARE(ghost.getInstallDir(), missing);
-        QCOMPARE(ghost.getChannel().getChannelDirectory(), home.path() + "/gone");
-        QCOMPARE(ghost.getFeedItemFile(), missing + "/.feed");
+        QCOMPARE(QStringList({ ghost.getInstallDir(), ghost.getChannel().getChannelDirectory(),
+                     ghost.getFeedItemFile() }),
+            QStringList({ missing, home.path() + "/gone", missing + "/.feed" }));
     }
 
     void detectedBuildsAreTheirOwnChannelAndCannotBeUninstalled()
     {
-        LogCapture log;
         const LocalFeedItem item = LocalFeedItem::detectedApplication(
             feedRecord("ide", "3.0"), "/opt/ide-3", "system", QString("/opt/ide-3/uninstall"));
         QVERIFY(item.isDetected() && !item.canBeUninstalled() && item.getChannel().isDetected());
         QCOMPARE(item.getChannel().getChannelDirectory(), QString("/opt/ide-3"));
 
         // An empty channel id makes the record invalid, however good the feed record.
-        QVERIFY(!LocalFeedItem::detectedApplication(feedRecord("ide", "3.0"), "/opt/ide-3", "").isValid());
-        QVERIFY(!LocalFeedItem::localApplication(feedRecord("ide", "3.0"), "", "", "c").isValid());
         QJsonObject noPackage = feedRecord("ide", "3.0");
         noPackage.remove("package");
-        QVERIFY(!LocalFeedItem::localApplication(noPackage, "/x", "/x", "c").isValid());
+        QVERIFY(!LocalFeedItem::detectedApplication(feedRecord("ide", "3.0"), "/opt/ide-3", "").isValid()
+            && !LocalFeedItem::localApplication(feedRecord("ide", "3.0"), "", "", "c").isValid()
+            && !LocalFeedItem::localApplication(noPackage, "/x", "/x", "c").isValid());
     }
 
     void derivedCopiesLeaveTheSourceUnchanged()
@@ -89,8 +75,8 @@ private slots:
             json.insert(LocalFeedItem::RunAsAdministratorKey, QJsonValue::Null);
             return json;
         });
-        QVERIFY(nulled && !nulled->getRunAsAdministrator());
-        QVERIFY(!item.weave([](QJsonObject) -> Option<QJsonObject> { return None; }));
+        QVERIFY(nulled && !nulled->getRunAsAdministrator()
+            && !item.weave([](QJsonObject) -> Option<QJsonObject> { return None; }));
 
         // The feed record handed out is the one installed from: no bookkeeping keys.
         const RemoteFeedItem feed = elevated.getFeedItem();
@@ -98,9 +84,9 @@ private slots:
         for (const QString &key : feed.toJson().keys())
             QVERIFY2(!key.startsWith("system-"), qPrintable(key));
         QVERIFY(item.isEqualByInstallDir(elevated));
-        QCOMPARE(getInstallDir(RemoteFeedItem(item.toJson())), QString("/a/b"));
-        QCOMPARE(getPluginsPath(item), QString("/a/b.plugins"));
-        QCOMPARE(getRootPath(item), QString("/a/b"));
+        QCOMPARE(QStringList({ getInstallDir(RemoteFeedItem(item.toJson())), getPluginsPath(item),
+                     getRootPath(item) }),
+            QStringList({ "/a/b", "/a/b.plugins", "/a/b" }));
     }
 };
 

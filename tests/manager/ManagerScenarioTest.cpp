@@ -25,7 +25,6 @@
 #include "support/TempHome.h"
 
 #include <QProcess>
-#include <QRandomGenerator>
 #include <QtTest>
 #include <memory>
 
@@ -103,10 +102,7 @@ class ManagerScenarioTest : public QObject
         } else if (packageType == "zip") {
             makeBuild(type, build);
             name = type + "-" + build + ".zip";
-            QVERIFY(kit::run("python3", { "-c",
-                "import os,sys,zipfile\nz=zipfile.ZipFile(sys.argv[1],'w')\nfor r,_,fs in os.walk(sys.argv[2]):\n"
-                " for f in fs:\n  p=os.path.join(r,f); z.write(p, os.path.join(sys.argv[3], os.path.relpath(p, sys.argv[2])))\n",
-                m_www + "/" + name, tree(type, build), type + "-" + build }));
+            QVERIFY(kit::run("zip", { "-qr", m_www + "/" + name, type + "-" + build }, m_home->path() + "/src"));
         } else {
             name = type + "-" + build + ".AppImage";
             // Ember 4.1 does not start on this machine.
@@ -204,8 +200,7 @@ private slots:
         m_home = std::make_unique<TempHome>();
         m_www = m_home->path() + "/www";
         QDir().mkpath(m_www);
-        for (int i = 0; i < 16384; ++i)
-            m_bulk.append(reinterpret_cast<const char *>(&(const quint32 &)QRandomGenerator::global()->generate()), 4);
+        m_bulk = randomBytes(65536);
         m_signer = std::make_unique<FeedBuilder>(m_home->path() + "/ca");
         QVERIFY2(m_signer->isValid(), qPrintable(m_signer->errorString()));
         m_signatures.reset(SignatureManager::create(m_signer->caCertPath()).valueOr(nullptr));

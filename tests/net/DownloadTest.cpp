@@ -1,4 +1,5 @@
 #include "net/ActionProgress.h"
+#include "net/DownloadAccessManagerHolder.h"
 #include "net/DownloadSession.h"
 #include "net/ProgressManager.h"
 #include "settings/SettingsManager.h"
@@ -7,18 +8,13 @@
 #include "support/LogCapture.h"
 #include "support/NginxServer.h"
 #include "support/OnWorker.h"
+#include "support/ProxyServer.h"
 #include "support/TempHome.h"
 #include "support/TestData.h"
 
 #include <QBuffer>
-#include <QCryptographicHash>
-#include <QFile>
-#include <QJsonDocument>
-#include <QRandomGenerator>
-#include <QTemporaryDir>
-#include <QTimer>
+#include <QNetworkProxy>
 #include <QtTest>
-#include <memory>
 
 Q_DECLARE_METATYPE(FaultBehaviour)
 
@@ -40,6 +36,11 @@ FaultBehaviour stallAfter(qint64 bytes, int responses = -1)
     behaviour.stallResponses = responses;
     return behaviour;
 }
+
+QByteArray sha256(const QByteArray &data)
+{
+    return QCryptographicHash::hash(data, QCryptographicHash::Sha256);
+}
 } // namespace
 
 class DownloadTest : public QObject
@@ -47,6 +48,7 @@ class DownloadTest : public QObject
     Q_OBJECT
 
     std::unique_ptr<LogCapture> m_log;
+    using Progress = std::unique_ptr<ActionProgress>;
     std::unique_ptr<TempHome> m_home;
     std::unique_ptr<SettingsManager> m_settings;
     std::unique_ptr<DownloadSession> m_session;
@@ -54,6 +56,7 @@ class DownloadTest : public QObject
     QTemporaryDir m_served;
     QTemporaryDir m_out;
     std::unique_ptr<NginxServer> m_nginx;
+    std::unique_ptr<ProxyServer> m_proxy;
     QByteArray m_payload; // served as /payload.bin
     QString m_payloadPath;
 
@@ -75,6 +78,21 @@ class DownloadTest : public QObject
         return onWorker([&] {
             return m_session->get(url, contentType, &buffer, expectedSize, nullptr, ifModifiedSince);
         });
+    }
+
+    Progress progress()
+    {
+        return Progress(m_progress->createProgress("Download", ActionProgress::SingleAction, true));
+    }
+
+    void configureProxy(const QString &user, const QString &password)
+    {
+        QVERIFY(m_settings->updateSettings([&](SelfSettings &s) {
+            s.setProxyConfig(QNetworkProxy(QNetworkProxy::HttpProxy, m_proxy->host(), m_proxy->port()));
+            s.setProxyCredentials(user, password);
+        }));
+        makeSession();
+        m_log->clear();
     }
 
     void makeSession(Option<int> timeoutMs = None)
@@ -106,6 +124,8 @@ private slots:
         QVERIFY(FeedBuilder::writeFile(m_served.filePath("feed.json"), R"({"feed": true})"));
         m_nginx = std::make_unique<NginxServer>(m_served.path());
         QVERIFY2(m_nginx->start(), qPrintable(m_nginx->errorString()));
+        m_proxy = std::make_unique<ProxyServer>("hangar", "s3cret");
+        QVERIFY2(m_proxy->start(), qPrintable(m_proxy->errorString()));
     }
 
     void init()
@@ -122,8 +142,7 @@ private slots:
 
     void getFileIsByteIdenticalAndObserverSeesEveryChunkInOrder()
     {
-        std::unique_ptr<ActionProgress> progress(
-            m_progress->createProgress("Download", ActionProgress::SingleAction, true));
+        const Progress progress = this->progress();
         progress->totalSteps(m_payload.size());
         QCryptographicHash hash(QCryptographicHash::Sha256);
         qint64 observed = 0;
@@ -135,7 +154,7 @@ private slots:
         QVERIFY2(result, qPrintable(result.error()));
         QCOMPARE(readFile(outPath("a.bin")), m_payload);
         QCOMPARE(observed, qint64(m_payload.size()));
-        QCOMPARE(hash.result(), QCryptographicHash::hash(m_payload, QCryptographicHash::Sha256));
+        QCOMPARE(hash.result(), sha256(m_payload));
         QCOMPARE(progress->current(), m_payload.size());
         QVERIFY(!m_log->contains("from UI Thread!")); // no critical log from a worker
     }
@@ -146,8 +165,7 @@ private slots:
         const DownloadResult first
             = get(m_nginx->url("/feed.json"), buffer, 1000, QString("application/json"));
         QVERIFY2(first.isSuccessful(), qPrintable(first.error()));
-        QVERIFY(!first.isNotModified());
-        QCOMPARE(first.httpStatus(), 200);
+        QVERIFY(!first.isNotModified() && first.httpStatus() == 200);
         QCOMPARE(buffer.data(), QByteArray(R"({"feed": true})"));
         QCOMPARE(first.contentType(), QString("application/json"));
         QVERIFY(!first.eTag().isEmpty() && !first.lastModified().isEmpty());
@@ -166,7 +184,7 @@ private slots:
         QCOMPARE(third.data(), QByteArray(R"({"feed": true})"));
 
         const QStringList log = m_nginx->accessLogLines().filter("/feed.json");
-        QVERIFY(log.filter(QRegularExpression(" 304 range=- ims=\\w+")).size() == 1);
+        QCOMPARE(log.filter(QRegularExpression(" 304 range=- ims=\\w+")).size(), 1);
     }
 
     void missingFileIsAnErrorAndItsErrorPageIsNotWritten()
@@ -186,7 +204,7 @@ private slots:
     {
         QBuffer buffer;
         buffer.open(QIODevice::WriteOnly);
-        buffer.write("XY");
+        buffer.write("XY"); // appended to, not replaced
         const DownloadResult r = onWorker([&] {
             return m_session->getFromOffset(
                 m_nginx->url("/payload.bin"), 1000, &buffer, m_payload.size(), nullptr);
@@ -240,7 +258,7 @@ private slots:
             [&](const QByteArray &chunk) { hash.addData(chunk); });
         QVERIFY2(r, qPrintable(r.error()));
         QCOMPARE(readFile(outPath("cut.bin")), m_payload);
-        QCOMPARE(hash.result(), QCryptographicHash::hash(m_payload, QCryptographicHash::Sha256));
+        QCOMPARE(hash.result(), sha256(m_payload));
         // The network layer itself may send a request again when a connection drops before any
         // byte of the body: only the sequence of distinct ranges is ours.
         QList<QByteArray> ranges;
@@ -295,45 +313,39 @@ private slots:
         QTest::addColumn<int>("requests");
         QTest::addColumn<int>("kept");
 
-        FaultBehaviour etag = cutAfter(500000, 1);
-        etag.changeETag = true;
-        QTest::newRow("ETag changed")
-            << etag << QString("ETag changed. Download cannot be resumed") << 2 << 500000;
-        // The whole file the server sends again is not appended.
-        FaultBehaviour ignoresRange = cutAfter(300000, 1);
-        ignoresRange.ignoreRange = true;
-        QTest::newRow("Range ignored")
-            << ignoresRange << QString("Content-Range was not returned") << 2 << 300000;
-        FaultBehaviour lastModified = cutAfter(4096, 1);
-        lastModified.sendETag = false;
-        lastModified.changeLastModified = true;
-        QTest::newRow("Last-Modified changed")
-            << lastModified << QString("Last-Modified changed. Download cannot be resumed") << 2 << 4096;
-
-        // A Content-Range that does not continue the file: refused before a byte of it is appended.
-        const auto contentRange = [](const char *tag, const QByteArray &value, const QString &error) {
-            FaultBehaviour behaviour = cutAfter(4096, 1);
-            behaviour.contentRangeOverride = value;
-            QTest::newRow(tag) << behaviour << error << 2 << 4096;
+        const auto row = [](const char *tag, qint64 cut, const QString &error, int requests,
+                             const std::function<void(FaultBehaviour &)> &change) {
+            FaultBehaviour behaviour = cutAfter(cut, requests == 2 ? 1 : -1);
+            change(behaviour);
+            QTest::newRow(tag) << behaviour << error << requests << int(cut);
         };
-        contentRange("Content-Range of other start", "bytes 0-99/100",
-            "Content-Range is bytes 0-99/100, expected to start with bytes 4096-");
-        contentRange("Content-Range garbage", "bytes 4096-xyz/abc", "Invalid Content-Range returned");
-        contentRange(
-            "Content-Range ends before start", "bytes 4096-10/100", "Invalid Content-Range returned");
-        contentRange("Content-Range without unit", "4096-5000/6000",
-            "Content-Range is 4096-5000/6000, expected to start with bytes 4096-");
-
+        row("ETag changed", 500000, "ETag changed. Download cannot be resumed", 2,
+            [](FaultBehaviour &b) { b.changeETag = true; });
+        // The whole file the server sends again is not appended.
+        row("Range ignored", 300000, "Content-Range was not returned", 2,
+            [](FaultBehaviour &b) { b.ignoreRange = true; });
+        row("Last-Modified changed", 4096, "Last-Modified changed. Download cannot be resumed", 2,
+            [](FaultBehaviour &b) {
+                b.sendETag = false;
+                b.changeLastModified = true;
+            });
+        // A Content-Range that does not continue the file: refused before a byte of it is appended.
+        const auto range
+            = [](QByteArray v) { return [v](FaultBehaviour &b) { b.contentRangeOverride = v; }; };
+        row("Content-Range of other start", 4096,
+            "Content-Range is bytes 0-99/100, expected to start with bytes 4096-", 2,
+            range("bytes 0-99/100"));
+        row("Content-Range garbage", 4096, "Invalid Content-Range returned", 2, range("bytes 4096-xyz/abc"));
+        row("Content-Range ends before start", 4096, "Invalid Content-Range returned", 2,
+            range("bytes 4096-10/100"));
+        row("Content-Range without unit", 4096,
+            "Content-Range is 4096-5000/6000, expected to start with bytes 4096-", 2,
+            range("4096-5000/6000"));
         // Without range support or validators there is no second request at all.
-        FaultBehaviour noRanges = cutAfter(1000);
-        noRanges.sendAcceptRanges = false;
-        QTest::newRow("no Accept-Ranges")
-            << noRanges << QString("HTTP Ranges are not supported") << 1 << 1000;
-        FaultBehaviour noValidators = cutAfter(1000);
-        noValidators.sendETag = false;
-        noValidators.sendLastModified = false;
-        QTest::newRow("no validators")
-            << noValidators << QString("HTTP Range headers are missing") << 1 << 1000;
+        row("no Accept-Ranges", 1000, "HTTP Ranges are not supported", 1,
+            [](FaultBehaviour &b) { b.sendAcceptRanges = false; });
+        row("no validators", 1000, "HTTP Range headers are missing", 1,
+            [](FaultBehaviour &b) { b.sendETag = b.sendLastModified = false; });
     }
 
     void refusesToResumeWhatMayNotContinueTheFile()
@@ -376,8 +388,7 @@ private slots:
     {
         FaultServer server(m_payloadPath, stallAfter(1000)); // and no time-out is set
         QVERIFY(server.start());
-        std::unique_ptr<ActionProgress> progress(
-            m_progress->createProgress("Download", ActionProgress::SingleAction, true));
+        const Progress progress = this->progress();
         QTimer::singleShot(200, this, [&] { m_progress->cancelProgress(progress->id()); });
         const auto r = getFile(server.url(), "cancel1.bin", m_payload.size(), progress.get());
         QCOMPARE(r.error(), QString("Operation cancelled"));
@@ -396,8 +407,7 @@ private slots:
         QVERIFY(server.start());
         // A pause of ten minutes, slept in slices of 50 ms: only polling can end it in time.
         m_session->setBackoffSchedule({ 600000 }, 50);
-        std::unique_ptr<ActionProgress> progress(
-            m_progress->createProgress("Download", ActionProgress::SingleAction, true));
+        const Progress progress = this->progress();
         QTimer::singleShot(300, this, [&] { m_progress->cancelProgress(ProgressManager::KILL_ALL); });
         const auto r = getFile(server.url(), "pause.bin", m_payload.size(), progress.get());
         QCOMPARE(r.error(), QString("Operation cancelled"));
@@ -410,16 +420,15 @@ private slots:
     {
         FaultServer server(m_served.filePath("feed.json"));
         QVERIFY(server.start());
-        QBuffer a;
+        QBuffer a, b;
         a.open(QIODevice::WriteOnly);
+        b.open(QIODevice::WriteOnly);
         DownloadResult r = onWorker([&] {
             return m_session->post(server.url("/api"), QString("application/json"), &a, 1000, nullptr,
                 QJsonObject { { "name", "tool" }, { "n", 2 } });
         });
         QVERIFY2(r.isSuccessful(), qPrintable(r.error()));
         QCOMPARE(a.data(), QByteArray(R"({"feed": true})"));
-        QBuffer b;
-        b.open(QIODevice::WriteOnly);
         r = onWorker([&] {
             return m_session->post(server.url("/form"), None, &b, 1000, nullptr,
                 QMap<QString, QString> { { "user", "a b" }, { "key", "x&y=z" } });
@@ -477,6 +486,50 @@ private slots:
         const QStringList critical = m_log->matching("from UI Thread!", QtCriticalMsg);
         QCOMPARE(critical.size(), 1);
         QVERIFY(critical.first().startsWith("Downloading http://127.0.0.1:"));
+    }
+
+    // A real proxy demanding credentials (last: the settings keep it).
+    void goodProxyCredentialsDownloadThroughTheProxy()
+    {
+        configureProxy("hangar", "s3cret");
+        QCOMPARE(m_settings->getProxyPassword(), QString("s3cret"));
+        QBuffer buffer;
+        const DownloadResult r = get(m_nginx->url("/payload.bin"), buffer, m_payload.size());
+        QVERIFY2(r.isSuccessful(), qPrintable(r.error() + "\n" + m_proxy->log()));
+        QCOMPARE(buffer.data(), m_payload);
+        QVERIFY2(m_proxy->forwardedRequests() >= 1, qPrintable(m_proxy->log()));
+        QVERIFY(m_log->contains("Using username hangar for proxy authentication"));
+        // The password never reaches the settings file.
+        QVERIFY(QFile::exists(m_settings->path()) && !readFile(m_settings->path()).contains("s3cret"));
+    }
+
+    void wrongProxyCredentialsAreOfferedAtMostFourTimesThenErased()
+    {
+        configureProxy("hangar", "wrong");
+        QSignalSpy asked(m_settings.get(), &SettingsManager::proxyCredentialsRequired);
+        for (int requests = 0; !m_settings->getProxyPassword().isEmpty() && requests < 10; ++requests) {
+            QBuffer buffer;
+            const DownloadResult r = get(m_nginx->url("/payload.bin"), buffer, m_payload.size());
+            QVERIFY(r.isError() && buffer.data().isEmpty());
+        }
+        QVERIFY(m_settings->getProxyPassword().isEmpty());
+        QCOMPARE(m_log->count("Using username hangar for proxy authentication"), 4);
+        QCOMPARE(m_log->count("Exceed proxy authentication attempts limit"), 1);
+        QTRY_VERIFY(asked.count() >= 1);
+        QCOMPARE(asked.first().at(0).toString(), QString("127.0.0.1:%1").arg(m_proxy->port()));
+        QCOMPARE(m_session->accessManagerHolder()->proxyAuthenticationAttempts(), 0);
+    }
+
+    void missingProxyCredentialsAskTheUserAndFail()
+    {
+        configureProxy("", "");
+        QSignalSpy asked(m_settings.get(), &SettingsManager::proxyCredentialsRequired);
+        QSignalSpy sessionAsked(m_session.get(), &DownloadSession::proxyCredentialsRequired);
+        QBuffer buffer;
+        QVERIFY(get(m_nginx->url("/payload.bin"), buffer, m_payload.size()).isError());
+        QVERIFY(m_log->contains("Proxy authentication required, but no credentials provided"));
+        QTRY_VERIFY(asked.count() >= 1);
+        QVERIFY(sessionAsked.count() >= 1 && !m_log->contains("Using username"));
     }
 };
 

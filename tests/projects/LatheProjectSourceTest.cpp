@@ -3,11 +3,8 @@
 #include "ProjectsFixtures.h"
 #include "projects/ProjectCache.h"
 #include "support/TempHome.h"
+#include "support/TestData.h"
 
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
-#include <QSignalSpy>
 #include <QtTest>
 
 namespace {
@@ -63,11 +60,10 @@ private slots:
         makeProject(base + "/p3", "");
         home.writeFile("p2/.quern/workspace.xml", "<project/>");
         const QDateTime workspaceTime = QDateTime::fromSecsSinceEpoch(1600000000);
-        {
-            QFile workspace(base + "/p2/.quern/workspace.xml");
-            QVERIFY(workspace.open(QIODevice::ReadWrite));
-            QVERIFY(workspace.setFileTime(workspaceTime, QFileDevice::FileModificationTime));
-        }
+        QFile workspace(base + "/p2/.quern/workspace.xml");
+        QVERIFY(workspace.open(QIODevice::ReadWrite)
+            && workspace.setFileTime(workspaceTime, QFileDevice::FileModificationTime));
+        workspace.close();
         QDir().mkpath(base + "/empty");
         home.writeFile("plain/readme.txt", "a folder without .quern is still a project");
         home.writeFile("p1/.quern/icon.png", QByteArray("\x89PNG-light", 10));
@@ -75,16 +71,12 @@ private slots:
 
         const QString file = xdgRecentFile(home, "Forge2024.1");
         home.writeFile(QString(file).remove(0, home.path().size() + 1),
-            recentProjectsXml({
-                { "$USER_HOME$/p1", QString("1700000000000") },
-                { "$USER_HOME$/p2", None },
+            recentProjectsXml({ { "$USER_HOME$/p1", QString("1700000000000") }, { "$USER_HOME$/p2", None },
                 { "$USER_HOME$/p3", QString("not-a-number") },
-                { "$USER_HOME$/gone", QString("1700000000001") },
-                { "$USER_HOME$/empty", None },
+                { "$USER_HOME$/gone", QString("1700000000001") }, { "$USER_HOME$/empty", None },
                 { "$USER_HOME$/plain", None },
                 { "$USER_HOME$/p1/../p1/", None }, // the same project written another way
-                { "$APPLICATION_CONFIG_DIR$/light-edit/notes.txt", QString("1690000000000") },
-            }));
+                { "$APPLICATION_CONFIG_DIR$/light-edit/notes.txt", QString("1690000000000") } }));
         home.writeFile(".config/Vantrel/Forge2024.1/light-edit/notes.txt", "scratch");
 
         const QList<Project> projects = LatheProjectSource::detectProjectsFrom(file);
@@ -93,29 +85,22 @@ private slots:
             (QStringList { base + "/p1", base + "/p2", base + "/p3", base + "/plain",
                 configDir + "/light-edit/notes.txt" }));
 
-        const Project &p1 = projects.at(0);
-        QCOMPARE(p1.getName(), QString("Named Project"));
+        // An empty ".name" falls back to the folder name.
+        QStringList names;
+        for (const Project &p : projects)
+            names << p.getName();
+        QCOMPARE(names, QStringList({ "Named Project", "p2", "p3", "plain", "light-edit" }));
+        const Project &p1 = projects.at(0), &p2 = projects.at(1), &notes = projects.at(4);
         QCOMPARE(p1.getLastModified(), Option<QDateTime>(QDateTime::fromMSecsSinceEpoch(1700000000000)));
-        QCOMPARE(
-            p1.getIcon(), QString("data:image/png;base64," + QByteArray("\x89PNG-light", 10).toBase64()));
-        QCOMPARE(
-            p1.getDarkIcon(), QString("data:image/png;base64," + QByteArray("\x89PNG-dark", 9).toBase64()));
-        QVERIFY(p1.getOpenItems().isEmpty());
-
-        const Project &p2 = projects.at(1);
-        QCOMPARE(p2.getName(), QString("p2"));
+        QCOMPARE(p1.getIcon() + " " + p1.getDarkIcon(),
+            "data:image/png;base64," + QByteArray("\x89PNG-light", 10).toBase64() + " data:image/png;base64,"
+                + QByteArray("\x89PNG-dark", 9).toBase64());
+        QVERIFY(p1.getOpenItems().isEmpty() && p2.getIcon().isEmpty());
         QCOMPARE(p2.getLastModified(), Option<QDateTime>(workspaceTime));
-        QVERIFY(p2.getIcon().isEmpty());
-
-        const Project &p3 = projects.at(2);
-        QCOMPARE(p3.getName(), QString("p3")); // an empty ".name" falls back to the folder name
-        QVERIFY(!p3.getLastModified() && log.contains("Failed to parse project open timestamp not-a-number"));
-
+        QVERIFY(!projects.at(2).getLastModified()
+            && log.contains("Failed to parse project open timestamp not-a-number"));
         QVERIFY(log.contains(base + "/empty is empty") && log.contains(home.path() + "/gone does not exist"));
-
-        const Project &notes = projects.at(4);
         QCOMPARE(notes.getProjectDirectory(), configDir + "/light-edit");
-        QCOMPARE(notes.getName(), QString("light-edit"));
         QCOMPARE(notes.getLastModified(), Option<QDateTime>(QDateTime::fromMSecsSinceEpoch(1690000000000)));
     }
 
@@ -123,40 +108,32 @@ private slots:
     {
         TempHome home;
         LogCapture log;
+        // No projects from each file, and the reason logged (well-formed but without the list: quietly).
+        const auto none = [&](const QString &file, const QString &logged) {
+            return LatheProjectSource::detectProjectsFrom(file).isEmpty()
+                && (logged.isEmpty() || log.contains(logged));
+        };
         const QString missing = home.path() + "/nowhere/" + kRecentFile;
-        QVERIFY(LatheProjectSource::detectProjectsFrom(missing).isEmpty());
-        QVERIFY(log.contains("Cannot open " + missing));
-
+        QVERIFY(none(missing, "Cannot open " + missing));
         const QByteArray broken = "<application>\n<component name=\"RecentProjectsManager\">\n<option";
         const QString truncated = home.writeFile("truncated.xml", broken);
-        QVERIFY(LatheProjectSource::detectProjectsFrom(truncated).isEmpty());
-        QVERIFY(log.contains("Failed to parse " + truncated + " Error at (line"));
-
-        // Well-formed but without the list: nothing, quietly.
-        const QString other
-            = home.writeFile("other.xml", "<application><component name=\"Other\"/></application>");
-        QVERIFY(LatheProjectSource::detectProjectsFrom(other).isEmpty());
-
+        QVERIFY(none(truncated, "Failed to parse " + truncated + " Error at (line"));
+        QVERIFY(
+            none(home.writeFile("other.xml", "<application><component name=\"Other\"/></application>"), ""));
         // Far beyond any list a tool writes: not parsed at all.
         const QString huge = home.writeFile("huge.xml", QByteArray(16 * 1024 * 1024 + 1, ' '));
-        QVERIFY(LatheProjectSource::detectProjectsFrom(huge).isEmpty());
-        QVERIFY(log.contains("Cannot open " + huge + " - the file is too big: 16777217 bytes"));
-
-        // The tools' files are only ever read.
-        QFile again(truncated);
-        QVERIFY(again.open(QIODevice::ReadOnly));
-        QCOMPARE(again.readAll(), broken);
+        QVERIFY(none(huge, "Cannot open " + huge + " - the file is too big: 16777217 bytes"));
+        QCOMPARE(readFile(truncated), broken); // the tools' files are only ever read
     }
 
-    void oneBrokenToolDoesNotHideTheOthers()
+    // One broken tool does not hide the others; each tool reports a project once with its open item.
+    void eachToolReportsItsProjectsOnce()
     {
         TempHome home;
         LogCapture log;
         const QString base = QFileInfo(home.path()).canonicalFilePath();
-        makeProject(base + "/good");
         replaceFile(xdgRecentFile(home, "Broken2024.1"), "<application><component></application>");
-        replaceFile(
-            xdgRecentFile(home, "Fine2024.1"), recentProjectsXml({ { "$USER_HOME$/good", QString("5") } }));
+        replaceFile(xdgRecentFile(home, "Fine2024.1"), recent(base, { "good@5" }));
         LatheProjectSource source(nullptr);
         source.setTools({ tool("broken", "Broken*"), tool("fine", "Fine*") });
         const QList<Project> projects = source.findProjects(ProjectsUpdateReason::Startup);
@@ -164,29 +141,18 @@ private slots:
         QCOMPARE(
             projects.first().getOpenItems(), QList<ProjectOpenItem> { ProjectOpenItem("fine", "ch-fine") });
         QVERIFY(log.contains("Failed to parse " + xdgRecentFile(home, "Broken2024.1")));
-    }
 
-    void eachToolReportsAProjectOnceWithItsOpenItem()
-    {
-        TempHome home;
-        const QString base = QFileInfo(home.path()).canonicalFilePath();
-        makeProject(base + "/shared");
-        makeProject(base + "/only-home");
         // Two configuration folders of one tool both list the shared project.
         replaceFile(home.path() + "/.Forge2023.1/config/options/" + kRecentFile,
-            recentProjectsXml(
-                { { "$USER_HOME$/shared", QString("10") }, { "$USER_HOME$/only-home", None } }));
-        replaceFile(xdgRecentFile(home, "Forge2024.1"),
-            recentProjectsXml({ { "$USER_HOME$/shared", QString("20") } }));
-        const QList<Project> projects = LatheProjectSource::findToolProjects(tool("forge", "Forge20*"));
-        QCOMPARE(paths(projects), (QStringList { base + "/shared", base + "/only-home" }));
-        for (const Project &p : projects)
+            recent(base, { "shared@10", "only-home" }));
+        replaceFile(xdgRecentFile(home, "Forge2024.1"), recent(base, { "shared@20" }));
+        const QList<Project> forge = LatheProjectSource::findToolProjects(tool("forge", "Forge20*"));
+        QCOMPARE(paths(forge), (QStringList { base + "/shared", base + "/only-home" }));
+        for (const Project &p : forge)
             QCOMPARE(p.getOpenItems(), QList<ProjectOpenItem> { ProjectOpenItem("forge", "ch-forge") });
 
         // The tool's data location is searched too.
-        makeProject(base + "/elsewhere");
-        replaceFile(home.path() + "/custom-data/options/" + kRecentFile,
-            recentProjectsXml({ { "$USER_HOME$/elsewhere", None } }));
+        replaceFile(home.path() + "/custom-data/options/" + kRecentFile, recent(base, { "elsewhere" }));
         LatheProjectSource::Tool t = tool("forge", "None*");
         t.dataLocation = "$HOME/custom-data";
         QCOMPARE(paths(LatheProjectSource::findToolProjects(t)), QStringList { base + "/elsewhere" });
@@ -197,20 +163,15 @@ private slots:
         TempHome home;
         LogCapture log;
         const QString base = QFileInfo(home.path()).canonicalFilePath();
-        makeProject(base + "/a");
-        makeProject(base + "/b");
         const QString file = xdgRecentFile(home, "Forge2024.1");
-        replaceFile(file,
-            recentProjectsXml({ { "$USER_HOME$/a", QString("1") }, { "$USER_HOME$/b", QString("2") } }));
+        replaceFile(file, recent(base, { "a@1", "b@2" }));
         ProjectCache cache;
         LatheProjectSource source(&cache);
         source.setTools({ tool("forge", "Forge*") });
 
         QCOMPARE(source.findProjects(ProjectsUpdateReason::Startup).size(), 2);
-        QCOMPARE(log.count("Reading recent projects from"), 1);
         QCOMPARE(source.findProjects(ProjectsUpdateReason::ModelChanged).size(), 2);
-        QCOMPARE(log.count("Reading recent projects from"), 1);
-        QVERIFY(log.contains("no changes in projects"));
+        QVERIFY(log.count("Reading recent projects from") == 1 && log.contains("no changes in projects"));
 
         // The project folder went away while the list stayed: read again, the project is gone.
         QVERIFY(QDir(base + "/b").removeRecursively());
@@ -232,11 +193,9 @@ private slots:
         TempHome home;
         LogCapture log;
         const QString base = QFileInfo(home.path()).canonicalFilePath();
-        makeProject(base + "/a");
         makeProject(base + "/b");
         const QString file = xdgRecentFile(home, "Forge2024.1");
-        const QByteArray first = recentProjectsXml({ { "$USER_HOME$/a", QString("1") } });
-        replaceFile(file, first);
+        replaceFile(file, recent(base, { "a@1" }));
         ProjectCache cache;
         LatheProjectSource source(&cache);
         source.setTools({ tool("forge", "Forge*") });
@@ -246,8 +205,7 @@ private slots:
         QTRY_COMPARE(source.watchedFiles(), QStringList { file });
 
         // The tool saves a new list by renaming a fresh file over the old one.
-        replaceFile(file,
-            recentProjectsXml({ { "$USER_HOME$/b", QString("3") }, { "$USER_HOME$/a", QString("1") } }));
+        replaceFile(file, recent(base, { "b@3", "a@1" }));
         QTRY_COMPARE_WITH_TIMEOUT(changed.count(), 1, 10000);
         QCOMPARE(changed.first().first().value<ProjectsUpdateReason>(),
             ProjectsUpdateReason::RecentProjectsFileChanged);
@@ -255,9 +213,7 @@ private slots:
 
         // Saved again with the same projects: searched, but no notification.
         log.clear();
-        replaceFile(file,
-            recentProjectsXml({ { "$USER_HOME$/b", QString("3") }, { "$USER_HOME$/a", QString("1") } })
-                + "\n");
+        replaceFile(file, recent(base, { "b@3", "a@1" }) + "\n");
         QTRY_VERIFY_WITH_TIMEOUT(log.contains("no changes in projects"), 10000);
         QCOMPARE(changed.count(), 1);
 

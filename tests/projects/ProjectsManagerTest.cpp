@@ -10,12 +10,6 @@
 #include "settings/SettingsManager.h"
 #include "support/TempHome.h"
 
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
-#include <QJsonDocument>
-#include <QSignalSpy>
-#include <QThread>
 #include <QtTest>
 #include <memory>
 
@@ -23,10 +17,9 @@ namespace {
 
 Option<Project> byPath(const QList<Project> &projects, const QString &path)
 {
-    for (const Project &p : projects) {
+    for (const Project &p : projects)
         if (p.getFullPath() == path)
             return p;
-    }
     return None;
 }
 
@@ -54,19 +47,12 @@ struct World
         manager = std::make_unique<ProjectsManager>(
             QList<ProjectSource *> { source.get() }, nullptr, nullptr, settings.get());
     }
-    ~World()
-    {
-        manager.reset(); // before the source it asks
-    }
+    ~World() { manager.reset(); } // before the source it asks
     void edit(const std::function<void(SelfSettings &)> &change)
     {
-        QVERIFY(settings->updateSettings(change).isSuccessful());
+        QVERIFY(settings->updateSettings(change));
     }
-    QJsonObject settingsOnDisk() const
-    {
-        const Result<QJsonObject> json = JsonEditor::loadJsonFile(settingsPath);
-        return json.isSuccessful() ? *json : QJsonObject();
-    }
+    QJsonObject settingsOnDisk() const { return JsonEditor::loadJsonFile(settingsPath).valueOr({}); }
 };
 
 } // namespace
@@ -78,15 +64,10 @@ private slots:
     void projectKnownToTwoToolsAppearsOnceNewestFirst()
     {
         World w;
-        makeProject(w.base + "/a");
-        makeProject(w.base + "/b");
-        makeProject(w.base + "/c");
+        replaceFile(w.sparkFile, recent(w.base, { "b@3000" }));
         // A link and the folder it names are one project.
         QVERIFY(QFile::link(w.base + "/b", w.base + "/link"));
-        replaceFile(w.forgeFile,
-            recentProjectsXml({ { "$USER_HOME$/a", QString("1000") }, { "$USER_HOME$/link", QString("2000") },
-                { "$USER_HOME$/c", None } }));
-        replaceFile(w.sparkFile, recentProjectsXml({ { "$USER_HOME$/b", QString("3000") } }));
+        replaceFile(w.forgeFile, recent(w.base, { "a@1000", "link@2000", "c" }));
         QSignalSpy detected(w.manager.get(), &ProjectsManager::projectsDetected);
 
         LogCapture log;
@@ -98,35 +79,25 @@ private slots:
         const Project b = projects.first();
         QCOMPARE(
             b.getOpenItems(), (QList<ProjectOpenItem> { { "forge", "ch-forge" }, { "spark", "ch-spark" } }));
-        QCOMPARE(b.lastModifiedMsecs(), qint64(3000));
-        QCOMPARE(b.getName(), QString("b"));
-        QCOMPARE(b.getDefaultOpenItemKey(), QString("spark$$ch-spark")); // the tool that opened it last
-        QCOMPARE(projects.at(1).getDefaultOpenItemKey(), QString("forge$$ch-forge"));
-        QCOMPARE(detected.count(), 1);
-
+        QVERIFY(b.lastModifiedMsecs() == 3000 && b.getName() == "b");
+        // The default is the tool that opened it last.
+        QCOMPARE(b.getDefaultOpenItemKey() + " " + projects.at(1).getDefaultOpenItemKey(),
+            QString("spark$$ch-spark forge$$ch-forge"));
         // Nothing changed: nothing published.
-        QVERIFY(!w.manager->updateProjectsNow(ProjectsUpdateReason::ModelChanged));
-        QCOMPARE(detected.count(), 1);
+        QVERIFY(!w.manager->updateProjectsNow(ProjectsUpdateReason::ModelChanged) && detected.count() == 1);
 
         const QJsonObject json = b.toJson();
-        QCOMPARE(json.value("path").toString(), w.base + "/b");
+        QVERIFY(json.value("path") == w.base + "/b"
+            && json.value("last_modified").toVariant().toLongLong() == 3000);
         QCOMPARE(json.value("open_items").toArray().first().toObject(),
             (QJsonObject { { "application_id", "forge" }, { "channel_id", "ch-forge" } }));
-        QCOMPARE(json.value("last_modified").toVariant().toLongLong(), qint64(3000));
         QVERIFY(!projects.at(2).toJson().contains("last_modified"));
     }
 
     void hiddenProjectComesBackWhenOpenedAgain()
     {
         World w;
-        makeProject(w.base + "/a");
-        makeProject(w.base + "/b");
-        makeProject(w.base + "/untimed");
-        const QList<RecentEntry> untimed { { "$USER_HOME$/untimed", None } };
-        replaceFile(w.forgeFile,
-            recentProjectsXml(QList<RecentEntry> {
-                                  { "$USER_HOME$/a", QString("1000") }, { "$USER_HOME$/b", QString("1000") } }
-                + untimed));
+        replaceFile(w.forgeFile, recent(w.base, { "a@1000", "b@1000", "untimed" }));
         // A project hidden with no opening time to compare stays hidden.
         w.edit([&](SelfSettings &s) {
             s.setHiddenProject(w.base + "/untimed", QDateTime::fromMSecsSinceEpoch(1));
@@ -144,10 +115,7 @@ private slots:
         QVERIFY(w.settings->getSettings().getHiddenProjects().contains(w.base + "/a"));
 
         // Opened again later than it was hidden: back, and the hidden mark is dropped from the file.
-        replaceFile(w.forgeFile,
-            recentProjectsXml(QList<RecentEntry> { { "$USER_HOME$/a", QString("60000") },
-                                  { "$USER_HOME$/b", QString("1000") } }
-                + untimed));
+        replaceFile(w.forgeFile, recent(w.base, { "a@60000", "b@1000", "untimed" }));
         QVERIFY(w.manager->updateProjectsNow(ProjectsUpdateReason::RecentProjectsFileChanged));
         QCOMPARE(paths(w.manager->getProjects()), (QStringList { w.base + "/a", w.base + "/b" }));
         QVERIFY(!w.settings->getSettings().getHiddenProjects().contains(w.base + "/a"));
@@ -156,14 +124,11 @@ private slots:
         QVERIFY2(!hidden.contains(w.base + "/a"), qPrintable(QJsonDocument(w.settingsOnDisk()).toJson()));
     }
 
-    void favouritesAndChosenToolsComeFromTheSettings()
+    void favouritesChosenAndDominatingToolsComeFromTheSettings()
     {
         World w;
-        makeProject(w.base + "/a");
-        makeProject(w.base + "/b");
-        replaceFile(w.forgeFile,
-            recentProjectsXml({ { "$USER_HOME$/a", QString("1") }, { "$USER_HOME$/b", QString("1") } }));
-        replaceFile(w.sparkFile, recentProjectsXml({ { "$USER_HOME$/b", QString("2") } }));
+        replaceFile(w.forgeFile, recent(w.base, { "a@1", "b@1" }));
+        replaceFile(w.sparkFile, recent(w.base, { "b@2", "s@2" }));
         w.manager->updateProjectsNow(ProjectsUpdateReason::Startup);
         QCOMPARE(byPath(w.manager->getProjects(), w.base + "/b")->getDefaultOpenItemKey(),
             QString("spark$$ch-spark"));
@@ -175,56 +140,39 @@ private slots:
         });
         QTRY_VERIFY_WITH_TIMEOUT(detected.count() == 1, 10000);
         const Option<Project> b = byPath(w.manager->getProjects(), w.base + "/b");
-        QVERIFY(b->isFavorite());
+        QVERIFY(b->isFavorite() && !byPath(w.manager->getProjects(), w.base + "/a")->isFavorite());
         QCOMPARE(b->getDefaultOpenItemKey(), QString("forge$$ch-forge"));
-        QVERIFY(!byPath(w.manager->getProjects(), w.base + "/a")->isFavorite());
 
         // A settings change that touches no project mark looks for nothing.
         QSignalSpy finished(w.manager.get(), &ProjectsManager::updateFinished);
         w.edit([](SelfSettings &s) { s.setRunOnStartUp(false); });
         QTest::qWait(300);
         QCOMPARE(finished.count(), 0);
-    }
 
-    void dominatingToolsCanOpenTheProjectsOfTheToolsTheyReplace()
-    {
-        World w;
-        makeProject(w.base + "/a");
-        makeProject(w.base + "/s");
-        replaceFile(w.forgeFile, recentProjectsXml({ { "$USER_HOME$/a", QString("1") } }));
-        replaceFile(w.sparkFile, recentProjectsXml({ { "$USER_HOME$/s", QString("2") } }));
-        w.manager->updateProjectsNow(ProjectsUpdateReason::Startup);
-
-        QSignalSpy detected(w.manager.get(), &ProjectsManager::projectsDetected);
+        // Tools that replace others can open their projects; the default stays with the tool that opened it.
         w.manager->setLocalDominatingItems(
             QList<ProjectsManager::DominatingItem> { { ProjectOpenItem("nova", "ch-nova"), { "forge" } },
                 { ProjectOpenItem("other", "ch-other"), { "unrelated" } } });
-        QTRY_VERIFY_WITH_TIMEOUT(detected.count() == 1, 10000);
-        QCOMPARE(byPath(w.manager->getProjects(), w.base + "/a")->getOpenItems(),
-            (QList<ProjectOpenItem> { { "forge", "ch-forge" }, { "nova", "ch-nova" } }));
+        QTRY_VERIFY_WITH_TIMEOUT(detected.count() == 2, 10000);
+        const Project a = *byPath(w.manager->getProjects(), w.base + "/a");
+        QCOMPARE(
+            a.getOpenItems(), (QList<ProjectOpenItem> { { "forge", "ch-forge" }, { "nova", "ch-nova" } }));
         QCOMPARE(byPath(w.manager->getProjects(), w.base + "/s")->getOpenItems(),
             (QList<ProjectOpenItem> { { "spark", "ch-spark" } }));
-        // The default stays with the tool that opened the project.
-        QCOMPARE(byPath(w.manager->getProjects(), w.base + "/a")->getDefaultOpenItemKey(),
-            QString("forge$$ch-forge"));
+        QCOMPARE(a.getDefaultOpenItemKey(), QString("forge$$ch-forge"));
     }
 
     void findsTheProjectOfARepositoryLink()
     {
         World w;
-        makeProject(w.base + "/repo");
-        makeProject(w.base + "/plain");
+        replaceFile(w.forgeFile, recent(w.base, { "repo@1", "plain@2" }));
         QCOMPARE(run("git", { "init", "-q", w.base + "/repo" }), 0);
         QCOMPARE(run("git", { "remote", "add", "origin", "git@github.com:owner/repo" }, w.base + "/repo"), 0);
-        replaceFile(w.forgeFile,
-            recentProjectsXml(
-                { { "$USER_HOME$/repo", QString("1") }, { "$USER_HOME$/plain", QString("2") } }));
         w.manager->updateProjectsNow(ProjectsUpdateReason::Startup);
 
         const Option<Project> found
             = w.manager->getProjectByVcsInfo(VcsInfo(VcsType::Git, "https://github.com/owner/repo.git"));
-        QVERIFY(found);
-        QCOMPARE(found->getFullPath(), w.base + "/repo");
+        QCOMPARE(found.value().getFullPath(), w.base + "/repo");
         QCOMPARE(found->getVcsInfos(), QList<VcsInfo> { VcsInfo(VcsType::Git, "git@github.com:owner/repo") });
         QVERIFY(!w.manager->getProjectByVcsInfo(VcsInfo(VcsType::Git, "https://github.com/owner/other.git")));
     }
@@ -232,14 +180,11 @@ private slots:
     void concurrentUpdatesPublishWholeLists()
     {
         World w;
-        for (int i = 0; i < 20; ++i) {
-            makeProject(w.base + "/p" + QString::number(i));
-        }
-        QList<RecentEntry> entries;
+        QStringList entries;
         for (int i = 0; i < 20; ++i)
-            entries << RecentEntry { "$USER_HOME$/p" + QString::number(i), QString::number(1000 + i) };
-        replaceFile(w.forgeFile, recentProjectsXml(entries));
-        replaceFile(w.sparkFile, recentProjectsXml(entries.mid(5)));
+            entries << QString("p%1@%2").arg(i).arg(1000 + i);
+        replaceFile(w.forgeFile, recent(w.base, entries));
+        replaceFile(w.sparkFile, recent(w.base, entries.mid(5)));
 
         QList<QThread *> threads;
         for (int t = 0; t < 4; ++t) {
@@ -258,16 +203,12 @@ private slots:
             torn = torn || !(seen.isEmpty() || seen.size() == 20);
             QCoreApplication::processEvents();
         }
-        for (QThread *thread : threads) {
+        for (QThread *thread : threads)
             thread->wait();
-            delete thread;
-        }
-        QVERIFY(!torn);
+        qDeleteAll(threads);
         const QList<Project> projects = w.manager->getProjects();
-        QCOMPARE(projects.size(), 20);
-        QCOMPARE(projects.first().getFullPath(), w.base + "/p19");
-        QCOMPARE(projects.first().getOpenItems().size(), 2);
-        QCOMPARE(projects.last().getOpenItems().size(), 1);
+        QVERIFY(!torn && projects.size() == 20 && projects.first().getFullPath() == w.base + "/p19");
+        QVERIFY(projects.first().getOpenItems().size() == 2 && projects.last().getOpenItems().size() == 1);
     }
 
     void installedToolsComeFromTheLocalRegistry()
@@ -275,16 +216,14 @@ private slots:
         TempHome home;
         const QString base = QFileInfo(home.path()).canonicalFilePath();
         const QString root = home.path() + "/tools";
-        const QJsonObject record { { "id", "forge" }, { "version", "2024.1" }, { "build", "241.1" },
-            { "package", QJsonObject { { "os", "linux" }, { "type", "tar.gz" } } },
-            { "lathe_platform",
-                QJsonObject { { "config",
-                    QJsonArray { QJsonObject { { "directory", "Forge2024*" },
-                        { "recent_projects_filename", kRecentFile } } } } } } };
-        home.writeFile("tools/apps/forge/stable/241.1/.feed", QJsonDocument(record).toJson());
-        makeProject(base + "/mine");
-        replaceFile(home.configHome() + "/Vantrel/Forge2024.1/options/" + kRecentFile,
-            recentProjectsXml({ { "$USER_HOME$/mine", QString("7") } }));
+        home.writeFile("tools/apps/forge/stable/241.1/.feed",
+            "{\"id\": \"forge\", \"version\": \"2024.1\", \"build\": \"241.1\", \"package\": {\"os\": "
+            "\"linux\", "
+            "\"type\": \"tar.gz\"}, \"lathe_platform\": {\"config\": [{\"directory\": \"Forge2024*\", "
+            "\"recent_projects_filename\": \""
+                + kRecentFile.toUtf8() + "\"}]}}");
+        replaceFile(
+            home.configHome() + "/Vantrel/Forge2024.1/options/" + kRecentFile, recent(base, { "mine@7" }));
 
         SettingsManagerOptions options;
         options.passwordStore = ProxyPasswordStore::MemoryOnly;

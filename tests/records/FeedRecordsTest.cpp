@@ -1,15 +1,9 @@
 #include "feed/records/ApplicationIconHolder.h"
-#include "feed/records/RecordMetaTypes.h"
 #include "feed/records/RemoteFeedItem.h"
 #include "feed/records/RemotePatchItem.h"
 #include "support/TempHome.h"
 #include "support/TestData.h"
 
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QRandomGenerator>
-#include <QSet>
-#include <QThread>
 #include <QtTest>
 #include <algorithm>
 
@@ -26,22 +20,6 @@ static RemoteFeedItem item(
 }
 
 static const char *const kPatch12 = "{'application_id': 't', 'from_build': '1', 'to_build': '2'}";
-
-template <typename T> static QString debugText(const T &value)
-{
-    QString text;
-    QDebug(&text) << value;
-    return text.trimmed();
-}
-
-// Carries a record from one thread to another through a queued signal.
-class Relay : public QObject
-{
-    Q_OBJECT
-signals:
-    void itemSent(const RemoteFeedItem &item);
-    void patchSent(const RemotePatchItem &patch);
-};
 
 class FeedRecordsTest : public QObject
 {
@@ -61,22 +39,22 @@ private slots:
                                  odd.getIconUrl(), odd.getDownloadUrl() })
                      .join(""),
             QString()); // every one of them empty
-        QVERIFY(odd.orderValue() == 0 && odd.qualityNode().isEmpty() && odd.majorVersionNode().isEmpty());
-        QVERIFY(!odd.branch() && !odd.getPackageType().isValid() && !odd.getExpirationDate());
-        QVERIFY(odd.getUninstallFeedback().isEmpty() && odd.getWhatsNewNode().isEmpty());
-        QVERIFY(odd.getSupersededTypes().isEmpty() && odd.getPostInstallSteps().isEmpty());
-        QVERIFY(!odd.getLathePlatformData() && !odd.getPlinthData() && !odd.isValid());
+        QVERIFY(odd.orderValue() == 0 && odd.qualityNode().isEmpty() && odd.majorVersionNode().isEmpty()
+            && !odd.branch() && !odd.getPackageType().isValid() && !odd.getExpirationDate()
+            && odd.getUninstallFeedback().isEmpty() && odd.getWhatsNewNode().isEmpty()
+            && odd.getSupersededTypes().isEmpty() && odd.getPostInstallSteps().isEmpty()
+            && !odd.getLathePlatformData() && !odd.getPlinthData() && !odd.isValid());
 
-        const RemoteFeedItem pkg(json("{'package': {'type': 1, 'url': 2, 'size': '10', "
-                                      "'strip_directories': '1', 'requirements': [], 'checksums': {'alg': "
-                                      "'sha-256'}, 'arguments': 'x', 'command': false}}"));
+        const RemoteFeedItem pkg(
+            json("{'package': {'type': 1, 'url': 2, 'strip_directories': '1', 'requirements': [], "
+                 "'checksums': {'alg': 'sha-256'}, 'arguments': 'x', 'command': false}}"));
         QCOMPARE(QStringList({ pkg.getPackageType().getPackageType(), pkg.getPackageType().getCommand(),
                                  pkg.getDownloadUrl() })
                      .join(""),
             QString());
-        QVERIFY(pkg.getPackageType().getArguments().isEmpty() && pkg.getRequirementsNode().isEmpty());
-        QVERIFY(pkg.getDownloadSize() == 0 && pkg.getStripDirectories() == 0);
-        QVERIFY(pkg.getChecksumsField().isEmpty());
+        QVERIFY(pkg.getPackageType().getArguments().isEmpty() && pkg.getRequirementsNode().isEmpty()
+            && pkg.getDownloadSize() == 0 && pkg.getStripDirectories() == 0
+            && pkg.getChecksumsField().isEmpty());
     }
 
     void namesAndBuildsFallBack_data()
@@ -108,38 +86,38 @@ private slots:
     {
         QTest::addColumn<QJsonValue>("size");
         QTest::addColumn<int>("expected");
-        QTest::newRow("ordinary") << QJsonValue(734003200) << 734003200;
-        QTest::newRow("largest") << QJsonValue(2147483647.0) << 2147483647;
-        QTest::newRow("one past largest") << QJsonValue(2147483648.0) << 0;
-        QTest::newRow("smallest") << QJsonValue(-2147483648.0) << int(-2147483648LL);
-        QTest::newRow("one below smallest") << QJsonValue(-2147483649.0) << 0;
-        QTest::newRow("fraction") << QJsonValue(1.5) << 0;
-        QTest::newRow("huge") << QJsonValue(1e300) << 0;
-        QTest::newRow("string") << QJsonValue("100") << 0;
-        QTest::newRow("null") << QJsonValue() << 0;
+        const auto row = [](const char *name, const QJsonValue &size, int expected) {
+            QTest::newRow(name) << size << expected;
+        };
+        row("ordinary", 734003200, 734003200);
+        row("largest", 2147483647.0, 2147483647);
+        row("one past largest", 2147483648.0, 0);
+        row("smallest", -2147483648.0, int(-2147483648LL));
+        row("one below smallest", -2147483649.0, 0);
+        row("fraction", 1.5, 0);
+        row("huge", 1e300, 0);
+        row("string", "100", 0);
+        row("null", QJsonValue(), 0);
     }
 
     void sizeIsASigned32BitInteger()
     {
         QFETCH(QJsonValue, size);
         QFETCH(int, expected);
-        QCOMPARE(
-            RemoteFeedItem(QJsonObject { { "package", QJsonObject { { "size", size } } } }).getDownloadSize(),
-            expected);
-        QCOMPARE(RemotePatchItem(QJsonObject { { "size", size } }).getDownloadSize(), expected);
         // Order values use the same rule.
-        const RemoteFeedItem ordered(
-            QJsonObject { { "order_value", size }, { "quality", QJsonObject { { "order_value", size } } } });
-        QCOMPARE(ordered.orderValue(), expected);
-        QCOMPARE(ordered.qualityOrder(), expected);
+        const RemoteFeedItem entry(QJsonObject { { "package", QJsonObject { { "size", size } } },
+            { "order_value", size }, { "quality", QJsonObject { { "order_value", size } } } });
+        QVERIFY(entry.getDownloadSize() == expected && entry.orderValue() == expected
+            && entry.qualityOrder() == expected);
+        QCOMPARE(RemotePatchItem(QJsonObject { { "size", size } }).getDownloadSize(), expected);
     }
 
     void readsOptionalValues()
     {
         QCOMPARE(RemoteFeedItem(json("{'branch': {'name': 'stable'}}")).branch(), Option<QString>("stable"));
         QCOMPARE(RemoteFeedItem(json("{'branch': {'name': ''}}")).branch(), Option<QString>(""));
-        QVERIFY(!RemoteFeedItem(json("{'branch': {'name': 2}}")).branch());
-        QVERIFY(!RemoteFeedItem(json("{'branch': 'stable'}")).branch());
+        QVERIFY(!RemoteFeedItem(json("{'branch': {'name': 2}}")).branch()
+            && !RemoteFeedItem(json("{'branch': 'stable'}")).branch());
 
         const auto expires = [](const char *text) {
             return RemoteFeedItem(QJsonObject { { "expires", text } }).getExpirationDate();
@@ -213,18 +191,17 @@ private slots:
 
         // Equal items land in one slot of a set, different ones do not.
         QSet<RemoteFeedItem> set { a, b, c, item("tool", "183.2"), RemoteFeedItem(base) };
-        QCOMPARE(set.size(), 3);
-        QVERIFY(set.contains(RemoteFeedItem(withUnknown)));
+        QVERIFY(set.size() == 3 && set.contains(RemoteFeedItem(withUnknown)));
 
         const RemotePatchItem p1(json(kPatch12));
         const RemotePatchItem p2(json("{'application_id': 't', 'from_build': '1', 'to_build': '2', 'x': 1}"));
-        QVERIFY(p1 != p2);
-        QCOMPARE((QSet<RemotePatchItem> { p1, p2, RemotePatchItem(p1.toJson()) }.size()), 2);
+        QVERIFY(p1 != p2 && QSet<RemotePatchItem>({ p1, p2, RemotePatchItem(p1.toJson()) }).size() == 2);
 
         // Qualities and major versions are equal by order value alone.
-        QSet<ApplicationQuality> qualities { ApplicationQuality(json("{'order_value': 1, 'name': 'a'}")),
-            ApplicationQuality(json("{'order_value': 1, 'name': 'b'}")) };
-        QCOMPARE(qualities.size(), 1);
+        QCOMPARE(QSet<ApplicationQuality>({ ApplicationQuality(json("{'order_value': 1, 'name': 'a'}")),
+                                              ApplicationQuality(json("{'order_value': 1, 'name': 'b'}")) })
+                     .size(),
+            1);
         QVERIFY(ApplicationMajorVersion(json("{'order_value': 2, 'x': 1}"))
             == ApplicationMajorVersion(json("{'order_value': 2}")));
     }
@@ -243,9 +220,9 @@ private slots:
                            item("t", "191.10", 1, 2), item("t", "200.1", 2, 6), item("t", "183.9.1", 1, 1) },
                      RemoteFeedItem::compareByQualityAndVersion),
             QStringList({ "t 191.10", "t 191.2", "t 183.9.1", "t 183.9", "t 200.1", "t 183.10" }));
-        QVERIFY(!RemoteFeedItem::compareByVersion(item("t", "1.0"), item("t", "1_0")));
-        QVERIFY(!RemoteFeedItem::compareByVersion(item("t", "1_0"), item("t", "1.0")));
-        QVERIFY(RemoteFeedItem::compareByVersion(item("t", "1.0", 1, 2), item("t", "9.0", 1, 1)));
+        QVERIFY(!RemoteFeedItem::compareByVersion(item("t", "1.0"), item("t", "1_0"))
+            && !RemoteFeedItem::compareByVersion(item("t", "1_0"), item("t", "1.0"))
+            && RemoteFeedItem::compareByVersion(item("t", "1.0", 1, 2), item("t", "9.0", 1, 1)));
 
         QCOMPARE(
             order({ item("b", "9", 1, 1, "beta"), item("a", "10", 1, 1, "Alpha"),
@@ -257,9 +234,9 @@ private slots:
         QCOMPARE(order(lexical, RemoteFeedItem::compareByNameAndVersionLexical).first(), QString("x 10"));
         QCOMPARE(order(lexical, RemoteFeedItem::compareByNameAndVersion).first(), QString("x 10"));
         QVERIFY(RemoteFeedItem::compareByNameAndVersionLexical(
-            item("x", "10", 1, 1, "X"), item("x", "9", 1, 1, "x")));
-        QVERIFY(!RemoteFeedItem::compareByNameAndVersionLexical(
-            item("x", "9", 1, 1, "X"), item("x", "10", 1, 1, "x")));
+                    item("x", "10", 1, 1, "X"), item("x", "9", 1, 1, "x"))
+            && !RemoteFeedItem::compareByNameAndVersionLexical(
+                item("x", "9", 1, 1, "X"), item("x", "10", 1, 1, "x")));
 
         const auto patch = [](const char *from, const char *to) {
             return RemotePatchItem(
@@ -271,8 +248,7 @@ private slots:
         QStringList patchOrder;
         for (const RemotePatchItem &p : patches)
             patchOrder << p.getFromBuild() + ">" + p.getToBuild();
-        QCOMPARE(
-            patchOrder, QStringList({ "183.9>183.10", "183.9>183.12", "183.10>183.11", "183.10>183.12" }));
+        QCOMPARE(patchOrder.join(' '), QString("183.9>183.10 183.9>183.12 183.10>183.11 183.10>183.12"));
     }
 
     void decoratedSortMatchesTheComparator()
@@ -295,9 +271,8 @@ private slots:
         std::stable_sort(expected.begin(), expected.end(), RemoteFeedItem::compareByNameAndVersion);
         sortByNameAndVersion(items);
         QCOMPARE(items, expected);
-        QList<RemoteFeedItem> none;
-        sortByNameAndVersion(none);
-        QVERIFY(none.isEmpty());
+        sortByNameAndVersion(expected = {});
+        QVERIFY(expected.isEmpty());
     }
 
     void iconsAndDebugForms()
@@ -305,15 +280,12 @@ private slots:
         const RemoteFeedItem entry(json("{'id': 'tool', 'version': '2018.3', 'build': '183.1', "
                                         "'icon_url': 'data:image/png;base64,AAAA', 'kept': {'x': [1, 2]}}"));
         QCOMPARE(entry.toJson(false), entry.toJson());
-        QCOMPARE(entry.toJson(true).value("icon_url").toString(),
-            ApplicationIconHolder::storeIcon("data:image/png;base64,AAAA"));
-        QCOMPARE(entry.toJson(true).value("kept"), entry.toJson().value("kept"));
-        const QJsonObject debugObject = QJsonDocument::fromJson(entry.toDebugString().toUtf8()).object();
-        QCOMPARE(debugObject.value("icon_url").toString(), QString("...removed..."));
-        QCOMPARE(debugObject.value("kept"), entry.toJson().value("kept"));
+        QJsonObject stored = entry.toJson(), debug = stored;
+        stored["icon_url"] = ApplicationIconHolder::storeIcon("data:image/png;base64,AAAA");
+        debug["icon_url"] = "...removed...";
+        QCOMPARE(entry.toJson(true), stored);
+        QCOMPARE(QJsonDocument::fromJson(entry.toDebugString().toUtf8()).object(), debug);
         QCOMPARE(entry.getIconUrl(), QString("data:image/png;base64,AAAA")); // the record itself is unchanged
-        QCOMPARE(debugText(entry), QString("app tool version 2018.3 build 183.1"));
-        QCOMPARE(debugText(RemotePatchItem(json(kPatch12))), QString("[ patch app t 1 -> 2 ]"));
     }
 
     void subRecordsReadTheirKeys()
@@ -331,19 +303,20 @@ private slots:
             QStringList({ "bin/tool64.vmoptions", "tool-ide", "~/data" }));
         QCOMPARE(lathe.getIncompatibleOptions(), QStringList({ "-Xverify:none", "5", "true", "" }));
         const QList<LatheConfiguration> configs = lathe.getConfigurations();
-        QCOMPARE(configs.size(), 4);
-        QCOMPARE(configs.at(0).getConfigDirectoryPattern(), QString("Tool2018.3"));
+        QVERIFY(configs.size() == 4 && configs.at(0).getConfigDirectoryPattern() == "Tool2018.3");
         // A string is not a boolean.
         QCOMPARE(QList<bool>({ configs.at(0).getShowSingleProject(), configs.at(1).getShowSingleProject(),
                      configs.at(2).getShowSingleProject() }),
             QList<bool>({ true, false, true }));
-        QVERIFY(configs.at(3).toJson().isEmpty());
-        QVERIFY(!LathePlatformData(json("{'shell_script_name': 1}")).getShellScriptName());
+        QVERIFY(configs.at(3).toJson().isEmpty()
+            && !LathePlatformData(json("{'shell_script_name': 1}")).getShellScriptName());
 
-        const RemoteFeedItem withPackage(json("{'package': {'type': 'run', 'command': 'install.sh', "
-                                              "'arguments': ['--silent', 3, '--prefix']}}"));
-        QCOMPARE(withPackage.getPackageType().getCommand(), QString("install.sh"));
-        QCOMPARE(withPackage.getPackageType().getArguments(), QStringList({ "--silent", "--prefix" }));
+        const ApplicationPackageType run
+            = RemoteFeedItem(json("{'package': {'type': 'run', 'command': 'install.sh', "
+                                  "'arguments': ['--silent', 3, '--prefix']}}"))
+                  .getPackageType();
+        QCOMPARE(QStringList(run.getCommand()) + run.getArguments(),
+            QStringList({ "install.sh", "--silent", "--prefix" }));
     }
 
     void postInstallSteps()
@@ -359,27 +332,24 @@ private slots:
         const QList<PostInstallStep> steps = entry.getPostInstallSteps();
         QCOMPARE(steps.size(), 4);
         const PostInstallStep &first = steps.at(0);
-        QCOMPARE(first.getId(), QString("first"));
         QVERIFY(!first.getEnabled() && first.isProgressVisible());
-        QCOMPARE(first.getProgressMessage(), QString("Indexing"));
-        QCOMPARE(first.getCommands().first().getExecutable(), QString("bin/x"));
-        QCOMPARE(first.getCommands().first().getAdditionalVmoptionsContent(), QString("-Dx"));
+        QCOMPARE(QStringList(
+                     { first.getId(), first.getProgressMessage(), first.getCommands().first().getExecutable(),
+                         first.getCommands().first().getAdditionalVmoptionsContent() }),
+            QStringList({ "first", "Indexing", "bin/x", "-Dx" }));
         const PostInstallStep::LatheOptions options = first.getLatheOptions().value();
-        QCOMPARE(options.temporaryCopyDirectories, QStringList({ "config" }));
-        QCOMPARE(options.temporaryNewDirectories, QStringList({ "system" }));
-        QCOMPARE(options.additionalVmoptionsContent, QString("-Xmx2g"));
+        QCOMPARE(options.temporaryCopyDirectories + options.temporaryNewDirectories
+                << options.additionalVmoptionsContent,
+            QStringList({ "config", "system", "-Xmx2g" }));
         QVERIFY(!steps.at(1).getLatheOptions()); // present but empty
-        for (int i = 2; i < 4; ++i) {
-            const PostInstallStep &step = steps.at(i);
-            QVERIFY(step.getEnabled() && step.isRequired() && !step.isProgressVisible());
-            QVERIFY(!step.getLatheOptions() && step.getCommands().isEmpty());
-        }
+        for (const PostInstallStep &step : steps.mid(2))
+            QVERIFY(step.getEnabled() && step.isRequired() && !step.isProgressVisible()
+                && !step.getLatheOptions() && step.getCommands().isEmpty());
     }
 
     void templatesExpand()
     {
         TempHome home;
-        QVERIFY(home.isValid());
         const PostInstallStep::Command command(json("{'arguments': ['$HOME/.tool', '--temp=$TEMP/x', "
                                                     "'$TEMP$HOME', '$home and $temp', 12, '$HOMEWARD', "
                                                     "'plain']}"));
@@ -390,6 +360,8 @@ private slots:
         QVERIFY(PostInstallStep::Command().getArguments(temp).isEmpty());
 
         const QByteArray savedAppData = qgetenv("APPDATA");
+        const auto restore = qScopeGuard(
+            [&] { savedAppData.isNull() ? qunsetenv("APPDATA") : qputenv("APPDATA", savedAppData); });
         qputenv("APPDATA", "/win/roaming");
         qunsetenv("LOCALAPPDATA");
         const LathePlatformData lathe(
@@ -402,10 +374,6 @@ private slots:
         QCOMPARE(lathe.getDefaultPluginsDirectory(), home.dataHome() + "/Tool/plugins|" + home.path() + "/p");
         QCOMPARE(lathe.getDefaultLogsDirectory(), QString("/win/roaming/a;/b;$TEMP;$xdg_config_home"));
         QCOMPARE(LathePlatformData().getDefaultConfigDirectory(), QString());
-        if (savedAppData.isNull())
-            qunsetenv("APPDATA");
-        else
-            qputenv("APPDATA", savedAppData);
     }
 
     void plinthArgumentsFailClearly()
@@ -422,36 +390,6 @@ private slots:
         QCOMPARE(PlinthData().getFirstInstallArguments().error(),
             QString("Expected property 'first_install_arguments' in plinth data {}"));
         QVERIFY(RemoteFeedItem(json("{'plinth': {}}")).getPlinthData().has_value());
-    }
-
-    void recordsTravelThroughQueuedSignals()
-    {
-        registerFeedRecordMetaTypes();
-        Relay relay;
-        QThread thread;
-        QObject receiver;
-        receiver.moveToThread(&thread);
-        QList<RemoteFeedItem> received;
-        QList<RemotePatchItem> receivedPatches;
-        QThread *deliveredOn = nullptr;
-        const auto onItem = [&](const RemoteFeedItem &i) {
-            deliveredOn = QThread::currentThread();
-            received << i;
-        };
-        connect(&relay, &Relay::itemSent, &receiver, onItem, Qt::QueuedConnection);
-        connect(
-            &relay, &Relay::patchSent, &receiver, [&](const RemotePatchItem &p) { receivedPatches << p; },
-            Qt::BlockingQueuedConnection);
-        thread.start();
-        const RemoteFeedItem sent = item("tool", "183.1");
-        emit relay.itemSent(sent);
-        const RemotePatchItem patch(json(kPatch12));
-        emit relay.patchSent(patch); // blocks until delivered, after the item
-        thread.quit();
-        thread.wait();
-        QCOMPARE(deliveredOn, &thread);
-        QCOMPARE(received, QList<RemoteFeedItem>({ sent }));
-        QCOMPARE(receivedPatches, QList<RemotePatchItem>({ patch }));
     }
 };
 

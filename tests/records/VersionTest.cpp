@@ -1,6 +1,5 @@
 #include "feed/records/Version.h"
 
-#include <QRandomGenerator>
 #include <QtTest>
 #include <atomic>
 #include <thread>
@@ -9,15 +8,12 @@
 // -1, 0 or 1 for a < b, a == b, a > b, checked to be the same through every operator.
 static int relation(const Version &a, const Version &b)
 {
-    const bool less = a < b;
-    const bool greater = b < a;
-    const bool equal = a == b;
+    const bool less = a < b, greater = b < a, equal = a == b;
     if (int(less) + int(greater) + int(equal) != 1)
         return 99; // not a strict ordering: no single relation holds
-    if ((a <= b) != (less || equal) || (b <= a) != (greater || equal))
+    if ((a <= b) != (less || equal) || (b <= a) != (greater || equal) || (a != b) == equal
+        || (a > b) != greater || (a >= b) != (greater || equal))
         return 98;
-    if ((a != b) == equal || (a > b) != greater || (a >= b) != (greater || equal))
-        return 97;
     return less ? -1 : greater ? 1 : 0;
 }
 
@@ -82,13 +78,10 @@ private slots:
     void ascends()
     {
         QFETCH(QStringList, texts);
-        for (int i = 0; i < texts.size(); ++i) {
-            for (int j = 0; j < texts.size(); ++j) {
-                const int expected = (i > j) - (i < j);
-                QVERIFY2(relation(Version(texts[i]), Version(texts[j])) == expected,
+        for (int i = 0; i < texts.size(); ++i)
+            for (int j = 0; j < texts.size(); ++j)
+                QVERIFY2(relation(Version(texts[i]), Version(texts[j])) == (i > j) - (i < j),
                     qPrintable(texts[i] + " vs " + texts[j]));
-            }
-        }
     }
 
     void separatorClassIsTheDocumentedOne()
@@ -101,10 +94,9 @@ private slots:
             probe.append(QChar(u));
         probe += QString::fromUtf8("\t\n\r\u00a0\u2003\u00e9\u0416");
         for (const QChar c : probe) {
-            const bool inRange = c.unicode() >= ';' && c.unicode() <= '_';
-            const bool expectSeparator = separators.contains(c) || inRange || c.isSpace();
-            const Version joined(QString("1") + c + "2");
-            QVERIFY2((joined == Version("1.2")) == expectSeparator,
+            const bool expectSeparator
+                = separators.contains(c) || (c.unicode() >= ';' && c.unicode() <= '_') || c.isSpace();
+            QVERIFY2((Version(QString("1") + c + "2") == Version("1.2")) == expectSeparator,
                 qPrintable(QString("character U+%1").arg(c.unicode(), 4, 16, QChar('0'))));
         }
     }
@@ -119,8 +111,7 @@ private slots:
         std::vector<Version> versions;
         for (int i = 0; i < 150; ++i) {
             QString text;
-            const int length = random.bounded(1, 7);
-            for (int j = 0; j < length; ++j)
+            for (int j = random.bounded(1, 7); j > 0; --j)
                 text += atoms.at(random.bounded(atoms.size()));
             versions.emplace_back(text);
         }
@@ -155,17 +146,14 @@ private slots:
             expected.push_back(Version(text).elements());
         std::atomic<int> mismatches { 0 };
         std::vector<std::thread> threads;
-        for (int t = 0; t < 4; ++t) {
+        for (int t = 0; t < 4; ++t)
             threads.emplace_back([&, t] {
-                for (int round = 0; round < 50; ++round) {
+                for (int round = 0; round < 50; ++round)
                     for (int i = 0; i < texts.size(); ++i) {
                         const int index = (i + t * 13 + round) % texts.size();
-                        if (Version(texts.at(index)).elements() != expected[size_t(index)])
-                            ++mismatches;
+                        mismatches += Version(texts.at(index)).elements() != expected[size_t(index)];
                     }
-                }
             });
-        }
         for (std::thread &thread : threads)
             thread.join();
         QCOMPARE(mismatches.load(), 0);

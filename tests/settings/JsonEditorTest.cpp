@@ -1,42 +1,32 @@
 #include "base/JsonEditor.h"
 
 #include "FileSizeLimit.h"
+#include "support/TestData.h"
 
-#include <QJsonDocument>
-#include <QTemporaryDir>
 #include <QtTest>
 #include <sys/stat.h>
-
-namespace {
-
-QJsonObject parse(const QByteArray &text)
-{
-    return QJsonDocument::fromJson(text).object();
-}
-
-QByteArray readAll(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-} // namespace
 
 class JsonEditorTest : public QObject
 {
     Q_OBJECT
+    static QJsonObject parse(const QByteArray &text) { return QJsonDocument::fromJson(text).object(); }
+    static ino_t inodeOf(const QString &path)
+    {
+        struct stat info;
+        return ::stat(QFile::encodeName(path).constData(), &info) == 0 ? info.st_ino : 0;
+    }
+
 private slots:
     void editsByPathAndReportsWhatItCannotWalk()
     {
         QJsonObject json
             = parse(R"({"keep": 1, "update": 7, "a": {"b": {"x": true}}, "s": "t", "list": [1]})");
         JsonEditor editor(json);
-        QVERIFY(editor.insert({ "a", "b", "c" }, 3).isSuccessful());
-        QVERIFY(editor.insert({ "new", "deep", "leaf" }, "v").isSuccessful());
-        QVERIFY(
-            editor.insert({ "update", "filter" }, QJsonObject {}).isSuccessful()); // damaged node replaced
-        QVERIFY(editor.updateArray({ "list" }, [](QJsonArray &a) { a.append(2); }).isSuccessful());
-        QVERIFY(editor.updateArray({ "keep" }, [](QJsonArray &a) { a.append(a.size()); }).isSuccessful());
+        QVERIFY(editor.insert({ "a", "b", "c" }, 3));
+        QVERIFY(editor.insert({ "new", "deep", "leaf" }, "v"));
+        QVERIFY(editor.insert({ "update", "filter" }, QJsonObject {})); // damaged node replaced
+        QVERIFY(editor.updateArray({ "list" }, [](QJsonArray &a) { a.append(2); }));
+        QVERIFY(editor.updateArray({ "keep" }, [](QJsonArray &a) { a.append(a.size()); }));
         const QJsonObject edited
             = parse(R"({"update": {"filter": {}}, "a": {"b": {"x": true, "c": 3}}, "s": "t",
             "new": {"deep": {"leaf": "v"}}, "list": [1, 2], "keep": [0]})");
@@ -48,8 +38,8 @@ private slots:
         QCOMPARE(editor.remove({ "a", "zz", "d" }).error(), QString("Cannot find node zz"));
         QCOMPARE(editor.remove({ "s", "x" }).error(), QString("Node s is not an object"));
         QCOMPARE(json, edited);
-        QVERIFY(editor.remove({ "a", "absent" }).isSuccessful());
-        QVERIFY(editor.remove({ "a", "b", "c" }).isSuccessful() && editor.remove("new").isSuccessful());
+        QVERIFY(editor.remove({ "a", "absent" }));
+        QVERIFY(editor.remove({ "a", "b", "c" }).isSuccessful() && editor.remove("new"));
         QCOMPARE(json.value("a"), QJsonValue(parse(R"({"b": {"x": true}})")));
         QVERIFY(!json.contains("new"));
     }
@@ -60,18 +50,12 @@ private slots:
     {
         QTest::addColumn<QString>("kind");
         QTest::addColumn<QString>("error"); // after "<path>" was put where the file should be
-        QTest::newRow("missing") << "missing"
-                                 << "Unable to open file: %1";
-        QTest::newRow("FIFO") << "fifo"
-                              << "Unable to open file: %1 (not a regular file)";
-        QTest::newRow("folder") << "folder"
-                                << "Unable to open file: %1 (not a regular file)";
-        QTest::newRow("device") << "device"
-                                << "Unable to open file: %1 (not a regular file)";
-        QTest::newRow("cut short") << "{\n"
-                                   << "Unable to parse json in '%1': unterminated object";
-        QTest::newRow("array root") << "[{\"a\": 1}]"
-                                    << "Unable to parse json in '%1': root element must be an object";
+        const QString special = "Unable to open file: %1 (not a regular file)";
+        for (const auto &[kind, error] : { std::pair<QString, QString>("missing", "Unable to open file: %1"),
+                 { "fifo", special }, { "folder", special }, { "device", special },
+                 { "{\n", "Unable to parse json in '%1': unterminated object" },
+                 { "[{\"a\": 1}]", "Unable to parse json in '%1': root element must be an object" } })
+            QTest::newRow(qPrintable(kind)) << kind << error;
     }
 
     void loadRefuses()
@@ -87,7 +71,7 @@ private slots:
         else if (kind == "device")
             path = "/dev/zero";
         else if (kind != "missing")
-            QVERIFY(JsonEditor::writeFileAtomically(path, kind.toUtf8()).isSuccessful());
+            QVERIFY(JsonEditor::writeFileAtomically(path, kind.toUtf8()));
         const QString refused = JsonEditor::loadJsonFile(path).error();
         QVERIFY2(refused.startsWith(error.arg(path)), qPrintable(refused));
     }
@@ -98,16 +82,13 @@ private slots:
         const QString path = dir.filePath("a/b/state.json");
         const QJsonObject first = parse(R"({"x": {"y": [1, 2, 3]}, "name": "ünï"})");
         QTest::ignoreMessage(QtInfoMsg, QRegularExpression("^Creating directory .*/a/b$"));
-        QVERIFY(JsonEditor::saveJsonFile(path, first).isSuccessful());
+        QVERIFY(JsonEditor::saveJsonFile(path, first));
         QCOMPARE(JsonEditor::loadJsonFile(path).value(), first);
-        QVERIFY(readAll(path).contains("\n    \"name\"")); // indented
-        struct stat before;
-        QVERIFY(::stat(QFile::encodeName(path).constData(), &before) == 0);
-        QVERIFY(JsonEditor::saveJsonFile(path, parse(R"({"z": 1})")).isSuccessful());
-        struct stat after;
-        QVERIFY(::stat(QFile::encodeName(path).constData(), &after) == 0);
-        QVERIFY(after.st_ino != before.st_ino); // renamed into place, not rewritten
-        const QByteArray old = readAll(path);
+        QVERIFY(readFile(path).contains("\n    \"name\"")); // indented
+        const ino_t before = inodeOf(path);
+        QVERIFY(JsonEditor::saveJsonFile(path, parse(R"({"z": 1})")));
+        QVERIFY(inodeOf(path) != before); // renamed into place, not rewritten
+        const QByteArray old = readFile(path);
 
         // A disk that fills up half way, or at the flush of a small document.
         for (const rlim_t limit : { rlim_t(4096), rlim_t(8) }) {
@@ -115,7 +96,7 @@ private slots:
             QJsonObject big { { "payload", QString(limit > 8 ? 200000 : 10, QChar('p')) } };
             QCOMPARE(JsonEditor::saveJsonFile(path, big).error(), "Unable to write file: " + path);
         }
-        QCOMPARE(readAll(path), old);
+        QCOMPARE(readFile(path), old);
         QCOMPARE(
             QDir(dir.filePath("a/b")).entryList(QDir::Files | QDir::Hidden), QStringList { "state.json" });
 

@@ -2,51 +2,13 @@
 
 #include "base/LogRedaction.h"
 #include "support/TempHome.h"
+#include "support/TestData.h"
 
-#include <QRegularExpression>
-#include <QTemporaryDir>
 #include <QtTest>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
-
-namespace {
-
-QStringList readLines(const QString &path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    return QString::fromUtf8(file.readAll()).split('\n', Qt::SkipEmptyParts);
-}
-
-void writeBytes(const QString &path, qint64 size, char fill)
-{
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    QVERIFY(file.write(QByteArray(int(size), fill)) == size);
-}
-
-int modeOf(const QString &path)
-{
-    struct stat info;
-    return ::lstat(QFile::encodeName(path).constData(), &info) == 0 ? int(info.st_mode & 0777) : -1;
-}
-
-// The start of every plain line: version, pid, local ISO timestamp with milliseconds.
-QString linePrefixPattern()
-{
-    return "^" + QRegularExpression::escape(QString(HANGAR_BUILD_VERSION)) + " " + QString::number(getpid())
-        + " \\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\\.\\d{3} ";
-}
-
-QMessageLogContext contextAt(const char *file, int line)
-{
-    return QMessageLogContext(file, line, "function", "default");
-}
-
-} // namespace
 
 class LoggingTest : public QObject
 {
@@ -54,6 +16,32 @@ class LoggingTest : public QObject
 private:
     QTemporaryDir m_dir;
     QString m_log;
+
+    static QStringList readLines(const QString &path)
+    {
+        return QString(readFile(path)).split('\n', Qt::SkipEmptyParts);
+    }
+    static void writeBytes(const QString &path, qint64 size, char fill)
+    {
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate)
+            && file.write(QByteArray(int(size), fill)) == size);
+    }
+    static int modeOf(const QString &path)
+    {
+        struct stat info;
+        return ::lstat(QFile::encodeName(path).constData(), &info) == 0 ? int(info.st_mode & 0777) : -1;
+    }
+    // The start of every plain line: version, pid, local ISO timestamp with milliseconds.
+    static QString linePrefixPattern()
+    {
+        return "^" + QRegularExpression::escape(QString(HANGAR_BUILD_VERSION)) + " "
+            + QString::number(getpid()) + " \\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\\.\\d{3} ";
+    }
+    static QMessageLogContext contextAt(const char *file, int line)
+    {
+        return QMessageLogContext(file, line, "function", "default");
+    }
 
     void startLogging(bool debug)
     {
@@ -88,42 +76,33 @@ private slots:
 
         const QStringList lines = readLines(m_log);
         QCOMPARE(lines.size(), 5);
-        const auto expect = [](const QString &level, int line, const QString &message) {
-            return QRegularExpression(linePrefixPattern() + QRegularExpression::escape(level)
-                + QRegularExpression::escape(QString("LoggingTest").leftJustified(20)) + " "
-                + QRegularExpression::escape(QString::number(line).leftJustified(6)) + " "
-                + QRegularExpression::escape(message) + "$");
-        };
-        QVERIFY2(expect("INFO  ", infoLine, "Using proxy 127.0.0.1:3128").match(lines[0]).hasMatch(),
-            qPrintable(lines[0]));
+        const QString origin = QRegularExpression::escape(QString("LoggingTest").leftJustified(20)) + " ";
+        const auto at = [&](int line) { return origin + QString::number(line).leftJustified(6) + " "; };
         // Line breaks and terminal codes inside a message are shown, never obeyed.
-        QVERIFY2(expect("WARN  ", warnLine,
-                     "link\\r\\n" + QString(HANGAR_BUILD_VERSION) + " 1 2026 FATAL forged\\u001b[31m")
-                     .match(lines[1])
-                     .hasMatch(),
-            qPrintable(lines[1]));
-        QVERIFY2(expect("ERROR ", errorLine, "broken").match(lines[2]).hasMatch(), qPrintable(lines[2]));
-        QVERIFY2(
-            expect("DEBUG ", debugLine, "détail ünïcode").match(lines[3]).hasMatch(), qPrintable(lines[3]));
-        QVERIFY2(
-            QRegularExpression(linePrefixPattern() + "INFO   {20}  no origin$").match(lines[4]).hasMatch(),
-            qPrintable(lines[4]));
+        const QStringList expected { "INFO  " + at(infoLine) + "Using proxy 127\\.0\\.0\\.1:3128",
+            "WARN  " + at(warnLine) + "link\\\\r\\\\n" + QRegularExpression::escape(HANGAR_BUILD_VERSION)
+                + " 1 2026 FATAL forged\\\\u001b\\[31m",
+            "ERROR " + at(errorLine) + "broken", "DEBUG " + at(debugLine) + "détail ünïcode",
+            "INFO   {20}  no origin" };
+        for (int i = 0; i < 5; ++i)
+            QVERIFY2(QRegularExpression(linePrefixPattern() + expected[i] + "$").match(lines[i]).hasMatch(),
+                qPrintable(lines[i]));
         const QDateTime stamp = QDateTime::fromString(lines[0].section(' ', 2, 2), "yyyy-MM-ddTHH:mm:ss.zzz");
         QVERIFY(qAbs(stamp.secsTo(QDateTime::currentDateTime())) < 60); // local time
         QCOMPARE(modeOf(m_log), 0600);
-        QVERIFY(!QFile::exists(QDir(m_dir.path()).filePath("log-LoggingTest.txt"))); // debug mode only
+        QVERIFY(!QFile::exists(m_dir.filePath("log-LoggingTest.txt"))); // debug mode only
     }
 
     void sourceNameIsTheBaseNameWithoutCpp_data()
     {
         QTest::addColumn<QByteArray>("file");
         QTest::addColumn<QString>("name");
-        QTest::newRow("unix") << QByteArray("src/lib/settings/SettingsManager.cpp") << "SettingsManager";
-        QTest::newRow("windows") << QByteArray("C:\\build\\src\\Foo.cpp") << "Foo";
-        QTest::newRow("mixed") << QByteArray("C:\\build/src\\lib/Bar.cpp") << "Bar";
-        QTest::newRow("header kept") << QByteArray("src/lib/base/Result.h") << "Result.h";
-        QTest::newRow("only trailing cpp") << QByteArray("a/cpp.cppx") << "cpp.cppx";
-        QTest::newRow("none") << QByteArray() << "";
+        for (const auto &[file, name] :
+            { std::pair("src/lib/settings/SettingsManager.cpp", "SettingsManager"),
+                { "C:\\build\\src\\Foo.cpp", "Foo" }, { "C:\\build/src\\lib/Bar.cpp", "Bar" },
+                { "src/lib/base/Result.h", "Result.h" }, { "a/cpp.cppx", "cpp.cppx" } })
+            QTest::newRow(file) << QByteArray(file) << QString(name);
+        QTest::newRow("none") << QByteArray() << QString();
     }
 
     void sourceNameIsTheBaseNameWithoutCpp()
@@ -134,16 +113,16 @@ private slots:
             name);
     }
 
+    // Coloured for a terminal, the line is the plain one with codes; a line number wider than its
+    // field is not cut.
     void colouredLineIsThePlainLineWithCodes()
     {
         startLogging(false);
-        const QMessageLogContext context = contextAt("src/Foo.cpp", 7);
-        const QString plain = format_log_message(QtWarningMsg, context, "msg", "Foo", false);
-        QString coloured = format_log_message(QtWarningMsg, context, "msg", "Foo", true);
+        QString coloured = format_log_message(QtWarningMsg, contextAt("src/Foo.cpp", 7), "msg", "Foo", true);
         QVERIFY(coloured.contains("\033[35mWARN  "));
-        coloured.remove(QRegularExpression("\033\\[\\d+m"));
-        QCOMPARE(coloured.section(' ', 3), plain.section(' ', 3)); // all but the clock
-        // A line number wider than its field is not cut.
+        QCOMPARE(coloured.remove(QRegularExpression("\033\\[\\d+m")).section(' ', 3),
+            format_log_message(QtWarningMsg, contextAt("src/Foo.cpp", 7), "msg", "Foo", false)
+                .section(' ', 3));
         QVERIFY(format_log_message(QtInfoMsg, contextAt("Foo.cpp", 12345678), "m", "Foo", false)
                     .endsWith(" 12345678 m"));
     }
@@ -155,11 +134,10 @@ private slots:
             QtInfoMsg, contextAt("src/lib/AnExtremelyLongSourceFileNameIndeed.cpp", 42), "long");
         message_handler_impl(QtInfoMsg, QMessageLogContext(), "nameless");
         const QStringList sourceLines
-            = readLines(QDir(m_dir.path()).filePath("log-AnExtremelyLongSourceFileNameIndeed.txt"));
-        QCOMPARE(sourceLines.size(), 1);
-        QVERIFY(sourceLines[0].contains("INFO  AnExtremelyLongSourc 42     long"));
+            = readLines(m_dir.filePath("log-AnExtremelyLongSourceFileNameIndeed.txt"));
+        QVERIFY(sourceLines.size() == 1 && sourceLines[0].contains("INFO  AnExtremelyLongSourc 42     long"));
         QCOMPARE(readLines(m_log), QStringList({ sourceLines[0], readLines(m_log).value(1) }));
-        QVERIFY(!QFile::exists(QDir(m_dir.path()).filePath("log-.txt")));
+        QVERIFY(!QFile::exists(m_dir.filePath("log-.txt")));
         startLogging(false);
     }
 
@@ -180,7 +158,7 @@ private slots:
         QFETCH(QString, name);
         QFETCH(qint64, limit);
         startLogging(debug);
-        const QString path = QDir(m_dir.path()).filePath(name);
+        const QString path = m_dir.filePath(name);
         writeBytes(path, limit, 'a');
         writeBytes(path + ".1", 10, 'o');
         QVERIFY(::chmod(QFile::encodeName(path).constData(), 0644) == 0); // as older builds left it
@@ -188,11 +166,9 @@ private slots:
         const qint64 grown = QFileInfo(path).size();
         QVERIFY(grown > limit && QFileInfo(path + ".1").size() == 10);
         message_handler_impl(QtInfoMsg, contextAt("x/Rotating.cpp", 2), "past the limit");
-        QCOMPARE(QFileInfo(path + ".1").size(), grown);
-        QCOMPARE(readLines(path).size(), 1);
+        QVERIFY(QFileInfo(path + ".1").size() == grown && readLines(path).size() == 1);
         QVERIFY(readLines(path + ".1").last().endsWith("at the limit"));
-        QCOMPARE(modeOf(path), 0600);
-        QCOMPARE(modeOf(path + ".1"), 0600);
+        QVERIFY(modeOf(path) == 0600 && modeOf(path + ".1") == 0600);
         QCOMPARE(QFile::exists(m_log + ".1"), !debug); // the main log below its limit is only appended to
         startLogging(false);
     }
@@ -205,10 +181,8 @@ private slots:
         writeBytes(target, 3, 'v');
         QVERIFY(QFile::link(target, m_log));
         qInfo() << "into our own file";
-        QCOMPARE(QFileInfo(target).size(), qint64(3));
-        QVERIFY(!QFileInfo(m_log).isSymLink());
-        QCOMPARE(readLines(m_log).size(), 1);
-        QCOMPARE(modeOf(m_log), 0600);
+        QVERIFY(QFileInfo(target).size() == 3 && !QFileInfo(m_log).isSymLink());
+        QVERIFY(readLines(m_log).size() == 1 && modeOf(m_log) == 0600);
     }
 
     void depthGuardDropsMessagesBeyondTwoNestedCalls()
@@ -220,9 +194,7 @@ private slots:
         massage_handler_logging = 1;
         message_handler(QtInfoMsg, contextAt("Foo.cpp", 1), "written");
         massage_handler_logging = 0;
-        const QStringList lines = readLines(m_log);
-        QCOMPARE(lines.size(), 1);
-        QVERIFY(lines[0].endsWith("written"));
+        QVERIFY(readLines(m_log).size() == 1 && readLines(m_log)[0].endsWith("written"));
     }
 
     void concurrentWritersNeverTearLines()
@@ -252,18 +224,10 @@ private slots:
     {
         QTest::addColumn<QString>("given");
         QTest::addColumn<QString>("refusal"); // empty: the given folder is used
-        QTest::newRow("default") << ""
-                                 << "";
-        QTest::newRow("private") << "private"
-                                 << "";
-        QTest::newRow("writable by all") << "open"
-                                         << "can be written by other users";
-        QTest::newRow("of another user") << "foreign"
-                                         << "belongs to another user";
-        QTest::newRow("symbolic link") << "link"
-                                       << "is a symbolic link";
-        QTest::newRow("too long, cut") << "long"
-                                       << "";
+        for (const auto &[given, refusal] :
+            { std::pair("", ""), { "private", "" }, { "open", "can be written by other users" },
+                { "foreign", "belongs to another user" }, { "link", "is a symbolic link" }, { "long", "" } })
+            QTest::newRow(*given ? given : "default") << QString(given) << QString(refusal);
     }
 
     void logFolderIsOursAlone()
@@ -272,17 +236,13 @@ private slots:
         QFETCH(QString, refusal);
         TempHome home;
         QString folder = given.isEmpty() ? QString() : home.path() + "/" + given;
-        if (given == "long") {
-            while (folder.toUtf8().size() < 2100)
-                folder += "/" + QString(200, QChar('d'));
-        }
+        while (given == "long" && folder.toUtf8().size() < 2100)
+            folder += "/" + QString(200, QChar('d'));
         QVERIFY(given.isEmpty() || QDir().mkpath(given == "link" ? folder + "-target" : folder));
-        if (given == "open")
-            QVERIFY(::chmod(QFile::encodeName(folder).constData(), 0777) == 0);
+        QVERIFY(given != "open" || ::chmod(QFile::encodeName(folder).constData(), 0777) == 0);
         if (given == "foreign" && ::chown(QFile::encodeName(folder).constData(), 4242, 4242) != 0)
             QSKIP("needs root to give a folder away");
-        if (given == "link")
-            QVERIFY(QFile::link(folder + "-target", folder));
+        QVERIFY(given != "link" || QFile::link(folder + "-target", folder));
 
         const QString logFile = initialize_logging(false, folder);
         const QString expected = refusal.isEmpty() && !given.isEmpty() ? folder : home.appDataDir() + "/logs";
@@ -293,10 +253,8 @@ private slots:
         QCOMPARE(
             readLines(logFile).filter("Refusing log folder " + folder + ": " + folder + " " + refusal).size(),
             refusal.isEmpty() ? 0 : 1);
-        if (given.isEmpty())
-            QCOMPARE(modeOf(expected), 0700);
-        if (given == "link")
-            QVERIFY(QDir(folder + "-target").isEmpty());
+        QVERIFY(!given.isEmpty() || modeOf(expected) == 0700);
+        QVERIFY(given != "link" || QDir(folder + "-target").isEmpty());
         startLogging(false);
     }
 
@@ -304,20 +262,17 @@ private slots:
     {
         QTest::addColumn<QString>("entry");
         QTest::addColumn<QString>("logged");
-        QTest::newRow("token") << "GITHUB_TOKEN=ghp_abc"
-                               << "GITHUB_TOKEN=***";
-        QTest::newRow("any case") << "my_Password=pw"
-                                  << "my_Password=***";
-        for (const char *name : { "API_SECRET", "SSH_AUTH_SOCK", "AWS_ACCESS_KEY_ID" })
-            QTest::newRow(name) << QString(name) + "=v" << QString(name) + "=***";
-        QTest::newRow("proxy credentials") << "https_proxy=http://bob:pw@proxy:3128/"
-                                           << "https_proxy=http://***@proxy:3128/";
-        QTest::newRow("@ inside the password") << "ALL_PROXY=socks5://u:p@ss@h:1"
-                                               << "ALL_PROXY=socks5://***@h:1";
-        QTest::newRow("@ in the path only") << "HOME_URL=https://h/a@b"
-                                            << "HOME_URL=https://h/a@b";
-        QTest::newRow("plain") << "LANG=C.UTF-8"
-                               << "LANG=C.UTF-8";
+        const auto row = [](const QString &entry, const QString &logged) {
+            QTest::newRow(qPrintable(entry)) << entry << logged;
+        };
+        row("GITHUB_TOKEN=ghp_abc", "GITHUB_TOKEN=***");
+        row("my_Password=pw", "my_Password=***");
+        for (const QString name : { "API_SECRET", "SSH_AUTH_SOCK", "AWS_ACCESS_KEY_ID" })
+            row(name + "=v", name + "=***");
+        row("https_proxy=http://bob:pw@proxy:3128/", "https_proxy=http://***@proxy:3128/");
+        row("ALL_PROXY=socks5://u:p@ss@h:1", "ALL_PROXY=socks5://***@h:1"); // '@' inside the password
+        row("HOME_URL=https://h/a@b", "HOME_URL=https://h/a@b");
+        row("LANG=C.UTF-8", "LANG=C.UTF-8");
     }
 
     void bannerSecretsAreMasked()

@@ -4,62 +4,35 @@
 #include "base/AppDataDirectory.h"
 #include "support/LogCapture.h"
 #include "support/TempHome.h"
+#include "support/TestData.h"
 
-#include <QJsonDocument>
 #include <QNetworkProxy>
-#include <QSignalSpy>
 #include <QtTest>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <thread>
 #include <vector>
 
-namespace {
-
-QByteArray readAll(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-QJsonObject readJson(const QString &path)
-{
-    return QJsonDocument::fromJson(readAll(path)).object();
-}
-
-QJsonObject parse(const QByteArray &text)
-{
-    return QJsonDocument::fromJson(text).object();
-}
-
-// Identity of the file on disk: a save replaces the file, so a new inode or a new
-// modification time means it was written.
-QPair<ino_t, qint64> stampOf(const QString &path)
-{
-    struct stat info;
-    if (::stat(QFile::encodeName(path).constData(), &info) != 0)
-        return {};
-    return { info.st_ino, qint64(info.st_mtim.tv_sec) * 1000000000 + info.st_mtim.tv_nsec };
-}
-
-SettingsManagerOptions memoryOnly(const QStringList &launcherCandidates = {})
-{
-    SettingsManagerOptions options;
-    options.passwordStore = ProxyPasswordStore::MemoryOnly;
-    options.launchersPathResolver = std::make_shared<OSShellLaunchersPathResolver>(launcherCandidates);
-    return options;
-}
-
-Result<void> change(SettingsManager &manager, const std::function<void(SelfSettings &)> &edit)
-{
-    return manager.updateSettings(edit);
-}
-
-} // namespace
-
 class SettingsManagerTest : public QObject
 {
     Q_OBJECT
+    static QJsonObject parse(const QByteArray &text) { return QJsonDocument::fromJson(text).object(); }
+    // A save replaces the file, so a new inode or a new modification time means it was written.
+    static QPair<ino_t, qint64> stampOf(const QString &path)
+    {
+        struct stat info;
+        if (::stat(QFile::encodeName(path).constData(), &info) != 0)
+            return {};
+        return { info.st_ino, qint64(info.st_mtim.tv_sec) * 1000000000 + info.st_mtim.tv_nsec };
+    }
+    static SettingsManagerOptions memoryOnly(const QStringList &launcherCandidates = {})
+    {
+        SettingsManagerOptions options;
+        options.passwordStore = ProxyPasswordStore::MemoryOnly;
+        options.launchersPathResolver = std::make_shared<OSShellLaunchersPathResolver>(launcherCandidates);
+        return options;
+    }
+
 private slots:
     // Also: the proxy record written at every start is no change when the proxy is the same.
     void createsTheFileAndWritesAndSignalsOnlyRealChanges()
@@ -72,30 +45,26 @@ private slots:
             readJson(path), parse(R"({"update": {"filter": {"quality_filter": {"order_value": 10000}}}})"));
         QSignalSpy changed(manager.get(), &SettingsManager::settingsChanged);
 
-        QVERIFY(
-            change(*manager, [](SelfSettings &s) { s.setChannelRollbackHistoryDepth(7); }).isSuccessful());
-        QCOMPARE(changed.count(), 1);
-        QCOMPARE(changed.at(0).at(0).value<SelfSettings>().getChannelRollbackHistoryDepth(), 2);
+        QVERIFY(manager->updateSettings([](SelfSettings &s) { s.setChannelRollbackHistoryDepth(7); }));
+        QVERIFY(changed.count() == 1
+            && changed.at(0).at(0).value<SelfSettings>().getChannelRollbackHistoryDepth() == 2);
         QCOMPARE(changed.at(0).at(1).value<SelfSettings>().getChannelRollbackHistoryDepth(), 7);
         QCOMPARE(readJson(path).value("channel_rollback_max_history"), QJsonValue(7));
         const auto stamp = stampOf(path);
-        QVERIFY(change(*manager, [](SelfSettings &s) {
+        QVERIFY(manager->updateSettings([](SelfSettings &s) {
             s.setChannelRollbackHistoryDepth(7);
             s.setShellLinksFolder("/x");
             s.setShellLinksFolder(QString());
-        }).isSuccessful());
-        QCOMPARE(changed.count(), 1);
-        QVERIFY(stampOf(path) == stamp);
+        }));
+        QVERIFY(changed.count() == 1 && stampOf(path) == stamp);
 
         for (const QNetworkProxy &proxy : { QNetworkProxy(QNetworkProxy::HttpProxy, "127.0.0.1", 3128),
                  QNetworkProxy(QNetworkProxy::NoProxy) }) {
-            QVERIFY(manager->setProxyConfig(proxy).isSuccessful()); // a change the first time
+            QVERIFY(manager->setProxyConfig(proxy)); // a change the first time
             manager = std::make_unique<SettingsManager>(path, nullptr, memoryOnly());
             QSignalSpy restarted(manager.get(), &SettingsManager::settingsChanged);
             const auto written = stampOf(path);
-            QVERIFY(manager->setProxyConfig(proxy).isSuccessful());
-            QCOMPARE(restarted.count(), 0);
-            QVERIFY(stampOf(path) == written);
+            QVERIFY(manager->setProxyConfig(proxy) && restarted.count() == 0 && stampOf(path) == written);
         }
     }
 
@@ -119,35 +88,29 @@ private slots:
         QFETCH(QByteArray, content);
         QFETCH(QString, obstacle);
         TempHome home;
-        QString folder = home.appDataDir();
+        const QString folder = home.appDataDir();
+        const QByteArray mountPoint = QFile::encodeName(folder);
         QVERIFY(QDir().mkpath(folder));
-        if (obstacle == "full") {
-            // A small file system of its own, filled up to the last byte.
-            if (::mount("tmpfs", QFile::encodeName(folder).constData(), "tmpfs", 0, "size=64k,mode=0700")
-                != 0)
-                QSKIP("needs root to mount a small tmpfs");
-        }
-        auto unmount = qScopeGuard([&] {
-            if (obstacle == "full")
-                ::umount2(QFile::encodeName(folder).constData(), MNT_DETACH);
-        });
+        // A small file system of its own, filled up to the last byte.
+        if (obstacle == "full"
+            && ::mount("tmpfs", mountPoint.constData(), "tmpfs", 0, "size=64k,mode=0700") != 0)
+            QSKIP("needs root to mount a small tmpfs");
+        auto unmount = qScopeGuard(
+            [&] { (void)(obstacle == "full" && ::umount2(mountPoint.constData(), MNT_DETACH) == 0); });
         const QString path = folder + "/.settings.json";
         if (content == "<fifo>")
             QVERIFY(::mkfifo(QFile::encodeName(path).constData(), 0600) == 0);
         else if (content == "<folder>")
             QVERIFY(QDir().mkpath(path));
         else
-            QVERIFY(JsonEditor::writeFileAtomically(path, content).isSuccessful());
+            QVERIFY(JsonEditor::writeFileAtomically(path, content));
         const auto before = stampOf(path);
 
         LogCapture log;
         SettingsManager manager(path, nullptr, memoryOnly());
-        QCOMPARE(log.count("Failed to load Hangar settings: Unable to "), 1);
-        QVERIFY(log.contains(path));
-        QCOMPARE(manager.getSettings().toJson(), QJsonObject());
-        QVERIFY(change(manager, [](SelfSettings &) {}).isSuccessful());
-        QVERIFY(manager.loadSettings().isError());
-        QVERIFY(stampOf(path) == before);
+        QVERIFY(log.count("Failed to load Hangar settings: Unable to ") == 1 && log.contains(path));
+        QVERIFY(manager.getSettings().toJson().isEmpty() && manager.updateSettings([](SelfSettings &) {}));
+        QVERIFY(manager.loadSettings().isError() && stampOf(path) == before);
 
         if (obstacle == "folder")
             QVERIFY(QDir().mkpath(path + ".broken"));
@@ -157,25 +120,24 @@ private slots:
             while (filler.write(QByteArray(4096, 'f')) > 0 && filler.flush()) { }
         }
         if (!obstacle.isEmpty()) {
-            QVERIFY(change(manager, [](SelfSettings &s) { s.setRunOnStartUp(false); }).isError());
+            QVERIFY(manager.updateSettings([](SelfSettings &s) { s.setRunOnStartUp(false); }).isError());
             QVERIFY(log.contains("Settings are kept in memory only: the unreadable settings file " + path));
-            QVERIFY(stampOf(path) == before);
-            QVERIFY(content.startsWith('<') || readAll(path) == content); // never open a FIFO blocking
-            QCOMPARE(QFileInfo(path + ".broken").isFile(), false);
-            QCOMPARE(manager.getSettings().getRunOnStartUp(), false); // in memory all the same
+            QVERIFY(content.startsWith('<') || readFile(path) == content); // never open a FIFO blocking
+            QVERIFY(stampOf(path) == before && !QFileInfo(path + ".broken").isFile());
+            QVERIFY(!manager.getSettings().getRunOnStartUp()); // in memory all the same
             if (obstacle == "always")
                 return;
             QDir(path + ".broken").removeRecursively();
             QFile::remove(folder + "/filler");
         }
-        QVERIFY(change(manager, [](SelfSettings &s) {
+        QVERIFY(manager.updateSettings([](SelfSettings &s) {
             s.setRunOnStartUp(false);
             s.setInternalMode(true);
-        }).isSuccessful());
+        }));
         QCOMPARE(readJson(path), parse(R"({"autostart": false, "internal": {"enabled": true}})"));
-        QCOMPARE(readAll(path + ".broken"), content);
-        QVERIFY(change(manager, [](SelfSettings &s) { s.setRunOnStartUp(true); }).isSuccessful());
-        QCOMPARE(readAll(path + ".broken"), content); // only the unreadable file is kept
+        QCOMPARE(readFile(path + ".broken"), content);
+        QVERIFY(manager.updateSettings([](SelfSettings &s) { s.setRunOnStartUp(true); }));
+        QCOMPARE(readFile(path + ".broken"), content); // only the unreadable file is kept
     }
 
     void wrongTypedKeysAreLoggedAndReadAsDefaultsWithoutRewritingTheFile()
@@ -186,17 +148,17 @@ private slots:
         const QString path = home.writeFile(".local/share/Vantrel/Hangar/.settings.json", content);
         LogCapture log;
         SettingsManager manager(path, nullptr, memoryOnly());
-        QVERIFY(log.contains(
-            "Failed to load Hangar settings: \"autostart\" is not a boolean, using the default"));
-        QVERIFY(log.contains("\"network -> download_timeout\" is not an integer, using the default"));
-        QCOMPARE(manager.getSettings().getRunOnStartUp(), true);
-        QCOMPARE(manager.getSettings().getChannelRollbackHistoryDepth(), 4); // the good keys stay in force
-        QCOMPARE(readAll(path), content);
+        QVERIFY(
+            log.contains("Failed to load Hangar settings: \"autostart\" is not a boolean, using the default")
+            && log.contains("\"network -> download_timeout\" is not an integer, using the default"));
+        // The good keys stay in force, the file as it was.
+        QVERIFY(manager.getSettings().getRunOnStartUp()
+            && manager.getSettings().getChannelRollbackHistoryDepth() == 4);
+        QCOMPARE(readFile(path), content);
 
         // A change elsewhere keeps the user's other keys, damaged ones included.
-        QVERIFY(change(manager, [](SelfSettings &s) { s.setAllowAnonymousStatistics(true); }).isSuccessful());
-        QCOMPARE(readJson(path).value("autostart"), QJsonValue("no"));
-        QVERIFY(!QFile::exists(path + ".broken"));
+        QVERIFY(manager.updateSettings([](SelfSettings &s) { s.setAllowAnonymousStatistics(true); }));
+        QVERIFY(readJson(path).value("autostart") == "no" && !QFile::exists(path + ".broken"));
     }
 
     void migratesOldFilesOnceAndEnablesLaunchersOnlyWithAFolder()
@@ -204,15 +166,11 @@ private slots:
         TempHome home;
         const QString path = home.writeFile(".local/share/Vantrel/Hangar/.settings.json",
             R"({"shell_scripts_location": "/opt/scripts", "orvacc": "old-account", "autostart": false})");
-        {
-            SettingsManager manager(path, nullptr, memoryOnly());
-        }
+        std::make_unique<SettingsManager>(path, nullptr, memoryOnly()).reset();
         QCOMPARE(readJson(path),
             parse(R"({"shell_scripts": {"enabled": true, "location": "/opt/scripts"}, "autostart": false})"));
         const auto migrated = stampOf(path);
-        {
-            SettingsManager again(path, nullptr, memoryOnly());
-        }
+        std::make_unique<SettingsManager>(path, nullptr, memoryOnly()).reset();
         QVERIFY(stampOf(path) == migrated);
 
         for (const bool folder : { false, true }) {
@@ -239,26 +197,19 @@ private slots:
         QSignalSpy changed(&manager, &SettingsManager::settingsChanged);
         QSignalSpy stored(&manager, &SettingsManager::proxyPasswordStored);
 
-        QVERIFY(change(manager, [](SelfSettings &s) {
-            s.setProxyCredentials("alice", "s3cr3t-pw");
-        }).isSuccessful());
+        QVERIFY(manager.updateSettings([](SelfSettings &s) { s.setProxyCredentials("alice", "s3cr3t-pw"); }));
         QCOMPARE(manager.getProxyPassword(), QString("s3cr3t-pw"));
-        QCOMPARE(readJson(path).value("proxy").toObject(), parse(R"({"auth": {"username": "alice"}})"));
+        QCOMPARE(readJson(path).value("proxy"), QJsonValue(parse(R"({"auth": {"username": "alice"}})")));
         QVERIFY(
             !QJsonDocument(changed.at(0).at(1).value<SelfSettings>().toJson()).toJson().contains("s3cr3t"));
         QVERIFY(stored.wait(2000) && !stored.at(0).at(0).toBool());
 
         // A new password for the same user is no settings change: no write, no signal.
         const auto stamp = stampOf(path);
-        QVERIFY(change(manager, [](SelfSettings &s) {
-            s.setProxyCredentials("alice", "other-pw");
-        }).isSuccessful());
-        QCOMPARE(manager.getProxyPassword(), QString("other-pw"));
-        QCOMPARE(changed.count(), 1);
-        QVERIFY(stampOf(path) == stamp);
+        QVERIFY(manager.updateSettings([](SelfSettings &s) { s.setProxyCredentials("alice", "other-pw"); }));
+        QVERIFY(manager.getProxyPassword() == "other-pw" && changed.count() == 1 && stampOf(path) == stamp);
         QVERIFY(!QJsonDocument(manager.getSettingsJson()).toJson().contains("other-pw"));
-        QVERIFY(manager.saveSettings().isSuccessful());
-        QVERIFY(!readAll(path).contains("other-pw"));
+        QVERIFY(manager.saveSettings() && !readFile(path).contains("other-pw"));
     }
 
     void keychainMissingOrSilentFallsBackToMemory()
@@ -278,11 +229,9 @@ private slots:
                 log.contains("No session bus: the proxy password is kept in memory only"), address.isEmpty());
             QSignalSpy stored(&manager, &SettingsManager::proxyPasswordStored);
             manager.fetchProxyPassword();
-            QVERIFY(change(manager, [](SelfSettings &s) {
-                s.setProxyCredentials("u", "pw-kept");
-            }).isSuccessful());
-            QVERIFY(stored.wait(8000) && !stored.at(0).at(0).toBool());
-            QCOMPARE(manager.getProxyPassword(), QString("pw-kept"));
+            QVERIFY(manager.updateSettings([](SelfSettings &s) { s.setProxyCredentials("u", "pw-kept"); }));
+            QVERIFY(
+                stored.wait(8000) && !stored.at(0).at(0).toBool() && manager.getProxyPassword() == "pw-kept");
         }
     }
 
@@ -291,19 +240,18 @@ private slots:
         TempHome home;
         const QString path = settingsFilePath();
         SettingsManager manager(path, nullptr, memoryOnly());
-        const QByteArray old = readAll(path);
+        const QByteArray old = readFile(path);
         QSignalSpy changed(&manager, &SettingsManager::settingsChanged);
         Result<void> saved;
         {
             FileSizeLimit limit(16); // the new file cannot be written in full
-            saved = change(manager, [](SelfSettings &s) { s.setApplicationInstallDirectory("/opt/tools"); });
+            saved = manager.updateSettings(
+                [](SelfSettings &s) { s.setApplicationInstallDirectory("/opt/tools"); });
         }
-        QCOMPARE(saved.error(), "Unable to write file: " + path);
-        QCOMPARE(readAll(path), old);
-        QCOMPARE(manager.getSettings().getApplicationInstallDirectory(), QString("/opt/tools"));
-        QCOMPARE(changed.count(), 1);
-        QVERIFY(manager.saveSettings().isSuccessful());
-        QCOMPARE(readJson(path).value("install_location"), QJsonValue("/opt/tools"));
+        QVERIFY(saved.error() == "Unable to write file: " + path && readFile(path) == old);
+        QVERIFY(
+            manager.getSettings().getApplicationInstallDirectory() == "/opt/tools" && changed.count() == 1);
+        QVERIFY(manager.saveSettings() && readJson(path).value("install_location") == "/opt/tools");
     }
 
     // Workers update, read and clean up at once; every change lands and is signalled,
@@ -313,10 +261,10 @@ private slots:
         TempHome home;
         const QString path = settingsFilePath();
         SettingsManager manager(path, nullptr, memoryOnly());
-        QVERIFY(change(manager, [&](SelfSettings &s) {
+        QVERIFY(manager.updateSettings([&](SelfSettings &s) {
             s.setHiddenProject(home.path(), QDateTime::currentDateTime());
             s.setHiddenProject(home.path() + "/vanished", QDateTime::currentDateTime());
-        }).isSuccessful());
+        }));
         QSignalSpy changed(&manager, &SettingsManager::settingsChanged);
         QObject receiver;
         bool sawLast = false;
@@ -344,17 +292,16 @@ private slots:
         threads.emplace_back([&] { cleaned = manager.removeOutdated().isSuccessful(); });
         for (std::thread &thread : threads)
             thread.join();
-        QVERIFY(cleaned);
-        QCOMPARE(changed.count(), 4 * 50 + 1);
+        QVERIFY(cleaned && changed.count() == 4 * 50 + 1);
         const SelfSettings final = manager.getSettings();
         for (int t = 0; t < 4; ++t)
-            QCOMPARE(final.getDefaultOpenItem(home.path() + "/p" + QString::number(t))->channelId, QString("ch-50"));
+            QCOMPARE(final.getDefaultOpenItem(home.path() + "/p" + QString::number(t))->channelId,
+                QString("ch-50"));
         QCOMPARE(final.getHiddenProjects().keys(), QStringList { home.path() });
         QCOMPARE(readJson(path), final.toJson());
         QTRY_VERIFY(sawLast);
-        const auto stamp = stampOf(path);
-        QVERIFY(manager.removeOutdated().isSuccessful()); // nothing left to remove: nothing written
-        QVERIFY(stampOf(path) == stamp);
+        const auto stamp = stampOf(path); // nothing left to remove: nothing written
+        QVERIFY(manager.removeOutdated() && stampOf(path) == stamp);
     }
 
     void resetKeepsProjectsAndPageCopyCarriesDefaultsAndAccounts()
@@ -362,25 +309,23 @@ private slots:
         TempHome home;
         const QString path = settingsFilePath();
         SettingsManager manager(path, nullptr, memoryOnly());
-        QVERIFY(change(manager, [&](SelfSettings &s) {
+        QVERIFY(manager.updateSettings([&](SelfSettings &s) {
             s.setGlobalHotkey("F2");
             s.setSpecialProject("/p", "favorite", true);
             s.setActiveOrvacc("acc-9");
-        }).isSuccessful());
+        }));
         const QJsonObject page = manager.getSettingsJson();
         QCOMPARE(
             page.value("accounts").toObject(), parse(R"({"list": [{"id": "acc-9"}], "active": "acc-9"})"));
         QCOMPARE(page.value("defaults").toObject().value("autostart"), QJsonValue(true));
         QSignalSpy changed(&manager, &SettingsManager::settingsChanged);
-        QVERIFY(manager.resetSettings().isSuccessful());
-        QVERIFY(manager.resetSettings().isSuccessful());
-        QCOMPARE(changed.count(), 1);
+        QVERIFY(manager.resetSettings() && manager.resetSettings() && changed.count() == 1);
         QCOMPARE(readJson(path), parse(R"({"autostart": true,
             "update": {"filter": {"quality_filter": {"order_value": 10000}}},
             "projects": {"special": {"favorite": ["/p"]}}, "vantrel_account": {"active": "acc-9"}})"));
         // Saving a copy that came back from the page drops the page-only key.
-        QVERIFY(change(manager, [&](SelfSettings &s) { s.setSettings(page); }).isSuccessful());
-        QVERIFY(!readJson(path).contains("defaults"));
+        QVERIFY(manager.updateSettings([&](SelfSettings &s) { s.setSettings(page); })
+            && !readJson(path).contains("defaults"));
     }
 
     void fileWatchingIsSwitchedOffButReloadWorks()
@@ -394,7 +339,7 @@ private slots:
         home.writeFile(".local/share/Vantrel/Hangar/.settings.json",
             R"({"shell_scripts": {"enabled": false}, "channel_rollback_max_history": 9})");
         QTest::qWait(100);
-        QCOMPARE(changed.count(), 0);
+        QVERIFY(changed.isEmpty());
         manager.onSettingsFileChange(path);
         QCOMPARE(manager.getSettings().getChannelRollbackHistoryDepth(), 9);
     }

@@ -1,23 +1,13 @@
 #include "base/Capabilities.h"
 
 #include "feed/records/RemoteFeedItem.h"
+#include "support/TestData.h"
 
-#include <QJsonDocument>
 #include <QtTest>
 
 namespace {
 
-QJsonObject json(const char *text)
-{
-    QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(QByteArray(text), &error);
-    if (error.error != QJsonParseError::NoError || !document.isObject())
-        qFatal("bad test JSON: %s", text);
-    return document.object();
-}
-
-// A machine with known values, so that the cases do not depend on where the
-// tests run.
+// A machine with known values, so that the cases do not depend on where the tests run.
 Capabilities machine()
 {
     return Capabilities(QVariantMap { { "os", "linux" }, { "os_kernel", "6.1.0-18-amd64" },
@@ -35,10 +25,9 @@ private slots:
     void runningSystemHasEveryCapability()
     {
         const Capabilities current;
-        const QStringList keys = { "os", "os_kernel", "os_version_major", "os_version_minor",
-            "os_version_micro", "cpu_arch", "glibc" };
-        for (const QString &key : keys)
-            QVERIFY2(current.values().contains(key), qPrintable(key));
+        for (const char *key : { "os", "os_kernel", "os_version_major", "os_version_minor",
+                 "os_version_micro", "cpu_arch", "glibc" })
+            QVERIFY2(current.values().contains(key), key);
         QCOMPARE(current.value("os").toString(), QString("linux"));
         QVERIFY(!current.value("glibc").toString().isEmpty());
         // A build that asks for what this machine is must pass here.
@@ -52,44 +41,39 @@ private slots:
         QTest::addColumn<QString>("requirements");
         QTest::addColumn<QStringList>("issues");
 
-        QTest::newRow("empty node has no requirements") << "{}" << QStringList();
-        QTest::newRow("equal text") << R"({"os": "linux"})" << QStringList();
-        QTest::newRow("other system") << R"({"os": "windows"})" << QStringList("os = windows (found linux)");
-        QTest::newRow("texts compare case-sensitively")
-            << R"({"cpu_arch": "X86_64"})" << QStringList("cpu_arch = X86_64 (found x86_64)");
-        QTest::newRow("list membership") << R"({"cpu_arch": ["aarch64", "x86_64"]})" << QStringList();
-        QTest::newRow("not in list") << R"({"cpu_arch": ["aarch64", "riscv64"]})"
-                                     << QStringList("cpu_arch in [aarch64, riscv64] (found x86_64)");
-        QTest::newRow("glibc new enough") << R"({"glibc": {"min": "2.28"}})" << QStringList();
-        QTest::newRow("glibc exactly enough") << R"({"glibc": {"min": "2.36"}})" << QStringList();
-        QTest::newRow("glibc numbers, not text: 2.36 >= 2.4")
-            << R"({"glibc": {"min": "2.4"}})" << QStringList();
-        QTest::newRow("glibc too old")
-            << R"({"glibc": {"min": "2.38"}})" << QStringList("glibc >= 2.38 (found 2.36)");
-        QTest::newRow("trailing zero is the same release") << R"({"glibc": "2.36.0"})" << QStringList();
-        QTest::newRow("kernel suffix ignored for order")
-            << R"({"os_kernel": {"min": "5.10", "lt": "6.2"}})" << QStringList();
-        QTest::newRow("kernel too new")
-            << R"({"os_kernel": {"max": "5.15"}})" << QStringList("os_kernel <= 5.15 (found 6.1.0-18-amd64)");
-        QTest::newRow("numbers against integers") << R"({"os_version_major": {"gt": 11}})" << QStringList();
-        QTest::newRow("number too small")
-            << R"({"os_version_major": {"min": 13}})" << QStringList("os_version_major >= 13 (found 12)");
-        QTest::newRow("not equal") << R"({"cpu_arch": {"ne": "i386"}})" << QStringList();
-        QTest::newRow("not_in hit") << R"({"cpu_arch": {"not_in": ["x86_64"]}})"
-                                    << QStringList("cpu_arch not in [x86_64] (found x86_64)");
-        QTest::newRow("every unmet clause is listed")
-            << R"({"os": "linux", "glibc": {"min": "2.40"}, "cpu_arch": "aarch64"})"
-            << QStringList { "cpu_arch = aarch64 (found x86_64)", "glibc >= 2.40 (found 2.36)" };
-        QTest::newRow("any: one branch suffices")
-            << R"({"any": [{"cpu_arch": "aarch64"}, {"glibc": {"min": "2.17"}}]})" << QStringList();
-        QTest::newRow("any: none holds")
-            << R"({"any": [{"cpu_arch": "aarch64"}, {"glibc": {"min": "2.99"}}]})"
-            << QStringList("one of: cpu_arch = aarch64 (found x86_64) | glibc >= "
-                           "2.99 (found 2.36)");
-        QTest::newRow("all") << R"({"all": [{"os": "linux"}, {"glibc": {"min": "3"}}]})"
-                             << QStringList("glibc >= 3 (found 2.36)");
-        QTest::newRow("not holds") << R"({"not": {"cpu_arch": "i386"}})" << QStringList();
-        QTest::newRow("not fails") << R"({"not": {"os": "linux"}})" << QStringList(R"(not {"os":"linux"})");
+        const auto row = [](const char *name, const char *requirements, const QStringList &issues = {}) {
+            QTest::newRow(name) << QString(requirements) << issues;
+        };
+        row("empty node has no requirements", "{}");
+        row("other system", R"({"os": "windows"})", { "os = windows (found linux)" });
+        row("texts compare case-sensitively", R"({"cpu_arch": "X86_64"})",
+            { "cpu_arch = X86_64 (found x86_64)" });
+        row("list membership", R"({"cpu_arch": ["aarch64", "x86_64"]})");
+        row("not in list", R"({"cpu_arch": ["aarch64", "riscv64"]})",
+            { "cpu_arch in [aarch64, riscv64] (found x86_64)" });
+        row("glibc exactly enough", R"({"glibc": {"min": "2.36"}})");
+        row("glibc numbers, not text: 2.36 >= 2.4", R"({"glibc": {"min": "2.4"}})");
+        row("glibc too old", R"({"glibc": {"min": "2.38"}})", { "glibc >= 2.38 (found 2.36)" });
+        row("trailing zero is the same release", R"({"glibc": "2.36.0"})");
+        row("kernel suffix ignored for order", R"({"os_kernel": {"min": "5.10", "lt": "6.2"}})");
+        row("kernel too new", R"({"os_kernel": {"max": "5.15"}})",
+            { "os_kernel <= 5.15 (found 6.1.0-18-amd64)" });
+        row("numbers against integers", R"({"os_version_major": {"gt": 11}})");
+        row("number too small", R"({"os_version_major": {"min": 13}})",
+            { "os_version_major >= 13 (found 12)" });
+        row("not equal", R"({"cpu_arch": {"ne": "i386"}})");
+        row("not_in hit", R"({"cpu_arch": {"not_in": ["x86_64"]}})",
+            { "cpu_arch not in [x86_64] (found x86_64)" });
+        row("every unmet clause is listed",
+            R"({"os": "linux", "glibc": {"min": "2.40"}, "cpu_arch": "aarch64"})",
+            { "cpu_arch = aarch64 (found x86_64)", "glibc >= 2.40 (found 2.36)" });
+        row("any: one branch suffices", R"({"any": [{"cpu_arch": "aarch64"}, {"glibc": {"min": "2.17"}}]})");
+        row("any: none holds", R"({"any": [{"cpu_arch": "aarch64"}, {"glibc": {"min": "2.99"}}]})",
+            { "one of: cpu_arch = aarch64 (found x86_64) | glibc >= "
+              "2.99 (found 2.36)" });
+        row("all", R"({"all": [{"os": "linux"}, {"glibc": {"min": "3"}}]})", { "glibc >= 3 (found 2.36)" });
+        row("not holds", R"({"not": {"cpu_arch": "i386"}})");
+        row("not fails", R"({"not": {"os": "linux"}})", { R"(not {"os":"linux"})" });
     }
 
     void requirementsAreEvaluated()
@@ -115,10 +99,7 @@ private slots:
         QCOMPARE(machine().checkCompatibilityIssues(RemoteFeedItem(json(R"({"id": "tool", "package": {}})"))),
             QStringList());
         QCOMPARE(machine().checkCompatibilityIssues(item(R"("x86_64")")), QStringList());
-    }
-
-    void missingValueIsReportedAsNothingFound()
-    {
+        // A machine without the value.
         const Capabilities bare(QVariantMap { { "glibc", QString() } });
         QCOMPARE(bare.checkCompatibilityIssues(json(R"({"glibc": {"min": "2.17"}})")),
             QStringList("glibc >= 2.17 (found nothing)"));

@@ -92,30 +92,6 @@ private slots:
         QCOMPARE(warnings.size(), warning.isEmpty() ? 0 : 1);
         QVERIFY2(warning.isEmpty() || warnings.first().startsWith(warning), qPrintable(warnings.join('\n')));
     }
-
-    void recognisesOptions_data()
-    {
-        QTest::addColumn<QString>("arg");
-        QTest::addColumn<bool>("declared"); // hasOption
-        QTest::addColumn<bool>("optionLike"); // canBeOption
-        for (const char *name : { "--minimize", "-d", "--debug", "--install-target", "--update-channel",
-                 "--update-successful", "--help", "--version" })
-            QTest::newRow(name) << name << true << true;
-        for (const char *name : { "--minimize=1", "--Minimize", "-minimize", "--bogus", "-" })
-            QTest::newRow(name) << name << false << true;
-        for (const char *name :
-            { "url https://example.invalid", "activate ", "", " -d", "https://x.invalid/-x" })
-            QTest::newRow(name) << name << false << false;
-    }
-
-    void recognisesOptions()
-    {
-        QFETCH(QString, arg);
-        QFETCH(bool, declared);
-        QFETCH(bool, optionLike);
-        QCOMPARE(CommandLine(QStringList("hangar")).hasOption(arg), declared);
-        QCOMPARE(CommandLine::canBeOption(arg), optionLike);
-    }
 };
 
 QTEST_GUILESS_MAIN(CommandLineTest)

@@ -1,7 +1,6 @@
 #pragma once
 
-#include <QProcess>
-#include <QString>
+#include <QtCore>
 #include <csignal>
 #include <functional>
 #include <grp.h>
@@ -10,9 +9,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-// Another local user: "hangar-probe", created on first use (useradd, so only as
-// root). Runs code in a child process under that user's ids to play the part of
-// someone else on the same machine.
+// Another local user: "hangar-probe", created on first use (useradd, so only as root). Runs code in a child
+// process under that user's ids to play the part of someone else on the same machine.
 class ForeignUser
 {
 public:
@@ -29,8 +27,7 @@ public:
         return ForeignUser { entry->pw_uid, entry->pw_gid };
     }
 
-    // Forks; the child becomes the user, runs `body` (plain POSIX calls only) and
-    // exits.
+    // Forks; the child becomes the user, runs `body` (plain POSIX calls only) and exits.
     pid_t spawn(const std::function<void()> &body) const
     {
         const pid_t child = ::fork();
@@ -43,8 +40,11 @@ public:
         return child;
     }
 
+    // Kills and reaps the child of spawn(), if there is one.
     static void stop(pid_t child)
     {
+        if (child <= 0)
+            return;
         ::kill(child, SIGKILL);
         ::waitpid(child, nullptr, 0);
     }

@@ -3,8 +3,6 @@
 #include "SingleApplicationInstanceController.h"
 #include "support/LogCapture.h"
 
-#include <QSignalSpy>
-#include <QTemporaryDir>
 #include <QtTest>
 #include <cstring>
 #include <fcntl.h>
@@ -17,17 +15,20 @@ using Controller = SingleApplicationInstanceController;
 
 namespace {
 
-// A socket bound at `path` (listening when asked); the caller closes it.
-int boundSocket(const QByteArray &path, bool listening)
+sockaddr_un addressOf(const QByteArray &path)
 {
-    const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
     sockaddr_un address {};
     address.sun_family = AF_UNIX;
     std::memcpy(address.sun_path, path.constData(), size_t(path.size()));
-    if (::bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)) != 0
-        || (listening && ::listen(fd, 8) != 0))
-        return -1;
-    return fd;
+    return address;
+}
+
+// A socket bound at `path`, not yet listening; the caller closes it.
+int boundSocket(const QByteArray &path)
+{
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    const sockaddr_un address = addressOf(path);
+    return ::bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0 ? fd : -1;
 }
 
 QStringList takeAll(QSignalSpy &spy)
@@ -40,9 +41,8 @@ QStringList takeAll(QSignalSpy &spy)
 
 } // namespace
 
-// The guard driven in-process: a master and its second starts are two
-// controllers with the same key. Each test has its own temporary and runtime
-// folders.
+// The guard driven in-process: a master and its second starts are two controllers with the same
+// key. Each test has its own temporary and runtime folders.
 class SingleInstanceTest : public QObject
 {
     Q_OBJECT
@@ -80,10 +80,9 @@ private slots:
         QByteArray buffer = stream.left(300);
         QCOMPARE(InstanceMessageCodec::takeComplete(buffer), QStringList(a));
         buffer += stream.mid(300);
-        QCOMPARE(InstanceMessageCodec::takeComplete(buffer), QStringList(b));
-        QVERIFY(buffer.isEmpty());
-        QVERIFY(InstanceMessageCodec::encode(QString(65535, 'z')));
-        QVERIFY(!InstanceMessageCodec::encode(QString(65536, 'z')));
+        QVERIFY(InstanceMessageCodec::takeComplete(buffer) == QStringList(b) && buffer.isEmpty());
+        QVERIFY(InstanceMessageCodec::encode(QString(65535, 'z'))
+            && !InstanceMessageCodec::encode(QString(65536, 'z')));
     }
 
     void secondStartsHandOverInOrderAndNoCounterRunsOut()
@@ -95,8 +94,7 @@ private slots:
         QSignalSpy received(&master, &Controller::messageAvailable);
         {
             Controller second(m_key);
-            QVERIFY(!second.isMasterInstance());
-            QVERIFY(second.sendMessageToMasterInstance("--minimize"));
+            QVERIFY(!second.isMasterInstance() && second.sendMessageToMasterInstance("--minimize"));
             QVERIFY(!second.sendMessageToMasterInstance(QString(65536, 'x')));
             QVERIFY(second.sendMessageToMasterInstance("url https://example.invalid/a b"));
         }
@@ -110,8 +108,8 @@ private slots:
         QLoggingCategory::setFilterRules("default.info=false");
         for (int i = 0; i < Starts; ++i) {
             Controller second(m_key);
-            QVERIFY2(!second.isMasterInstance(), qPrintable(QString::number(i)));
-            QVERIFY(second.sendMessageToMasterInstance("activate "));
+            QVERIFY2(!second.isMasterInstance() && second.sendMessageToMasterInstance("activate "),
+                qPrintable(QString::number(i)));
             if (i % 200 == 199) {
                 QCoreApplication::processEvents();
                 delivered += takeAll(received).size();
@@ -123,25 +121,19 @@ private slots:
 
     void goneOrUnreachableMasterLeavesAMasterWithAWarning()
     {
-        {
-            Controller master(m_key);
-            QVERIFY(QFileInfo::exists(master.socketPath()));
-        }
-        const QString socket = guardFolder() + "/" + m_key + ".socket";
-        QVERIFY(!QFileInfo::exists(socket));
-
-        // A crashed master's socket: nobody holds the lock, the next start takes
-        // over.
-        const int stale = boundSocket(QFile::encodeName(socket), false);
-        QVERIFY(stale >= 0);
-        ::close(stale);
-        {
+        const auto guardingMaster = [&] {
             Controller next(m_key);
-            QVERIFY(next.isMasterInstance() && next.isGuarding());
-        }
+            return next.isMasterInstance() && next.isGuarding() && QFileInfo::exists(next.socketPath());
+        };
+        const QString socket = guardFolder() + "/" + m_key + ".socket";
+        QVERIFY(guardingMaster() && !QFileInfo::exists(socket));
 
-        // The lock is held but nobody answers: after the time limit, a master
-        // without the guard.
+        // A crashed master's socket: nobody holds the lock, the next start takes over.
+        const int stale = boundSocket(QFile::encodeName(socket));
+        QVERIFY(stale >= 0 && ::close(stale) == 0);
+        QVERIFY(guardingMaster());
+
+        // The lock is held but nobody answers: after the time limit, a master without the guard.
         const int lock = ::open(QFile::encodeName(guardFolder() + "/" + m_key + ".lock").constData(), O_RDWR);
         QVERIFY(lock >= 0 && ::flock(lock, LOCK_EX) == 0);
         LogCapture log;
@@ -152,9 +144,8 @@ private slots:
         QVERIFY(!unreachable.sendMessageToMasterInstance("activate "));
     }
 
-    // Another local user prepares the guard's objects before us, or knocks at our
-    // master: nothing of ours reaches them, and no start waits beyond its time
-    // limit.
+    // Another local user prepares the guard's objects before us, or knocks at our master: nothing
+    // of ours reaches them, and no start waits beyond its time limit.
     void foreignObjectsNeverCaptureOrBlock_data()
     {
         QTest::addColumn<QString>("attack");
@@ -177,18 +168,18 @@ private slots:
         if (!foreign)
             QSKIP("needs root to add and become a second user");
 
-        const QString squatted = m_tmp->path() + "/tmp/vantrel-hangar-0";
-        const QString folder = attack == "squat" ? squatted : guardFolder();
+        const QString folder = attack == "squat" ? m_tmp->path() + "/tmp/vantrel-hangar-0" : guardFolder();
         const QByteArray socket = QFile::encodeName(folder + "/" + m_key + ".socket");
         const QByteArray lock = QFile::encodeName(folder + "/" + m_key + ".lock");
+        const auto giveAway = [&](const QString &path) {
+            return ::chown(QFile::encodeName(path).constData(), foreign->uid, foreign->gid) == 0;
+        };
         if (attack == "squat")
             qunsetenv("XDG_RUNTIME_DIR");
-        if (attack == "runtime")
-            QVERIFY(::chown(QFile::encodeName(runtimeFolder()).constData(), foreign->uid, foreign->gid) == 0);
+        QVERIFY(attack != "runtime" || giveAway(runtimeFolder()));
         QVERIFY(QDir().mkpath(folder));
         QVERIFY(::chmod(QFile::encodeName(folder).constData(), attack == "squat" ? 0777 : 0700) == 0);
-        if (attack == "squat")
-            QVERIFY(::chown(QFile::encodeName(folder).constData(), foreign->uid, foreign->gid) == 0);
+        QVERIFY(attack != "squat" || giveAway(folder));
 
         // What the other user's process receives comes back through this pipe.
         int spied[2];
@@ -196,17 +187,12 @@ private slots:
         const int lockFd = attack == "lock" || attack == "listener"
             ? ::open(lock.constData(), O_RDWR | O_CREAT, 0600)
             : -1;
-        if (lockFd >= 0)
-            QVERIFY(::flock(lockFd, LOCK_EX) == 0);
-        if (attack == "lock")
-            QVERIFY(::fchown(lockFd, foreign->uid, foreign->gid) == 0);
-        const int listener = attack == "squat" || attack == "listener" ? boundSocket(socket, false) : -1;
+        QVERIFY(lockFd < 0 || ::flock(lockFd, LOCK_EX) == 0);
+        QVERIFY(attack != "lock" || ::fchown(lockFd, foreign->uid, foreign->gid) == 0);
+        const int listener = attack == "squat" || attack == "listener" ? boundSocket(socket) : -1;
         pid_t child = -1;
-        auto stopChild = qScopeGuard([&] {
-            if (child > 0)
-                ForeignUser::stop(child);
-        });
-        if (listener >= 0) {
+        auto stopChild = qScopeGuard([&] { ForeignUser::stop(child); });
+        if (listener >= 0)
             child = foreign->spawn([&] {
                 // Listening after the switch makes the socket's owner the other user.
                 ::listen(listener, 8);
@@ -218,34 +204,29 @@ private slots:
                     ::close(fd);
                 }
             });
-        }
 
         LogCapture log;
         std::unique_ptr<Controller> master = std::make_unique<Controller>(m_key);
         QSignalSpy received(master.get(), &Controller::messageAvailable);
-        QVERIFY(master->isMasterInstance());
-        QCOMPARE(master->isGuarding(), guarded);
+        QVERIFY(master->isMasterInstance() && master->isGuarding() == guarded);
         if (!warning.isEmpty() && attack != "caller")
             QVERIFY2(log.count(warning) >= 1, qPrintable(log.messages().join("\n")));
-        if (guarded)
-            QVERIFY(!master->socketPath().startsWith(folder + "/") || attack == "caller");
+        QVERIFY(!guarded || !master->socketPath().startsWith(folder + "/") || attack == "caller");
 
         if (attack == "caller") {
             for (const QString &path : { m_tmp->path(), runtimeFolder(), folder })
                 QVERIFY(::chmod(QFile::encodeName(path).constData(), 0711) == 0);
             QVERIFY(::chmod(socket.constData(), 0777) == 0);
             const QByteArray record = *InstanceMessageCodec::encode("url https://example.invalid/stolen");
+            const sockaddr_un address = addressOf(socket);
             child = foreign->spawn([&] {
                 const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
-                sockaddr_un address {};
-                address.sun_family = AF_UNIX;
-                std::memcpy(address.sun_path, socket.constData(), size_t(socket.size()));
-                if (::connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)) == 0)
+                if (::connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0)
                     (void)!::write(fd, record.constData(), size_t(record.size()));
                 ::close(fd);
             });
             QTRY_VERIFY(log.contains(warning));
-            QCOMPARE(received.size(), 0);
+            QVERIFY(received.isEmpty());
             for (const QString &path : { m_tmp->path(), runtimeFolder() })
                 QVERIFY(::chmod(QFile::encodeName(path).constData(), 0700) == 0);
         }
@@ -257,12 +238,10 @@ private slots:
         }
         master.reset();
         stopChild.dismiss();
-        if (child > 0)
-            ForeignUser::stop(child);
+        ForeignUser::stop(child);
         ::fcntl(spied[0], F_SETFL, O_NONBLOCK);
         char byte;
-        QCOMPARE(::read(spied[0], &byte, 1),
-            ssize_t(-1)); // not a byte reached them
+        QCOMPARE(::read(spied[0], &byte, 1), ssize_t(-1)); // not a byte reached them
         for (int fd : { spied[0], spied[1], lockFd, listener })
             ::close(fd);
     }

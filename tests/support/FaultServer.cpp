@@ -97,7 +97,7 @@ private:
             }
         }
         QByteArray head = partial ? "HTTP/1.1 206 Partial Content\r\n" : "HTTP/1.1 200 OK\r\n";
-        head += "Content-Type: " + m_behaviour.contentType + "\r\n";
+        head += "Content-Type: application/octet-stream\r\n";
         head += "Content-Length: " + QByteArray::number(size - from) + "\r\n";
         if (partial && !m_behaviour.contentRangeOverride.isEmpty())
             head += "Content-Range: " + m_behaviour.contentRangeOverride + "\r\n";

@@ -28,7 +28,6 @@ struct FaultBehaviour
     bool sendAcceptRanges = true;
     bool sendETag = true;
     bool sendLastModified = true;
-    QByteArray contentType = "application/octet-stream";
     // A different Last-Modified for every response.
     bool changeLastModified = false;
     // Sent as the Content-Range of every 206 answer instead of the true one (empty: the true one).

@@ -25,7 +25,6 @@ public:
     bool isRunning() const { return m_server.isRunning(); }
 
     quint16 port() const { return m_server.port(); }
-    QString rootDir() const { return m_rootDir; }
     // "http://127.0.0.1:<port>" + path (path starts with '/').
     QUrl url(const QString &path) const;
 

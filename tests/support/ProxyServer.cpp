@@ -30,14 +30,6 @@ QString ProxyServer::log() const
     return readTextFile(m_server.dir() + "/tinyproxy.log");
 }
 
-int ProxyServer::authenticationFailures() const
-{
-    // tinyproxy does not log its 407 answers: every request it logged but did not forward was refused.
-    const QString text = log();
-    return text.count(QStringLiteral("]: Request ("))
-        - text.count(QStringLiteral("opensock: opening connection to"));
-}
-
 int ProxyServer::forwardedRequests() const
 {
     return log().count(QStringLiteral("opensock: opening connection to"));

@@ -19,9 +19,6 @@ public:
     QString host() const { return QStringLiteral("127.0.0.1"); }
     QString log() const;
     QString errorString() const { return m_server.errorString(); }
-    // Requests that the proxy refused for missing or wrong credentials (407 answers): those it
-    // logged but did not forward.
-    int authenticationFailures() const;
     // Requests the proxy forwarded (connections it opened to a server).
     int forwardedRequests() const;
 

@@ -25,6 +25,13 @@ inline QJsonObject readJson(const QString &path)
     return QJsonDocument::fromJson(readFile(path)).object();
 }
 
+// The process is alive and not a zombie waiting to be reaped.
+inline bool isAlive(qint64 pid)
+{
+    const QByteArray stat = readFile("/proc/" + QString::number(pid) + "/stat");
+    return !stat.isEmpty() && !stat.mid(stat.lastIndexOf(')') + 2, 1).startsWith('Z');
+}
+
 // Bytes that do not compress, the same in every run.
 inline QByteArray randomBytes(qint64 size)
 {

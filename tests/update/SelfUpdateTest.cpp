@@ -1,3 +1,6 @@
+// The manager updating itself: refusals that leave it as it was, the whole walk over the API,
+// and the hand-over, where the new build replaces the installed folder, killed at each step.
+
 #include "UpdateFixtures.h"
 #include "base/Capabilities.h"
 #include "feed/RemoteApplications.h"
@@ -9,17 +12,22 @@
 #include "settings/SettingsManager.h"
 #include "support/FeedBuilder.h"
 #include "support/HangarProcess.h"
+#include "support/LoopbackProcess.h"
 #include "support/NginxServer.h"
 #include "update/InstallationSwap.h"
+#include "update/SelfInstallation.h"
 #include "update/UpdateManager.h"
 
 #include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QProcess>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QtTest>
+#include <csignal>
 
 using namespace UpdateFixtures;
 
@@ -28,14 +36,54 @@ namespace {
 // A tar.gz whose only content is a file: a "manager" package without our executable.
 QString makeForeignPackage(const QString &dir)
 {
-    QDir().mkpath(dir + "/pkg/top");
-    QFile file(dir + "/pkg/top/readme.txt");
-    file.open(QIODevice::WriteOnly);
-    file.write("not a manager");
-    file.close();
+    FeedBuilder::writeFile(dir + "/pkg/top/readme.txt", "not a manager");
     run("tar", { "-czf", dir + "/foreign.tar.gz", "-C", dir + "/pkg", "top" });
     return dir + "/foreign.tar.gz";
 }
+
+// A tree that looks like an installed manager (a script stands in for the executable).
+void makeTree(const QString &root, const QByteArray &marker = R"({"id": "Hangar", "version": "1"})")
+{
+    FeedBuilder::writeFile(root + "/bin/hangar", "#!/bin/sh\necho " + root.toUtf8() + "\n");
+    QFile::setPermissions(root + "/bin/hangar", QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    FeedBuilder::writeFile(root + "/share/hangar/installation.json", marker);
+}
+
+bool waitForText(const QString &path, const QString &text, int timeoutMs)
+{
+    return QTest::qWaitFor([&] { return readTextFile(path).contains(text); }, timeoutMs);
+}
+
+// The older manager installed in <home>/opt/hangar (the installation to replace) and the
+// newer one unpacked where a download would put it.
+struct Installations
+{
+    QTemporaryDir dir;
+    QString home() const { return dir.path(); }
+    QString target() const { return dir.path() + "/opt/hangar"; }
+    QString source() const { return dir.path() + "/apps/Hangar/self/new"; }
+    QString log() const { return dir.path() + "/logs/log.txt"; }
+    QString prepare() const
+    {
+        const QString installed = installOlderManager(target());
+        return installed.isEmpty() ? unpackNewerManager(source()) : installed;
+    }
+    // The new build, started as the manager it replaces would start it.
+    void startHandOver(QProcess &process, int stepDelayMs) const
+    {
+        QProcessEnvironment environment = HangarProcess::environmentFor(home());
+        environment.insert("HANGAR_HANDOVER_STEP_DELAY_MS", QString::number(stepDelayMs));
+        process.setProcessEnvironment(environment);
+        process.start(
+            source() + "/bin/hangar", { "--install-target", target(), "--log-path", home() + "/logs" });
+    }
+    // Stops every manager that logged into our log.
+    void stopStartedManagers() const
+    {
+        for (qint64 pid : pidsInLog(log()))
+            killAndReap(pid);
+    }
+};
 
 } // namespace
 
@@ -51,18 +99,21 @@ private slots:
         QTest::addColumn<QString>("refusal"); // at once
         QTest::addColumn<QString>("failure"); // later, as "Update failed: ..."
         QTest::addColumn<bool>("downloads");
-        QTest::newRow("entry of another tool") << "other-id" << "Incompatible application type" << "" << false;
-        QTest::newRow("no build selected") << "older" << "update not found" << "" << false;
-        QTest::newRow("installation managed elsewhere") << "deb" << "Hangar does not update itself here" << ""
-                                                        << false;
-        QTest::newRow("package failing verification")
-            << "bad-checksum" << "" << "Update failed: Failed to install update. Verification error" << true;
-        QTest::newRow("package without our executable")
-            << "foreign" << "" << "is not a Hangar installation: it has no executable bin/hangar" << true;
-        QTest::newRow("too little disk space")
-            << "no-space" << "" << "Update failed: Failed to install update. Not enough disk space to install Hangar"
-            << false;
+        const auto row = [](const char *tag, const char *setup, const char *refusal, const char *failure,
+                             bool downloads) {
+            QTest::newRow(tag) << QString(setup) << QString(refusal) << QString(failure) << downloads;
+        };
+        row("entry of another tool", "other-id", "Incompatible application type", "", false);
+        row("no build selected", "older", "update not found", "", false);
+        row("installation managed elsewhere", "deb", "Hangar does not update itself here", "", false);
+        row("package failing verification", "bad-checksum", "",
+            "Update failed: Failed to install update. Verification error", true);
+        row("package without our executable", "foreign", "",
+            "is not a Hangar installation: it has no executable bin/hangar", true);
+        row("too little disk space", "no-space", "",
+            "Update failed: Failed to install update. Not enough disk space to install Hangar", false);
     }
+
     void refusesUpdatesItCannotCarryOut()
     {
         QFETCH(QString, setup);
@@ -73,11 +124,9 @@ private slots:
         QTemporaryDir dir;
         const QString root = dir.path() + "/opt/hangar";
         QVERIFY(installOlderManager(root).isEmpty());
-        if (setup == "deb") {
-            QFile marker(root + "/share/hangar/installation.json");
-            QVERIFY(marker.open(QIODevice::WriteOnly));
-            marker.write(R"({"id": "Hangar", "managed_by": "system package manager"})");
-        }
+        if (setup == "deb")
+            QVERIFY(FeedBuilder::writeFile(root + "/share/hangar/installation.json",
+                R"({"id": "Hangar", "managed_by": "system package manager"})"));
         QDir().mkpath(dir.path() + "/www");
         QString package = newerPackage();
         if (setup == "foreign")
@@ -86,7 +135,8 @@ private slots:
         NginxServer nginx(dir.path() + "/www");
         QVERIFY2(nginx.start(), qPrintable(nginx.errorString()));
 
-        QJsonObject entry = selfEntry(setup == "older" ? "0.1" : "99.1", nginx.url("/hangar.tar.gz").toString(), package);
+        QJsonObject entry
+            = selfEntry(setup == "older" ? "0.1" : "99.1", nginx.url("/hangar.tar.gz").toString(), package);
         if (setup == "other-id")
             entry["id"] = "Tool";
         if (setup == "bad-checksum") {
@@ -121,22 +171,24 @@ private slots:
 
         remote.setFeedItems({ RemoteFeedItem(entry) });
         manager.checkUpdateStatus();
-        const Result<void> started = setup == "other-id" ? manager.updateToItem(RemoteFeedItem(entry), true)
-                                                         : manager.update(true);
+        const Result<void> started
+            = setup == "other-id" ? manager.updateToItem(RemoteFeedItem(entry), true) : manager.update(true);
         if (!refusal.isEmpty()) {
             QVERIFY(started.isError());
             QVERIFY2(started.error().contains(refusal), qPrintable(started.error()));
         } else {
             QVERIFY2(started.isSuccessful(), qPrintable(started.error()));
             QVERIFY(failed.wait(60000));
-            QVERIFY2(failed.first().first().toString().contains(failure), qPrintable(failed.first().first().toString()));
+            QVERIFY2(failed.first().first().toString().contains(failure),
+                qPrintable(failed.first().first().toString()));
             // The lock stays: no second attempt in this process.
             QCOMPARE(manager.update(true).error(), QString("another update is still running"));
         }
         QVERIFY(launched.isEmpty());
         QCOMPARE(quits, 0);
         QCOMPARE(manager.getStatus()["updateRunning"].toBool(), false);
-        QCOMPARE(manager.getStatus()["managedBy"].toString(), setup == "deb" ? QString("system package manager") : QString());
+        QCOMPARE(manager.getStatus()["managedBy"].toString(),
+            setup == "deb" ? QString("system package manager") : QString());
         QCOMPARE(nginx.accessLog().contains("hangar.tar.gz"), downloads);
         QVERIFY(QFileInfo(root + "/bin/hangar").isExecutable());
     }
@@ -156,25 +208,23 @@ private slots:
         const QString url = nginx.url("/hangar-new.tar.gz").toString();
         QVERIFY(writeSignedRootFeed(home,
             QJsonArray { selfEntry(HANGAR_NEWER_VERSION, url, newerPackage()),
-                selfEntry("99.0", url, newerPackage(), 1, "next"), selfEntry("98.0", url, newerPackage(), 2) }));
-        QDir().mkpath(HangarProcess::appDataDirFor(home));
-        QFile settingsFile(HangarProcess::appDataDirFor(home) + "/.settings.json");
-        QVERIFY(settingsFile.open(QIODevice::WriteOnly));
-        settingsFile.write(R"({"update": {"filter": {"quality_filter": {"order_value": 1}}}})");
-        settingsFile.close();
+                selfEntry("99.0", url, newerPackage(), 1, "next"),
+                selfEntry("98.0", url, newerPackage(), 2) }));
+        QVERIFY(FeedBuilder::writeFile(HangarProcess::appDataDirFor(home) + "/.settings.json",
+            R"({"update": {"filter": {"quality_filter": {"order_value": 1}}}})"));
 
         QProcess old;
         old.setProcessEnvironment(HangarProcess::environmentFor(home));
-        old.start(root + "/bin/hangar", { "--internal-headless", "--ws-port", "0", "--log-path", home + "/logs" });
+        old.start(
+            root + "/bin/hangar", { "--internal-headless", "--ws-port", "0", "--log-path", home + "/logs" });
         const QString runtimeFile = home + "/runtime/hangar-api.json";
         ApiClient client;
         const qint64 oldPid = connectToManager(client, runtimeFile);
         QVERIFY(oldPid > 0);
         QJsonObject status;
-        for (int i = 0; i < 300 && !status["updateAvailable"].toBool(); ++i) {
-            status = QJsonDocument::fromJson(query(client, { { "method", "getSelfUpdateStatus" } }).toUtf8()).object();
-            QTest::qWait(100);
-        }
+        for (int i = 0; i < 300 && !status["updateAvailable"].toBool(); QTest::qWait(100), ++i)
+            status = QJsonDocument::fromJson(query(client, { { "method", "getSelfUpdateStatus" } }).toUtf8())
+                         .object();
         QVERIFY2(status["updateAvailable"].toBool(), QJsonDocument(status).toJson().constData());
         QCOMPARE(status["latestVersion"].toString(), QString(HANGAR_NEWER_VERSION));
         QCOMPARE(status["current_version"].toString(), QString(HANGAR_VERSION));
@@ -190,15 +240,167 @@ private slots:
         const qint64 newPid = connectToManager(updated, runtimeFile, oldPid, 120000);
         QVERIFY(newPid > 0);
         const QJsonObject after
-            = QJsonDocument::fromJson(query(updated, { { "method", "getSelfUpdateStatus" } }).toUtf8()).object();
+            = QJsonDocument::fromJson(query(updated, { { "method", "getSelfUpdateStatus" } }).toUtf8())
+                  .object();
         QCOMPARE(after["current_version"].toString(), QString(HANGAR_NEWER_VERSION));
         QCOMPARE(versionOf(root, home), QString(HANGAR_NEWER_VERSION));
         const QString selfChannel = home + "/.local/share/Vantrel/apps/Hangar/self";
-        for (int i = 0; i < 100 && !QDir(selfChannel).entryList(QDir::Dirs | QDir::NoDotAndDotDot).isEmpty(); ++i)
-            QTest::qWait(100);
-        QCOMPARE(QDir(selfChannel).entryList(QDir::Dirs | QDir::NoDotAndDotDot), QStringList());
+        QTRY_COMPARE_WITH_TIMEOUT(
+            QDir(selfChannel).entryList(QDir::Dirs | QDir::NoDotAndDotDot), QStringList(), 10000);
         QCOMPARE(InstallationSwap::leftovers(root), QStringList());
         killAndReap(newPid);
+    }
+
+    void refusesSwapsThatWouldLoseAnInstallation_data()
+    {
+        QTest::addColumn<QString>("setup");
+        QTest::addColumn<QString>("error");
+        QTest::newRow("target without our executable")
+            << QString("no-executable") << QString("has no executable bin/hangar");
+        QTest::newRow("target of another application")
+            << QString("other-id") << QString("marker names another application");
+        QTest::newRow("source that is no manager")
+            << QString("bad-source") << QString("is not a Hangar installation");
+        QTest::newRow("target that cannot be renamed") << QString("mounted") << QString("Unable to exchange");
+    }
+    void refusesSwapsThatWouldLoseAnInstallation()
+    {
+        QFETCH(QString, setup);
+        QFETCH(QString, error);
+        QTemporaryDir dir;
+        const QString source = dir.path() + "/source", target = dir.path() + "/target";
+        makeTree(source);
+        makeTree(target);
+        if (setup == "no-executable")
+            QFile::remove(target + "/bin/hangar");
+        if (setup == "other-id")
+            makeTree(target, R"({"id": "Other"})");
+        if (setup == "bad-source")
+            QDir(source + "/share").removeRecursively();
+        if (setup == "mounted" && !bindMount(target, false))
+            QSKIP("mounting needs a privilege this machine does not give");
+        const QString before = readTextFile(target + "/bin/hangar");
+
+        const Result<void> swapped = InstallationSwap(source, target).run();
+        if (setup == "mounted")
+            unmount(target);
+        QVERIFY(swapped.isError());
+        QVERIFY2(swapped.error().contains(error), qPrintable(swapped.error()));
+        QCOMPARE(readTextFile(target + "/bin/hangar"), before);
+        QCOMPARE(InstallationSwap::leftovers(target), QStringList());
+    }
+
+    void selfUpdateIsOffWhereTheInstallationIsNotOurs_data()
+    {
+        QTest::addColumn<QString>("setup");
+        QTest::addColumn<QString>("managedBy"); // empty: self-update allowed
+        QTest::newRow("own folder") << QString("own") << QString("");
+        QTest::newRow("build folder") << "none" << SelfInstallation::BuildFolder;
+        QTest::newRow("installed by the .deb") << "deb" << SelfInstallation::SystemPackageManager;
+        QTest::newRow("shared prefix") << "shared" << SelfInstallation::SystemPackageManager;
+        QTest::newRow("read-only prefix") << "read-only" << SelfInstallation::SystemPackageManager;
+    }
+    void selfUpdateIsOffWhereTheInstallationIsNotOurs()
+    {
+        QFETCH(QString, setup);
+        QFETCH(QString, managedBy);
+        QTemporaryDir dir;
+        const QString root = dir.path() + "/hangar";
+        makeTree(root,
+            setup == "deb" ? R"({"id": "Hangar", "managed_by": "system package manager"})"
+                           : R"({"id": "Hangar"})");
+        if (setup == "shared")
+            QDir().mkpath(root + "/lib/other-tool");
+        if (setup == "read-only" && !bindMount(root, true))
+            QSKIP("mounting needs a privilege this machine does not give");
+        const SelfInstallation installation
+            = setup == "none" ? SelfInstallation() : SelfInstallation::forExecutable(root + "/bin/hangar");
+        const Option<SelfInstallation::Blocker> blocker = installation.selfUpdateBlocker();
+        if (setup == "read-only")
+            unmount(root);
+        QCOMPARE(blocker ? blocker->managedBy : QString(), managedBy);
+    }
+
+    // The new build is killed after each step of its hand-over: the installed folder always
+    // holds a manager that starts, and the next hand-over completes and tidies up.
+    void survivesAKillAtEachStep_data()
+    {
+        QTest::addColumn<QString>("step");
+        QTest::addColumn<QString>("versionAfterKill");
+        QTest::newRow("copy") << "copy" << HANGAR_VERSION;
+        QTest::newRow("exchange") << "exchange" << HANGAR_NEWER_VERSION;
+        QTest::newRow("cleanup") << "cleanup" << HANGAR_NEWER_VERSION;
+    }
+    void survivesAKillAtEachStep()
+    {
+        QFETCH(QString, step);
+        QFETCH(QString, versionAfterKill);
+        Installations installations;
+        const QString prepared = installations.prepare();
+        QVERIFY2(prepared.isEmpty(), qPrintable(prepared));
+
+        QProcess handOver;
+        installations.startHandOver(handOver, 5000);
+        QVERIFY2(waitForText(installations.log(), "Hand-over step done: " + step, 60000),
+            qPrintable(readTextFile(installations.log())));
+        ::kill(pid_t(handOver.processId()), SIGKILL);
+        handOver.waitForFinished();
+        QCOMPARE(versionOf(installations.target(), installations.home()), versionAfterKill);
+
+        QProcess again;
+        installations.startHandOver(again, 0);
+        QVERIFY(again.waitForFinished(60000));
+        QCOMPARE(again.exitCode(), 0);
+        QVERIFY(waitForText(installations.log(), "Default configuration:", 60000));
+        installations.stopStartedManagers();
+        QCOMPARE(versionOf(installations.target(), installations.home()), QString(HANGAR_NEWER_VERSION));
+        QCOMPARE(InstallationSwap::leftovers(installations.target()), QStringList());
+    }
+
+    // While the new build copies itself, the installation's own manager is started again:
+    // it finds the hand-over holding the key, passes its command line on and quits, and the
+    // manager started after the swap runs the new version.
+    void secondInstanceDuringHandOverDoesNotTakeTheKey()
+    {
+        Installations installations;
+        const QString prepared = installations.prepare();
+        QVERIFY2(prepared.isEmpty(), qPrintable(prepared));
+        QProcess handOver;
+        installations.startHandOver(handOver, 2000);
+        QVERIFY(waitForText(installations.log(), "Hand-over step done: copy", 60000));
+        QByteArray output;
+        const int code
+            = run(installations.target() + "/bin/hangar", { "--log-path", installations.home() + "/logs" },
+                &output, 30000, HangarProcess::environmentFor(installations.home()));
+        QCOMPARE(code, 0);
+        QVERIFY(readTextFile(installations.log()).contains("This is not master instance"));
+        QVERIFY(handOver.waitForFinished(60000));
+        QCOMPARE(handOver.exitCode(), 0);
+        QVERIFY(waitForText(installations.log(), "Default configuration:", 60000));
+        installations.stopStartedManagers();
+        QCOMPARE(versionOf(installations.target(), installations.home()), QString(HANGAR_NEWER_VERSION));
+    }
+
+    // A swap that fails (the installation is a mount point and cannot be renamed) leaves the
+    // old build in place and starts it again with "--update-failed".
+    void failedSwapRestartsTheOldBuild()
+    {
+        Installations installations;
+        const QString prepared = installations.prepare();
+        QVERIFY2(prepared.isEmpty(), qPrintable(prepared));
+        if (!bindMount(installations.target(), false))
+            QSKIP("mounting needs a privilege this machine does not give");
+        QProcess handOver;
+        installations.startHandOver(handOver, 0);
+        const bool finished = handOver.waitForFinished(60000);
+        const bool restarted = waitForText(installations.log(), "Older version is re-started", 60000);
+        installations.stopStartedManagers();
+        unmount(installations.target());
+        QVERIFY(finished);
+        QCOMPARE(handOver.exitCode(), 1);
+        QVERIFY2(restarted, qPrintable(readTextFile(installations.log())));
+        QVERIFY(readTextFile(installations.log()).contains("Failed to install update into"));
+        QCOMPARE(versionOf(installations.target(), installations.home()), QString(HANGAR_VERSION));
     }
 };
 

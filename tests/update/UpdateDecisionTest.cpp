@@ -1,16 +1,37 @@
+// What the manager decides about updates on its own: which build of itself to take, whether a
+// build fits on disk, and when automatic updates of itself and of the tools run.
+
 #include "base/Capabilities.h"
+#include "feed/RemoteApplications.h"
+#include "install/ApplicationPackagePatchesGraph.h"
+#include "local/ChannelSettingsManager.h"
+#include "local/LocalApplications.h"
+#include "local/LocalApplicationsFeed.h"
+#include "model/ApplicationManagerModel.h"
+#include "model/ApplicationPendingActions.h"
+#include "model/NetworkConnectionInfo.h"
+#include "net/ProgressManager.h"
 #include "settings/SelfSettingsAccess.h"
+#include "settings/SettingsManager.h"
 #include "support/FeedBuilder.h"
+#include "support/LogCapture.h"
+#include "update/AutoUpdateManager.h"
 #include "update/DiskSpace.h"
+#include "update/UpdateManager.h"
 #include "update/UpdateManagerLocalApplicationsFilter.h"
 
+#include <QElapsedTimer>
 #include <QJsonArray>
+#include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QtTest>
+#include <atomic>
 
 namespace {
 
 // "Hangar <build>" with a quality order, an optional branch and a major-version order.
-RemoteFeedItem selfBuild(const QString &build, int quality = 1, const QString &branch = QString(), int major = 0)
+RemoteFeedItem selfBuild(
+    const QString &build, int quality = 1, const QString &branch = QString(), int major = 0)
 {
     QJsonObject json = FeedBuilder::entry(QStringLiteral("Hangar"), build, build);
     json["quality"] = QJsonObject { { "name", QString("Q%1").arg(quality) }, { "order_value", quality } };
@@ -27,8 +48,68 @@ struct FixedSettings : SelfSettingsAccess
     SelfSettings getSettings() const override { return settings; }
 };
 
-} // namespace
+struct FixedNetwork : NetworkConnectionInfo
+{
+    std::atomic<bool> unrestricted { true };
+    bool isUnrestricted() const override { return unrestricted; }
+};
 
+// The manager's objects around one AutoUpdateManager, with a feed of a newer manager build
+// and one installed tool that has an update.
+struct Rig
+{
+    QTemporaryDir dir;
+    SettingsManager settings { dir.path() + "/settings.json", nullptr,
+        SettingsManagerOptions { ProxyPasswordStore::MemoryOnly, nullptr } };
+    ProgressManager progress { 1000 };
+    ChannelSettingsManager channelSettings;
+    LocalApplicationsFeed feed { dir.path() + "/tools" };
+    LocalApplications local { &feed, &channelSettings };
+    RemoteApplications remote { nullptr, QStringList(), &progress, &settings };
+    ApplicationPendingActions pending { &progress };
+    Capabilities capabilities { QVariantMap { { "os", "linux" } } };
+    // A build folder: the manager's own update is refused at once ("Hangar does not update itself here").
+    UpdateManager updateManager { &remote, &local, &settings, &progress, &pending, &capabilities,
+        SelfInstallation() };
+    std::shared_ptr<FixedNetwork> network = std::make_shared<FixedNetwork>();
+    AutoUpdateManager autoUpdate { &updateManager, &settings, nullptr, &progress, &pending, nullptr, nullptr,
+        network, 200, 400 };
+    QList<QJsonObject> toolUpdates;
+
+    Rig()
+    {
+        updateManager.setCurrentVersion("1.0");
+        autoUpdate.setToolUpdater(
+            [this](const QJsonObject &request, std::function<void(const Result<void> &)> done) {
+                toolUpdates << request;
+                done(Result<void>());
+            });
+        remote.setFeedItems({ RemoteFeedItem(FeedBuilder::entry("Hangar", "2.0", "2.0")) });
+        updateManager.checkUpdateStatus();
+    }
+
+    // One installed tool, "tool" 1.0 in channel "ch-0", with build 2.0 offered; automatic
+    // updates on or off for its channel.
+    ApplicationManagerModel model(bool channelAutoUpdate) const
+    {
+        const RemoteFeedItem installed(FeedBuilder::entry("tool", "1.0", "1.0"));
+        LocalFeedItem item = LocalFeedItem::localApplication(installed.toJson(),
+            dir.path() + "/tools/apps/tool/ch-0/1.0", dir.path() + "/tools/apps/tool/ch-0/1.0", "ch-0");
+        ApplicationManagerModelLocalEntry entry(item.getChannel(), item);
+        entry.loadSettings(QJsonObject { { "install_automatically", channelAutoUpdate } });
+        entry.setRootFeedItem(installed);
+        entry.includeRemoteItem(RemoteFeedItem(FeedBuilder::entry("tool", "2.0", "2.0")));
+        entry.setPatches(ApplicationPackagePatchesGraph());
+        return ApplicationManagerModel({ entry }, {}, {});
+    }
+    void setSelfAutoUpdate(bool on)
+    {
+        QVERIFY(
+            settings.updateSettings([on](SelfSettings &s) { s.setAutoUpdateEnabled(on); }).isSuccessful());
+    }
+};
+
+} // namespace
 Q_DECLARE_METATYPE(UpdateManagerFilter)
 
 class UpdateDecisionTest : public QObject
@@ -43,31 +124,28 @@ private slots:
         QTest::addColumn<UpdateManagerFilter>("filter");
         QTest::addColumn<QString>("expected"); // empty: nothing selected
 
+        using Items = QList<RemoteFeedItem>;
         const UpdateManagerFilter stable(1, None);
         QTest::newRow("a less stable build is never selected, however new")
-            << "1.0" << QList<RemoteFeedItem> { selfBuild("9.0", 2), selfBuild("1.1", 1) } << stable << "1.1";
+            << "1.0" << Items { selfBuild("9.0", 2), selfBuild("1.1", 1) } << stable << "1.1";
         QTest::newRow("without a branch filter, branch builds are skipped")
-            << "1.0" << QList<RemoteFeedItem> { selfBuild("9.0", 1, "next"), selfBuild("1.2") } << stable << "1.2";
+            << "1.0" << Items { selfBuild("9.0", 1, "next"), selfBuild("1.2") } << stable << "1.2";
         QTest::newRow("with a branch filter, only that branch")
-            << "1.0"
-            << QList<RemoteFeedItem> { selfBuild("1.5"), selfBuild("1.3", 1, "next"), selfBuild("1.9", 1, "other") }
+            << "1.0" << Items { selfBuild("1.5"), selfBuild("1.3", 1, "next"), selfBuild("1.9", 1, "other") }
             << UpdateManagerFilter(1, QStringLiteral("next")) << "1.3";
         QTest::newRow("same major order: the newer build wins")
-            << "1.0" << QList<RemoteFeedItem> { selfBuild("1.2"), selfBuild("1.10"), selfBuild("1.9") } << stable
-            << "1.10";
+            << "1.0" << Items { selfBuild("1.2"), selfBuild("1.10"), selfBuild("1.9") } << stable << "1.10";
         QTest::newRow("a higher major order wins over a newer build")
-            << "1.0" << QList<RemoteFeedItem> { selfBuild("3.0", 1, {}, 1), selfBuild("2.0", 1, {}, 2) } << stable
-            << "2.0";
-        QTest::newRow("older than current: no update")
-            << "2.0" << QList<RemoteFeedItem> { selfBuild("1.9") } << stable << "";
-        QTest::newRow("equal to current is returned") << "2.0" << QList<RemoteFeedItem> { selfBuild("2.0") } << stable
-                                                      << "2.0";
+            << "1.0" << Items { selfBuild("3.0", 1, {}, 1), selfBuild("2.0", 1, {}, 2) } << stable << "2.0";
+        QTest::newRow("older than current: no update") << "2.0" << Items { selfBuild("1.9") } << stable << "";
+        QTest::newRow("equal to current is returned")
+            << "2.0" << Items { selfBuild("2.0") } << stable << "2.0";
         QTest::newRow("other tools and a lowercase id are not the manager")
             << "1.0"
-            << QList<RemoteFeedItem> { RemoteFeedItem(FeedBuilder::entry("Tool", "5.0", "5.0")),
+            << Items { RemoteFeedItem(FeedBuilder::entry("Tool", "5.0", "5.0")),
                    RemoteFeedItem(FeedBuilder::entry("hangar", "5.0", "5.0")) }
             << UpdateManagerFilter() << "";
-        QTest::newRow("empty feed") << "1.0" << QList<RemoteFeedItem>() << stable << "";
+        QTest::newRow("empty feed") << "1.0" << Items() << stable << "";
     }
     void selectsNextUpdate()
     {
@@ -96,7 +174,8 @@ private slots:
         json["package"] = package;
         feed[0] = RemoteFeedItem(json);
 
-        const UpdateManagerLocalApplicationsFilter filter(&settings, [&feed]() { return feed; }, &capabilities, "1.0");
+        const UpdateManagerLocalApplicationsFilter filter(
+            &settings, [&feed]() { return feed; }, &capabilities, "1.0");
         const UpdateManagerDecision decision = filter.compute();
         QVERIFY(decision.selected);
         const QJsonObject &status = decision.status;
@@ -131,15 +210,89 @@ private slots:
         const RemoteFeedItem item(json);
         QVERIFY(DiskSpace::checkFor(item, "/tmp", [](const QString &) { return qint64(1200); }));
         QVERIFY(DiskSpace::checkFor(item, "/tmp", [](const QString &) { return qint64(-1); }));
-        const Result<void> refused = DiskSpace::checkFor(item, "/tmp", [](const QString &) { return qint64(500); });
+        const Result<void> refused
+            = DiskSpace::checkFor(item, "/tmp", [](const QString &) { return qint64(500); });
         QVERIFY(refused.isError());
-        QCOMPARE(refused.error(), QString("Not enough disk space to install Tool 2.0: 1.17 KiB needed, 500 bytes free"));
+        QCOMPARE(refused.error(),
+            QString("Not enough disk space to install Tool 2.0: 1.17 KiB needed, 500 bytes free"));
         // A known unpacked size wins over the download size; the real file system is asked.
         package["unpacked_size"] = 1e18;
         json["package"] = package;
-        const Result<void> huge = DiskSpace::checkFor(RemoteFeedItem(json), QDir::tempPath() + "/not/yet/there");
+        const Result<void> huge
+            = DiskSpace::checkFor(RemoteFeedItem(json), QDir::tempPath() + "/not/yet/there");
         QVERIFY(huge.isError());
         QVERIFY(huge.error().contains("needed"));
+    }
+
+    void schedulesOnceWithinTheDelay()
+    {
+        Rig rig;
+        LogCapture log;
+        QSignalSpy started(&rig.autoUpdate, &AutoUpdateManager::autoUpdateStarted);
+        QElapsedTimer timer;
+        timer.start();
+        rig.autoUpdate.scheduleAutoUpdate(200, 400);
+        rig.autoUpdate.scheduleAutoUpdate(200, 400);
+        QCOMPARE(log.count("Autoupdate is already scheduled"), 1);
+        QCOMPARE(log.count("Scheduling auto update in 0m 0s"), 1);
+        QVERIFY(started.wait(5000));
+        QVERIFY(timer.elapsed() >= 200);
+        QVERIFY(!rig.autoUpdate.isScheduled());
+        QTest::qWait(500);
+        QCOMPARE(started.size(), 1);
+        // Once it has run, the next model update schedules again.
+        rig.autoUpdate.scheduleAutoUpdate(125000, 125001);
+        QCOMPARE(log.count("Scheduling auto update in 2m 5s"), 1);
+    }
+
+    void schedulesOnlyWhenSomethingIsToBeUpdated_data()
+    {
+        QTest::addColumn<ModelUpdateReason>("reason");
+        QTest::addColumn<bool>("selfAutoUpdate");
+        QTest::addColumn<bool>("channelAutoUpdate");
+        QTest::addColumn<bool>("wanted");
+        QTest::newRow("manager update, its automatic updates on")
+            << ModelUpdateReason::RemoteFeedUpdated << true << false << true;
+        QTest::newRow("manager update, automatic updates off")
+            << ModelUpdateReason::RemoteFeedUpdated << false << false << false;
+        QTest::newRow("tool update, channel automatic")
+            << ModelUpdateReason::LocalFeedUpdated << false << true << true;
+        QTest::newRow("a detected project reveals nothing")
+            << ModelUpdateReason::ProjectDetected << true << true << false;
+        QTest::newRow("a shown window reveals nothing")
+            << ModelUpdateReason::WindowShown << true << true << false;
+    }
+    void schedulesOnlyWhenSomethingIsToBeUpdated()
+    {
+        QFETCH(ModelUpdateReason, reason);
+        QFETCH(bool, selfAutoUpdate);
+        QFETCH(bool, channelAutoUpdate);
+        QFETCH(bool, wanted);
+        Rig rig;
+        rig.setSelfAutoUpdate(selfAutoUpdate);
+        QCOMPARE(rig.autoUpdate.wantsAutoUpdate(rig.model(channelAutoUpdate), reason), wanted);
+    }
+
+    // On a metered connection nothing is downloaded; on a free one the tool with automatic
+    // updates is updated and the manager's own update is attempted.
+    void meteredConnectionUpdatesNothing()
+    {
+        Rig rig;
+        rig.setSelfAutoUpdate(true);
+        LogCapture log;
+        rig.network->unrestricted = false;
+        rig.autoUpdate.doAutoUpdate(rig.model(true), nullptr);
+        QTest::qWait(100);
+        QVERIFY(log.contains("The connection is not unrestricted, skipping tools autoupdate"));
+        QVERIFY(rig.toolUpdates.isEmpty());
+        QVERIFY(!log.contains("Failed to apply autoupdate for Hangar"));
+
+        rig.network->unrestricted = true;
+        rig.autoUpdate.doAutoUpdate(rig.model(true), nullptr);
+        QTRY_COMPARE(rig.toolUpdates.size(), 1);
+        QCOMPARE(rig.toolUpdates.first()["key"].toString(), QString("local-tool-ch-0"));
+        QVERIFY(log.contains("Autoupdating"));
+        QTRY_VERIFY(log.contains("Failed to apply autoupdate for Hangar"));
     }
 };
 

@@ -2,17 +2,18 @@
 
 #include "support/FeedBuilder.h"
 #include "support/HangarProcess.h"
+#include "support/TestData.h"
 
 #include <QCryptographicHash>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QtTest>
-#include <QFile>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QThread>
+#include <QtTest>
 #include <csignal>
 
 namespace UpdateFixtures {
@@ -89,12 +90,10 @@ void unmount(const QString &path)
 
 QList<qint64> pidsInLog(const QString &logFile)
 {
-    QFile file(logFile);
     QList<qint64> pids;
-    if (!file.open(QIODevice::ReadOnly))
-        return pids;
-    static const QRegularExpression prefix(QStringLiteral("^\\S+ (\\d+) "), QRegularExpression::MultilineOption);
-    auto it = prefix.globalMatch(QString::fromUtf8(file.readAll()));
+    static const QRegularExpression prefix(
+        QStringLiteral("^\\S+ (\\d+) "), QRegularExpression::MultilineOption);
+    auto it = prefix.globalMatch(QString::fromUtf8(readFile(logFile)));
     while (it.hasNext()) {
         const qint64 pid = it.next().captured(1).toLongLong();
         if (!pids.contains(pid))
@@ -117,13 +116,16 @@ QJsonObject selfEntry(const QString &version, const QString &url, const QString 
     QFile file(packagePath);
     file.open(QIODevice::ReadOnly);
     const QByteArray digest = QCryptographicHash::hash(file.readAll(), QCryptographicHash::Sha256).toHex();
-    QJsonObject entry { { "id", "Hangar" }, { "name", "Hangar" }, { "version", version }, { "build", version },
-        { "quality", QJsonObject { { "name", quality == 1 ? "Release" : "Preview" }, { "order_value", quality } } },
+    QJsonObject entry { { "id", "Hangar" }, { "name", "Hangar" }, { "version", version },
+        { "build", version },
+        { "quality",
+            QJsonObject { { "name", quality == 1 ? "Release" : "Preview" }, { "order_value", quality } } },
         { "whats_new", QJsonObject { { "text", "Hangar " + version } } },
         { "package",
             QJsonObject { { "os", "linux" }, { "type", "tar.gz" }, { "url", url }, { "strip_directories", 1 },
                 { "size", double(file.size()) },
-                { "checksums", QJsonArray { QJsonObject { { "alg", "sha-256" }, { "value", QString(digest) } } } } } } };
+                { "checksums",
+                    QJsonArray { QJsonObject { { "alg", "sha-256" }, { "value", QString(digest) } } } } } } };
     if (!branch.isEmpty())
         entry["branch"] = QJsonObject { { "name", branch } };
     return entry;
@@ -132,12 +134,8 @@ QJsonObject selfEntry(const QString &version, const QString &url, const QString 
 bool writeSignedRootFeed(const QString &home, const QJsonArray &entries)
 {
     const QString json = home + "/feeds/root.json";
-    QDir().mkpath(home + "/feeds");
-    QFile file(json);
-    if (!file.open(QIODevice::WriteOnly) || file.write(FeedBuilder::feed(entries)) < 0)
-        return false;
-    file.close();
-    return run(FeedBuilder::hangarFeedPath(),
+    return FeedBuilder::writeFile(json, FeedBuilder::feed(entries))
+        && run(FeedBuilder::hangarFeedPath(),
                { "sign", "--cert", binaryDir() + "/feed-dev-ca/signer.crt", "--key",
                    binaryDir() + "/feed-dev-ca/signer.key", json, HangarProcess::rootFeedPathFor(home) })
         == 0;
@@ -148,16 +146,13 @@ qint64 connectToManager(ApiClient &client, const QString &runtimeFile, qint64 no
     QElapsedTimer timer;
     timer.start();
     while (timer.elapsed() < timeoutMs) {
-        QFile file(runtimeFile);
-        if (file.open(QIODevice::ReadOnly)) {
-            const QJsonObject found = QJsonDocument::fromJson(file.readAll()).object();
-            const qint64 pid = qint64(found["pid"].toDouble());
-            if (found["port"].toInt() > 0 && pid != notPid
-                && client.open(QUrl(QStringLiteral("ws://127.0.0.1:%1/api?token=%2")
-                                        .arg(found["port"].toInt())
-                                        .arg(found["token"].toString()))))
-                return pid;
-        }
+        const QJsonObject found = readJson(runtimeFile);
+        const qint64 pid = qint64(found["pid"].toDouble());
+        if (found["port"].toInt() > 0 && pid != notPid
+            && client.open(QUrl(QStringLiteral("ws://127.0.0.1:%1/api?token=%2")
+                                    .arg(found["port"].toInt())
+                                    .arg(found["token"].toString()))))
+            return pid;
         QTest::qWait(100);
     }
     return 0;

@@ -1,13 +1,22 @@
-// The model builder's merge rules, driven by feed documents: each row is a feed, the
-// installed builds, and the model summarised in one line.
+// The model builder's merge rules, driven by feed documents (each row is a feed, the installed
+// builds, and the model summarised in one line), and the registry of running actions under real
+// threads: one action per key, the global lock with waiters, and the change signal emitted only
+// after the registry's mutex is released.
 
 #include "model/ApplicationManagerModelBuilder.h"
 #include "model/ApplicationManagerModelJSON.h"
+#include "model/ApplicationPendingActions.h"
 #include "model/OperatingSystemApplicationFilter.h"
+#include "net/ProgressManager.h"
+#include "support/LogCapture.h"
 
+#include <QAtomicInt>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QThread>
 #include <QtTest>
+#include <memory>
+#include <vector>
 
 namespace {
 
@@ -27,9 +36,11 @@ QJsonObject item(const QString &text)
         if (part.startsWith("os"))
             package["os"] = part.mid(2);
         else if (part[0] == 'q')
-            json["quality"] = QJsonObject { { "name", "Q" + part.mid(1) }, { "order_value", part.mid(1).toInt() } };
+            json["quality"]
+                = QJsonObject { { "name", "Q" + part.mid(1) }, { "order_value", part.mid(1).toInt() } };
         else if (part[0] == 'v')
-            json["major_version"] = QJsonObject { { "name", part.mid(1) }, { "order_value", part.mid(1).toInt() } };
+            json["major_version"]
+                = QJsonObject { { "name", part.mid(1) }, { "order_value", part.mid(1).toInt() } };
         else if (part[0] == 'o')
             json["order_value"] = part.mid(1).toInt();
         else if (part[0] == 'x')
@@ -47,7 +58,8 @@ LocalFeedItem local(const QString &text)
     const bool detected = text.startsWith('~');
     const QStringList parts = text.mid(detected ? 1 : 0).split('=');
     const QJsonObject json = item(parts[1]);
-    const QString dir = "/nonexistent/apps/" + json["id"].toString() + "/" + parts[0] + "/" + json["build"].toString();
+    const QString dir
+        = "/nonexistent/apps/" + json["id"].toString() + "/" + parts[0] + "/" + json["build"].toString();
     return detected ? LocalFeedItem::detectedApplication(json, dir, parts[0])
                     : LocalFeedItem::localApplication(json, dir, dir, parts[0]);
 }
@@ -56,8 +68,8 @@ QString summary(const ApplicationManagerModel &model)
 {
     QStringList out;
     for (const ApplicationManagerModelLocalEntry &entry : model.getLocalEntries()) {
-        QString line = (entry.isDetected() ? "~" : "") + entry.getChannelId() + "=" + entry.getApplicationType() + ":"
-            + entry.getRootItem().getBuild();
+        QString line = (entry.isDetected() ? "~" : "") + entry.getChannelId() + "="
+            + entry.getApplicationType() + ":" + entry.getRootItem().getBuild();
         if (const auto update = entry.getDefaultUpdateItem())
             line += " update " + update->getItem().getBuild();
         if (const auto reinstall = entry.getReinstallItem())
@@ -77,9 +89,16 @@ QString summary(const ApplicationManagerModel &model)
 
 } // namespace
 
-class ModelBuilderTest : public QObject
+class ModelTest : public QObject
 {
     Q_OBJECT
+
+    ProgressManager m_progress { 1000 };
+
+    ActionProgress *progress(const QString &name = "task")
+    {
+        return m_progress.createProgress(name, ActionProgress::SingleAction, true);
+    }
 
 private slots:
     void mergesFeedIntoModel_data()
@@ -89,9 +108,9 @@ private slots:
         QTest::addColumn<QString>("expected");
 
         QTest::newRow("empty feed") << QStringList() << QStringList() << "";
-        QTest::newRow("expired items never reach the model")
-            << QStringList { "a:1.0,x2026-11-21T00:00:00Z", "a:1.1,v2,x2026-12-01T00:00:00Z", "a:0.9,v3,xnot-a-date" }
-            << QStringList() << "a[0.9 1.1]";
+        QTest::newRow("expired items never reach the model") << QStringList { "a:1.0,x2026-11-21T00:00:00Z",
+            "a:1.1,v2,x2026-12-01T00:00:00Z", "a:0.9,v3,xnot-a-date" }
+                                                             << QStringList() << "a[0.9 1.1]";
         QTest::newRow("first of each type, version and quality triple wins")
             << QStringList { "a:1.0", "a:1.2", "a:1.1", "a:2.0,q2" } << QStringList() << "a[1.2 2.0]";
         QTest::newRow("remote entries by order value, then name")
@@ -101,9 +120,8 @@ private slots:
             << "ch=a:1.1 update 1.2 downgrade 1.0; b[5]";
         QTest::newRow("a newer build of another quality is held back by the channel's quality")
             << QStringList { "a:2.0,q2" } << QStringList { "ch=a:1.0" } << "ch=a:1.0";
-        QTest::newRow("the newest older build is the downgrade")
-            << QStringList { "a:0.8", "a:0.9,v2", "a:2.0,q2,v2" } << QStringList { "ch=a:1.0,v2,q2" }
-            << "ch=a:1.0 update 2.0 downgrade 0.9";
+        QTest::newRow("the newest older build is the downgrade") << QStringList { "a:0.8", "a:0.9,v2",
+            "a:2.0,q2,v2" } << QStringList { "ch=a:1.0,v2,q2" } << "ch=a:1.0 update 2.0 downgrade 0.9";
         QTest::newRow("a superseding tool updates the channel it supersedes")
             << QStringList { "new:2.0,sold" } << QStringList { "ch=old:1.0" } << "ch=old:1.0 update 2.0";
         QTest::newRow("a detected tool gets a reinstall item only for a build the feed has")
@@ -166,20 +184,113 @@ private slots:
             }
             return QString();
         };
-        QCOMPARE(inOrder("{", { "default_updates", "old_versions", "local", "manual", "remote", "remote_other", "projects" }),
+        QCOMPARE(inOrder("{",
+                     { "default_updates", "old_versions", "local", "manual", "remote", "remote_other",
+                         "projects" }),
             QString());
-        QCOMPARE(inOrder("\"local\":[{", { "feed_item", "key", "isInstalled", "display_path", "full_path", "open_items",
-                     "custom_open_items", "default_open_item", "settings_model", "default_update",
-                     "skipped_after_last_update", "isDetected", "isLegacy", "canBeUninstalled", "promoteUninstall",
-                     "quality", "shouldDisambiguate", "major_version", "filter" }),
+        QCOMPARE(inOrder("\"local\":[{",
+                     { "feed_item", "key", "isInstalled", "display_path", "full_path", "open_items",
+                         "custom_open_items", "default_open_item", "settings_model", "default_update",
+                         "skipped_after_last_update", "isDetected", "isLegacy", "canBeUninstalled",
+                         "promoteUninstall", "quality", "shouldDisambiguate", "major_version", "filter" }),
             QString());
-        QCOMPARE(inOrder("\"remote\":[{", { "versions", "stable", "feed_item", "key", "isInstalled", "name",
-                     "application_type", "installed_builds" }),
+        QCOMPARE(inOrder("\"remote\":[{",
+                     { "versions", "stable", "feed_item", "key", "isInstalled", "name", "application_type",
+                         "installed_builds" }),
             QString());
         QCOMPARE(inOrder("\"default_update\":{", { "feed_item", "size", "use_patch" }), QString());
         QCOMPARE(document["old_versions"].toObject()["size"].toString(), QString("0 B"));
     }
+
+    void oneActionPerKeyAmongRacingThreads()
+    {
+        ApplicationPendingActions pending(&m_progress);
+        LogCapture log;
+        const int threads = 8;
+        QAtomicInt started;
+        std::vector<std::unique_ptr<QThread>> workers;
+        std::vector<std::unique_ptr<ActionProgress>> handles(threads);
+        for (int i = 0; i < threads; ++i)
+            handles[size_t(i)].reset(progress());
+        for (int i = 0; i < threads; ++i) {
+            ActionProgress *handle = handles[size_t(i)].get();
+            workers.emplace_back(QThread::create([&pending, &started, handle] {
+                if (pending.startTask(ApplicationPendingActions::localKey("tool", "ch"), handle))
+                    started.fetchAndAddOrdered(1);
+            }));
+            workers.back()->start();
+        }
+        for (auto &worker : workers)
+            QVERIFY(worker->wait(5000));
+        QCOMPARE(started.loadAcquire(), 1);
+        QCOMPARE(log.count("startTask collision for key local-tool$$ch"), threads - 1);
+        QCOMPARE(pending.pendingActions().keys(), QStringList { "local-tool$$ch" });
+
+        // Another channel of the same tool, the tool itself and update-all are other keys.
+        std::unique_ptr<ActionProgress> other(progress()), remote(progress()), all(progress());
+        QVERIFY(pending.startTask(ApplicationPendingActions::localKey("tool", "ch2"), other.get()));
+        QVERIFY(pending.subscribe(RemoteFeedItem(QJsonObject { { "id", "tool" } }), remote.get()));
+        QVERIFY(pending.subscribeUpdateAll(all.get()));
+        QVERIFY(pending.isUnderUpdateAllProgress());
+        QCOMPARE(pending.isUnderUpdateAllProgress()->getProgressId(), all->id());
+
+        // The action ends with its progress, wherever that is destroyed.
+        handles.clear();
+        QCOMPARE(pending.pendingActions().size(), 3);
+        all.reset();
+        QVERIFY(!pending.isUnderUpdateAllProgress());
+    }
+
+    void globalLockWaitsForActionsThenRefusesStarts()
+    {
+        ApplicationPendingActions pending(&m_progress);
+        std::unique_ptr<ActionProgress> running(progress());
+        QVERIFY(pending.subscribePurgeOld(running.get()));
+
+        ApplicationPendingActions::LockToken token;
+        std::unique_ptr<QThread> waiter(
+            QThread::create([&] { token = pending.waitNoPendingActionsAndLockAll(); }));
+        waiter->start();
+        QVERIFY(!waiter->wait(300)); // held off by the running purge
+        running.reset();
+        QVERIFY(waiter->wait(5000));
+        QVERIFY(token);
+
+        LogCapture log;
+        std::unique_ptr<ActionProgress> refused(progress());
+        QVERIFY(!pending.startTask("local-a$$b", refused.get()));
+        QCOMPARE(log.count("Global lock is held. No start is allowed to start"), 1);
+        token.reset();
+        QVERIFY(pending.startTask("local-a$$b", refused.get()));
+
+        // With nothing pending the lock is taken at once; a refused subscription disposes of its progress.
+        refused.reset();
+        token = pending.waitNoPendingActionsAndLockAll();
+        QVERIFY(!pending.subscribe(LocalFeedItem(), "Updating", ActionProgress::SingleAction, true));
+        token.reset();
+        QVERIFY(!pending.isGlobalLockHeld());
+    }
+
+    // A listener that reads the registry from the signal would deadlock if the signal came
+    // while the mutex is held; each start and each end is announced exactly once.
+    void changeSignalComesAfterTheMutexIsReleased()
+    {
+        ApplicationPendingActions pending(&m_progress);
+        QList<int> seen;
+        connect(
+            &pending, &ApplicationPendingActions::onPendingProgressChanged, this,
+            [&] { seen << pending.pendingActions().size(); }, Qt::DirectConnection);
+        std::unique_ptr<QThread> worker(QThread::create([&] {
+            std::unique_ptr<ActionProgress> first(progress()), second(progress());
+            pending.startTask("a", first.get());
+            pending.startTask("a", second.get()); // refused: no signal
+            pending.startTask("b", second.get());
+        }));
+        worker->start();
+        QVERIFY2(worker->wait(5000), "the change signal was emitted under the registry's mutex");
+        QCOMPARE(seen, QList<int>({ 1, 2, 1, 0 }));
+    }
 };
 
-QTEST_GUILESS_MAIN(ModelBuilderTest)
-#include "ModelBuilderTest.moc"
+QTEST_GUILESS_MAIN(ModelTest)
+#include "ModelTest.moc"
