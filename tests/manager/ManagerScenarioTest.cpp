@@ -126,7 +126,7 @@ class ManagerScenarioTest : public QObject
     QJsonObject publishPatch(const QString &type, const QString &from, const QString &to, const QJsonArray &command)
     {
         const QString src = m_home->path() + "/patch-" + from + "-" + to;
-        kit::makeTree(src, { { "bin/run.sh", kit::readFile(tree(type, to) + "/bin/run.sh") }, { "build.txt", to.toUtf8() } });
+        kit::makeTree(src, { { "bin/run.sh", readFile(tree(type, to) + "/bin/run.sh") }, { "build.txt", to.toUtf8() } });
         const QString name = "patches/" + type + "-" + from + "-" + to + ".tar.gz";
         QDir().mkpath(m_www + "/patches");
         kit::run("tar", { "-czf", m_www + "/" + name, "-C", src, "." });
@@ -181,7 +181,7 @@ class ManagerScenarioTest : public QObject
         QCOMPARE(at(entry, "feed_item/build").toString(), current);
         QCOMPARE(entry["full_path"].toString(), QFileInfo(channelDir(type, channel) + "/" + current).canonicalFilePath());
         QVERIFY(!entry.contains("progress"));
-        QCOMPARE(kit::readFile(channelDir(type, channel) + "/" + current + "/build.txt"),
+        QCOMPARE(readFile(channelDir(type, channel) + "/" + current + "/build.txt"),
             type == "beacon" ? QByteArray() : current.toUtf8());
     }
 
@@ -286,7 +286,7 @@ private slots:
         QVERIFY(run([&](auto done) { m_manager->updateApplication(tool("quill", "ch-0"), done); }));
         QCOMPARE(requestsSince(mark), QStringList({ "/patches/quill-1.1-1.2.tar.gz", "/patches/quill-1.2-1.3.tar.gz" }));
         agree("quill", "ch-0", "1.3", { "1.1", "1.3" });
-        QCOMPARE(kit::readFile(channelDir("quill", "ch-0") + "/1.3/lib/bulk.bin"), m_bulk);
+        QCOMPARE(readFile(channelDir("quill", "ch-0") + "/1.3/lib/bulk.bin"), m_bulk);
         QCOMPARE(at(documentEntry("local-quill-ch-0"), "instant_rollback/feed_item/build").toString(), QString("1.1"));
 
         // Roll back without downloading; the newer build stays for a later update.
@@ -345,7 +345,7 @@ private slots:
         // Launching: detached, its output in the tool's log file.
         QVERIFY(run([&](auto done) { m_manager->activateApplication(tool("beacon", "ch-0"), {}, done); }));
         const QString launchLog = m_home->cacheHome() + "/Vantrel/Hangar/launch-logs/beacon-ch-0.log";
-        QTRY_VERIFY_WITH_TIMEOUT(kit::readFile(launchLog).startsWith("beacon 3.0"), 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(readFile(launchLog).startsWith("beacon 3.0"), 10000);
 
         // Uninstall is refused while a process runs from the tool's folder.
         QProcess running;
