@@ -1,5 +1,4 @@
-// The patch graph's choice of chains and the patcher, with real installed folders and
-// real external patch commands (overlay archives unpacked by a shell command).
+// Chains chosen by the patch graph, applied with real external commands to real installed folders.
 
 #include "InstallTestKit.h"
 #include "feed/records/RemoteFeedItem.h"
@@ -22,7 +21,6 @@ QJsonObject patchJson(const QString &from, const QString &to, int size, const QS
         { "command", kit::OVERLAY_COMMAND } };
 }
 
-// `json` with `key` set to `value`, or removed when `value` is undefined.
 QJsonObject with(QJsonObject json, const QString &key, const QJsonValue &value)
 {
     if (value.isUndefined())
@@ -32,7 +30,6 @@ QJsonObject with(QJsonObject json, const QString &key, const QJsonValue &value)
     return json;
 }
 
-// Asserts that `file` of the patched build has the SHA-256 digest `value`.
 QJsonObject fileChecksum(const QString &file, const QString &value)
 {
     return { { "checksums",
@@ -80,7 +77,6 @@ class PatchChainTest : public QObject
                         : LocalFeedItem::localApplication(json, dir, dir, "release");
     }
 
-    // An overlay patch file: a tar.gz of `files`, laid over the install folder.
     QString overlay(const QString &name, const QMap<QString, QByteArray> &files)
     {
         const QString src = m_tmp.filePath("overlay-src/" + name);
@@ -88,9 +84,7 @@ class PatchChainTest : public QObject
         kit::makeTree(src, files);
         const QString file = m_tmp.filePath("patches/" + name + ".tar.gz");
         QDir().mkpath(QFileInfo(file).absolutePath());
-        if (!kit::run("tar", { "-czf", file, "-C", src, "." }))
-            return {};
-        return file;
+        return kit::run("tar", { "-czf", file, "-C", src, "." }) ? file : QString();
     }
 
     QString target(const QString &build)
@@ -282,7 +276,7 @@ private slots:
 
     void patchCannotReachOutOfItsCopy()
     {
-        // A relative link that stays inside the base build but, copied, climbs back into it.
+        // A relative link inside the base build that, copied, climbs back into it.
         const LocalFeedItem base = installed("55", { { "f", "x" } });
         QVERIFY(QFile::link("../55/f", base.getInstallDir() + "/up"));
         QJsonObject json = with(patchJson("55", "56", 1), "command",
@@ -308,7 +302,6 @@ private slots:
 
     void javaIsLookedUpOnlyWhenTheCommandAsksForIt()
     {
-        // A "Java" inside the base build that records how it was called.
         const LocalFeedItem base = installed("60", { { "f", "x" } });
         const QString log = m_tmp.filePath("java-calls");
         kit::writeFile(base.getInstallDir() + "/jre/bin/java",
@@ -318,9 +311,7 @@ private slots:
         const QJsonObject json = with(patchJson("60", "61", 1), "command",
             QJsonArray { "%JAVA_PATH%", "-jar", "patcher.jar", "%PATCH_FILE%", "%INSTALL_DIRECTORY%" });
         const QString dir = target("61"), file = overlay("p61", { { "f", "y" } });
-        QVERIFY(ApplicationPackagePatcher(base, { { RemotePatchItem(json), file } }, dir)
-                    .execute()
-                    .isSuccessful());
+        KIT_VERIFY_OK(ApplicationPackagePatcher(base, { { RemotePatchItem(json), file } }, dir).execute());
         QCOMPARE(readFile(log).trimmed(),
             ("-jar patcher.jar " + file + " " + QFileInfo(dir).canonicalFilePath()).toUtf8());
 

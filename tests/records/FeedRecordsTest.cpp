@@ -27,7 +27,6 @@ class FeedRecordsTest : public QObject
 private slots:
     void wrongTypedKeysReadAsDefaults()
     {
-        // Every key of the wrong JSON type; nothing may crash or leak a value.
         const RemoteFeedItem odd(
             json("{'id': 17, 'name': ['x'], 'description': {}, 'version': true, 'build': 3, "
                  "'icon_url': null, 'order_value': '5', 'quality': 'release', 'major_version': [1], "
@@ -185,16 +184,15 @@ private slots:
         QCOMPARE(qHash(a), qHash(c));
 
         // The version stands in for a missing build on both sides.
-        QVERIFY(RemoteFeedItem(json("{'id': 'tool', 'version': '183.1'}")).isEqualByID(a));
-        QVERIFY(!RemoteFeedItem(json("{'id': 'other', 'version': '183.1'}")).isEqualByID(a));
-        QVERIFY(!item("tool", "183.2").isEqualByID(a));
+        QVERIFY(RemoteFeedItem(json("{'id': 'tool', 'version': '183.1'}")).isEqualByID(a)
+            && !RemoteFeedItem(json("{'id': 'other', 'version': '183.1'}")).isEqualByID(a)
+            && !item("tool", "183.2").isEqualByID(a));
 
-        // Equal items land in one slot of a set, different ones do not.
         QSet<RemoteFeedItem> set { a, b, c, item("tool", "183.2"), RemoteFeedItem(base) };
         QVERIFY(set.size() == 3 && set.contains(RemoteFeedItem(withUnknown)));
 
-        const RemotePatchItem p1(json(kPatch12));
-        const RemotePatchItem p2(json("{'application_id': 't', 'from_build': '1', 'to_build': '2', 'x': 1}"));
+        const RemotePatchItem p1(json(kPatch12)),
+            p2(json("{'application_id': 't', 'from_build': '1', 'to_build': '2', 'x': 1}"));
         QVERIFY(p1 != p2 && QSet<RemotePatchItem>({ p1, p2, RemotePatchItem(p1.toJson()) }).size() == 2);
 
         // Qualities and major versions are equal by order value alone.
@@ -230,9 +228,6 @@ private slots:
                 RemoteFeedItem::compareByNameAndVersion),
             QStringList({ "Alpha 10", "alpha 9", "Beta 10", "beta 9", "c 1" }));
         // The lexical variant compares "name version" as text: "10" before "9".
-        const QList<RemoteFeedItem> lexical { item("x", "9", 1, 1, "X"), item("x", "10", 1, 1, "x") };
-        QCOMPARE(order(lexical, RemoteFeedItem::compareByNameAndVersionLexical).first(), QString("x 10"));
-        QCOMPARE(order(lexical, RemoteFeedItem::compareByNameAndVersion).first(), QString("x 10"));
         QVERIFY(RemoteFeedItem::compareByNameAndVersionLexical(
                     item("x", "10", 1, 1, "X"), item("x", "9", 1, 1, "x"))
             && !RemoteFeedItem::compareByNameAndVersionLexical(
@@ -253,9 +248,7 @@ private slots:
 
     void decoratedSortMatchesTheComparator()
     {
-        // Many builds of few tools, names differing only in case, mixed major
-        // versions and equal builds written differently: the fast sort must
-        // give exactly the order of a stable sort with the plain comparator.
+        // Names differing in case, equal builds written differently: the same order as a stable sort.
         QRandomGenerator random(42);
         const QStringList names { "Alpha", "alpha", "Beta", "gamma", "Gamma", "delta" };
         QList<RemoteFeedItem> items;
@@ -271,8 +264,6 @@ private slots:
         std::stable_sort(expected.begin(), expected.end(), RemoteFeedItem::compareByNameAndVersion);
         sortByNameAndVersion(items);
         QCOMPARE(items, expected);
-        sortByNameAndVersion(expected = {});
-        QVERIFY(expected.isEmpty());
     }
 
     void iconsAndDebugForms()
@@ -297,17 +288,14 @@ private slots:
                  "{'show_single_project': false}, {'show_single_project': 'false'}, 7], "
                  "'data_location': '~/data'}}"));
         const LathePlatformData lathe = entry.getLathePlatformData().value();
-        QCOMPARE(lathe.getShellScriptName(), Option<QString>("tool.sh"));
-        QCOMPARE(
-            QStringList({ lathe.getVmOptionsFile(), lathe.getStartupWMClass(), lathe.getDataLocation() }),
-            QStringList({ "bin/tool64.vmoptions", "tool-ide", "~/data" }));
+        QCOMPARE(QStringList({ *lathe.getShellScriptName(), lathe.getVmOptionsFile(),
+                     lathe.getStartupWMClass(), lathe.getDataLocation() }),
+            QStringList({ "tool.sh", "bin/tool64.vmoptions", "tool-ide", "~/data" }));
         QCOMPARE(lathe.getIncompatibleOptions(), QStringList({ "-Xverify:none", "5", "true", "" }));
         const QList<LatheConfiguration> configs = lathe.getConfigurations();
         QVERIFY(configs.size() == 4 && configs.at(0).getConfigDirectoryPattern() == "Tool2018.3");
-        // A string is not a boolean.
-        QCOMPARE(QList<bool>({ configs.at(0).getShowSingleProject(), configs.at(1).getShowSingleProject(),
-                     configs.at(2).getShowSingleProject() }),
-            QList<bool>({ true, false, true }));
+        QVERIFY(configs.at(0).getShowSingleProject() && !configs.at(1).getShowSingleProject()
+            && configs.at(2).getShowSingleProject()); // a string is not a boolean
         QVERIFY(configs.at(3).toJson().isEmpty()
             && !LathePlatformData(json("{'shell_script_name': 1}")).getShellScriptName());
 

@@ -15,7 +15,6 @@ QString keyFor(const QString &home)
                                    .toHex());
 }
 
-// The messages the master received, in arrival order, from its "onActivation" lines.
 QStringList receivedMessages(const QString &log)
 {
     QStringList messages;
@@ -25,15 +24,14 @@ QStringList receivedMessages(const QString &log)
     return messages;
 }
 
-// Signs `json` with the build's development CA (the one compiled into the executable) and puts it where
-// HangarProcess points the manager's root feed.
+// Signs `json` with the development CA compiled into the build, as the home's root feed.
 bool writeSignedFeed(const QString &home, const QByteArray &json)
 {
     const QString binaryDir = qEnvironmentVariable("HANGAR_BINARY_DIR", HANGAR_BINARY_DIR);
     const QString jsonPath = home + "/feeds/root.json";
-    QDir().mkpath(home + "/feeds");
-    QFile file(jsonPath);
-    if (!file.open(QIODevice::WriteOnly) || file.write(json) != json.size() || !file.flush())
+    QSaveFile file(jsonPath);
+    if (!QDir().mkpath(home + "/feeds") || !file.open(QIODevice::WriteOnly) || file.write(json) != json.size()
+        || !file.commit())
         return false;
     return QProcess::execute(FeedBuilder::hangarFeedPath(),
                { "sign", "--cert", binaryDir + "/feed-dev-ca/signer.crt", "--key",
@@ -49,9 +47,7 @@ int modeOf(const QString &path)
 
 } // namespace
 
-// Starts the real executable in temporary homes. Each home has its own settings, logs, runtime folder and
-// single-instance key, so these runs never meet a manager of the user running the tests, nor each other
-// unless a test wants them to.
+// The real executable in temporary homes, each with its own settings, logs and single-instance key.
 class StartupProcessTest : public QObject
 {
     Q_OBJECT
@@ -68,8 +64,6 @@ private:
         }
     };
 
-    // The master of `home`, logging to a folder of its own (second starts log elsewhere), idle in its event
-    // loop.
     static bool startMaster(HangarProcess &master, const Home &home)
     {
         return master.start({ "--log-path", home.masterLogs() }) && master.waitUntilReady();
@@ -121,8 +115,7 @@ private slots:
         QCOMPARE(readJson(home.path() + "/.local/share/Vantrel/Hangar/.settings.json").value("update"),
             QJsonValue(json("{'filter': {'quality_filter': {'order_value': 10000}}}")));
         QTest::qWait(500);
-        QVERIFY(manager.stop());
-        QVERIFY(manager.logText().contains("Application will exit now."));
+        QVERIFY(manager.stop() && manager.logText().contains("Application will exit now."));
     }
 
     void secondStartHandsOverItsCommandLine_data()
@@ -165,8 +158,7 @@ private slots:
         const HangarProcess::Finished second = HangarProcess::run(home.path(), arguments);
         if (stopped)
             QCOMPARE(::kill(pid_t(master.pid()), SIGCONT), 0);
-        QVERIFY(!second.timedOut);
-        QCOMPARE(second.exitCode, 0);
+        QVERIFY(!second.timedOut && second.exitCode == 0);
 
         QVERIFY2(master.waitForLog("onActivation messages: "), qPrintable(master.logText()));
         QTest::qWait(300); // a duplicate would arrive now
@@ -185,8 +177,7 @@ private slots:
         } else {
             QVERIFY(HangarProcess(home.path()).logText().contains("This is not master instance"));
         }
-        QVERIFY(master.stop());
-        QVERIFY(!QFileInfo::exists(home.socket()));
+        QVERIFY(master.stop() && !QFileInfo::exists(home.socket()));
     }
 
     void simultaneousStartsLeaveOneManager()
@@ -251,8 +242,7 @@ private slots:
         QVERIFY(manager.waitUntilReady() && !manager.logText().contains(notLogged) && manager.stop());
     }
 
-    // The dump mode prints what the configured feeds publish now; its exit code says whether there was a feed
-    // at all and whether it looked complete.
+    // Exit codes: 1 without a feed, 2 for a feed that looks incomplete.
     void feedDumpModeExitCodes()
     {
         Home home;
@@ -306,8 +296,7 @@ private slots:
         helper.setWorkingDirectory(work.path());
         helper.start(program, { how });
         QVERIFY(helper.waitForFinished(60000));
-        const QString out = QString::fromUtf8(helper.readAllStandardOutput());
-        const QString err = QString::fromUtf8(helper.readAllStandardError());
+        const QString out = helper.readAllStandardOutput(), err = helper.readAllStandardError();
         // Ends by the default SIGABRT action, whatever the original signal was.
         QVERIFY(helper.exitStatus() == QProcess::CrashExit && helper.exitCode() == SIGABRT);
         QVERIFY2(out.startsWith("handler installed"), qPrintable(out));
