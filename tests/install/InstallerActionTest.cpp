@@ -123,15 +123,6 @@ private slots:
         m_previousFingerprint = treeListing(m_previous.getInstallDir());
     }
 
-    void invalidMarkerIsReplacedByAFreshInstall()
-    {
-        const QJsonObject entry = publish("1.5", { { "bin/tool", "one-five" } });
-        kit::writeFile(versionDir("1.5") + "/.feed", "[not an object");
-        kit::writeFile(versionDir("1.5") + "/stale", "old junk");
-        KIT_VERIFY_OK(install(entry));
-        QVERIFY(!QFileInfo::exists(versionDir("1.5") + "/stale") && marker(versionDir("1.5")) == entry);
-    }
-
     void badPackagesFailWithoutMarkerAndLeaveThePreviousBuild_data()
     {
         QTest::addColumn<QString>("kind");
@@ -179,7 +170,7 @@ private slots:
         QVERIFY(!hasMarker("2.0") && previousUntouched());
     }
 
-    void packagesOwnMarkerNeverStandsInForOurs()
+    void onlyAValidMarkerOfOursCounts()
     {
         // A dangling link named like the marker: ours must replace it, not write through it.
         const QString src = m_tmp.filePath("src/2.2");
@@ -192,6 +183,13 @@ private slots:
         QVERIFY(!QFileInfo(versionDir("2.2") + "/.feed").isSymLink()
             && !QFileInfo::exists(versionDir("2.2") + "/bin/not-there")
             && marker(versionDir("2.2")) == entry);
+
+        // An invalid marker of ours: a fresh install in an emptied folder.
+        const QJsonObject fresh = publish("1.5", { { "bin/tool", "one-five" } });
+        kit::writeFile(versionDir("1.5") + "/.feed", "[not an object");
+        kit::writeFile(versionDir("1.5") + "/stale", "old junk");
+        KIT_VERIFY_OK(install(fresh));
+        QVERIFY(!QFileInfo::exists(versionDir("1.5") + "/stale") && marker(versionDir("1.5")) == fresh);
     }
 
     void chainFailingHalfWayFallsBackToAFullInstallInAnEmptiedFolder()

@@ -251,7 +251,7 @@ private slots:
         QVERIFY2(error.startsWith(parts.first()) && error.endsWith(parts.last()), qPrintable(error));
     }
 
-    void finalChecksumOfTheTargetBuildIsChecked()
+    void targetBuildIsCheckedAndNeverTheBaseFolder()
     {
         const LocalFeedItem base = installed("40", { { "bin/app", "v40" } });
         // The archive's own checksum is skipped; the file's is checked.
@@ -263,15 +263,12 @@ private slots:
             RemoteFeedItem(entry));
         const QString got = QString(QCryptographicHash::hash("v41", QCryptographicHash::Sha256).toHex());
         QCOMPARE(patcher.execute().error(), "Wrong checksum for bin/app expect 0000 got " + got);
-    }
 
-    void refusesToPatchIntoTheBaseFolder()
-    {
-        const LocalFeedItem base = installed("50", { { "f", "x" } });
-        ApplicationPackagePatcher patcher(
-            base, { { patch("50", "51", 1), overlay("p51", { { "f", "y" } }) } }, base.getInstallDir() + "/");
-        QCOMPARE(patcher.execute().error(), QString("Cannot patch into existing feed item!"));
-        QCOMPARE(readFile(base.getInstallDir() + "/f"), QByteArray("x"));
+        ApplicationPackagePatcher intoBase(base,
+            { { patch("40", "41", 1), overlay("p41b", { { "bin/app", "y" } }) } },
+            base.getInstallDir() + "/");
+        QCOMPARE(intoBase.execute().error(), QString("Cannot patch into existing feed item!"));
+        QCOMPARE(readFile(base.getInstallDir() + "/bin/app"), QByteArray("v40"));
     }
 
     void patchCannotReachOutOfItsCopy()

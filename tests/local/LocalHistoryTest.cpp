@@ -188,7 +188,7 @@ private slots:
         QVERIFY(QDir(foreign).isEmpty());
     }
 
-    void filterJsonFormAndErrors()
+    void filterJsonFormErrorsAndAcceptance()
     {
         const auto refusal = [](const QJsonObject &settings) {
             return LocalApplicationsFilter::fromSettingsJSON(settings).error();
@@ -221,11 +221,9 @@ private slots:
         const auto reread = LocalApplicationsFilter::fromSettingsJSON({ { "filter", json } });
         QVERIFY(reread->toJSON()["future_key"] == "kept" && *reread->branch() == "next"
             && reread->updateFilterSettingsJSON({ { "custom_name", "n" } })["custom_name"] == "n");
-    }
 
-    void filterAcceptsWhatTheChannelFollows()
-    {
-        LocalApplicationsFilter filter("ide");
+        // What a channel following eap builds of "ide" accepts.
+        filter = LocalApplicationsFilter("ide");
         filter.updateQuality(ApplicationQuality(QJsonObject { { "name", "eap" }, { "order_value", 2 } }));
         auto item = [](const QString &build, int quality, int major) {
             return RemoteFeedItem(feedRecord("ide", build, quality, major));

@@ -246,7 +246,7 @@ private slots:
         QCOMPARE(patchOrder.join(' '), QString("183.9>183.10 183.9>183.12 183.10>183.11 183.10>183.12"));
     }
 
-    void decoratedSortMatchesTheComparator()
+    void decoratedSortAndDebugForms()
     {
         // Names differing in case, equal builds written differently: the same order as a stable sort.
         QRandomGenerator random(42);
@@ -264,10 +264,7 @@ private slots:
         std::stable_sort(expected.begin(), expected.end(), RemoteFeedItem::compareByNameAndVersion);
         sortByNameAndVersion(items);
         QCOMPARE(items, expected);
-    }
 
-    void iconsAndDebugForms()
-    {
         const RemoteFeedItem entry(json("{'id': 'tool', 'version': '2018.3', 'build': '183.1', "
                                         "'icon_url': 'data:image/png;base64,AAAA', 'kept': {'x': [1, 2]}}"));
         QCOMPARE(entry.toJson(false), entry.toJson());
@@ -305,9 +302,22 @@ private slots:
                   .getPackageType();
         QCOMPARE(QStringList(run.getCommand()) + run.getArguments(),
             QStringList({ "install.sh", "--silent", "--prefix" }));
+
+        const PlinthData plinth(
+            json("{'first_install_arguments': ['/quiet', 1], "
+                 "'subsequent_install_arguments': [], 'uninstall_arguments': '/uninstall'}"));
+        QCOMPARE(plinth.getFirstInstallArguments().value(), QStringList({ "/quiet", "1" }));
+        const QString compact = QJsonDocument(plinth.toJson()).toJson(QJsonDocument::Compact);
+        QCOMPARE(plinth.getSubsequentInstallArguments().error(),
+            "Property 'subsequent_install_arguments' value in plinth data should not be empty: " + compact);
+        QCOMPARE(plinth.getUninstallArguments().error(),
+            "Expected property 'uninstall_arguments' in plinth data " + compact);
+        QCOMPARE(PlinthData().getFirstInstallArguments().error(),
+            QString("Expected property 'first_install_arguments' in plinth data {}"));
+        QVERIFY(RemoteFeedItem(json("{'plinth': {}}")).getPlinthData().has_value());
     }
 
-    void postInstallSteps()
+    void postInstallStepsAndTemplates()
     {
         const RemoteFeedItem entry(
             json("{'post_install': {'steps': [{'id': 'first', 'enabled': false, 'required': false, "
@@ -333,10 +343,7 @@ private slots:
         for (const PostInstallStep &step : steps.mid(2))
             QVERIFY(step.getEnabled() && step.isRequired() && !step.isProgressVisible()
                 && !step.getLatheOptions() && step.getCommands().isEmpty());
-    }
 
-    void templatesExpand()
-    {
         TempHome home;
         const PostInstallStep::Command command(json("{'arguments': ['$HOME/.tool', '--temp=$TEMP/x', "
                                                     "'$TEMP$HOME', '$home and $temp', 12, '$HOMEWARD', "
@@ -362,22 +369,6 @@ private slots:
         QCOMPARE(lathe.getDefaultPluginsDirectory(), home.dataHome() + "/Tool/plugins|" + home.path() + "/p");
         QCOMPARE(lathe.getDefaultLogsDirectory(), QString("/win/roaming/a;/b;$TEMP;$xdg_config_home"));
         QCOMPARE(LathePlatformData().getDefaultConfigDirectory(), QString());
-    }
-
-    void plinthArgumentsFailClearly()
-    {
-        const PlinthData plinth(
-            json("{'first_install_arguments': ['/quiet', 1], "
-                 "'subsequent_install_arguments': [], 'uninstall_arguments': '/uninstall'}"));
-        QCOMPARE(plinth.getFirstInstallArguments().value(), QStringList({ "/quiet", "1" }));
-        const QString compact = QJsonDocument(plinth.toJson()).toJson(QJsonDocument::Compact);
-        QCOMPARE(plinth.getSubsequentInstallArguments().error(),
-            "Property 'subsequent_install_arguments' value in plinth data should not be empty: " + compact);
-        QCOMPARE(plinth.getUninstallArguments().error(),
-            "Expected property 'uninstall_arguments' in plinth data " + compact);
-        QCOMPARE(PlinthData().getFirstInstallArguments().error(),
-            QString("Expected property 'first_install_arguments' in plinth data {}"));
-        QVERIFY(RemoteFeedItem(json("{'plinth': {}}")).getPlinthData().has_value());
     }
 };
 

@@ -137,7 +137,7 @@ private slots:
         QCOMPARE(readFile(path + ".broken"), content); // only the unreadable file is kept
     }
 
-    void wrongTypedKeysAreLoggedAndReadAsDefaultsWithoutRewritingTheFile()
+    void damagedAndOldFilesAreReadWithoutLoss()
     {
         TempHome home;
         const QByteArray content = R"({"autostart": "no", "channel_rollback_max_history": 4,
@@ -154,12 +154,9 @@ private slots:
         // A change elsewhere keeps the user's other keys, damaged ones included.
         QVERIFY(manager.updateSettings([](SelfSettings &s) { s.setAllowAnonymousStatistics(true); }));
         QVERIFY(readJson(path).value("autostart") == "no" && !QFile::exists(path + ".broken"));
-    }
 
-    void migratesOldFilesOnceAndEnablesLaunchersOnlyWithAFolder()
-    {
-        TempHome home;
-        const QString path = home.writeFile(".local/share/Vantrel/Hangar/.settings.json",
+        // Old files are migrated once; launchers are enabled only with a folder for them.
+        home.writeFile(".local/share/Vantrel/Hangar/.settings.json",
             R"({"shell_scripts_location": "/opt/scripts", "orvacc": "old-account", "autostart": false})");
         std::make_unique<SettingsManager>(path, nullptr, memoryOnly()).reset();
         QCOMPARE(readJson(path),
