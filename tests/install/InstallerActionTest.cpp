@@ -104,19 +104,15 @@ private slots:
         QCOMPARE(marker(dir), entry);
 
         m_previous = LocalFeedItem::localApplication(entry, dir, dir, "release");
-        m_previousFingerprint = treeListing(dir);
-    }
 
-    void sameBuildAlreadyInstalledDownloadsNothing()
-    {
-        const int before = requestsFor("tool-1.0.tar.gz");
-        QJsonObject entry = marker(versionDir("1.0"));
-        entry["name"] = "Tool renamed in the feed";
-        // Even with other checksums: nothing downloaded, the marker follows the feed.
-        entry = kit::withPackage(
-            entry, "checksums", QJsonArray { QJsonObject { { "alg", "sha-256" }, { "value", "00" } } });
-        QVERIFY(install(entry).isSuccessful() && requestsFor("tool-1.0.tar.gz") == before);
-        QVERIFY(marker(versionDir("1.0")) == entry && readFile(versionDir("1.0") + "/bin/tool") == "one");
+        // The same build again downloads nothing, even with other checksums; the marker follows the feed.
+        const int requests = requestsFor("tool-1.0.tar.gz");
+        QJsonObject again = marker(versionDir("1.0"));
+        again["name"] = "Tool renamed in the feed";
+        again = kit::withPackage(
+            again, "checksums", QJsonArray { QJsonObject { { "alg", "sha-256" }, { "value", "00" } } });
+        QVERIFY(install(again).isSuccessful() && requestsFor("tool-1.0.tar.gz") == requests);
+        QVERIFY(marker(versionDir("1.0")) == again && readFile(versionDir("1.0") + "/bin/tool") == "one");
         // The marker back as the previous install wrote it.
         kit::writeFile(
             versionDir("1.0") + "/.feed", QJsonDocument(m_previous.getFeedItem().toJson()).toJson());
@@ -170,7 +166,7 @@ private slots:
         QVERIFY(!hasMarker("2.0") && previousUntouched());
     }
 
-    void onlyAValidMarkerOfOursCounts()
+    void markersComeOnlyFromAWholeInstallOfOurs()
     {
         // A dangling link named like the marker: ours must replace it, not write through it.
         const QString src = m_tmp.filePath("src/2.2");
@@ -190,6 +186,15 @@ private slots:
         kit::writeFile(versionDir("1.5") + "/stale", "old junk");
         KIT_VERIFY_OK(install(fresh));
         QVERIFY(!QFileInfo::exists(versionDir("1.5") + "/stale") && marker(versionDir("1.5")) == fresh);
+
+        // A cancelled install stops before the download, without a marker.
+        ActionProgress *progress
+            = m_progressManager->createProgress("install", ActionProgress::SingleAction, true);
+        progress->cancel();
+        const InstallResult r = install(publish("5.0", { { "f", "x" } }), None, progress);
+        delete progress;
+        QVERIFY(
+            r.error() == "Download cancelled" && !hasMarker("5.0") && requestsFor("tool-5.0.tar.gz") == 0);
     }
 
     void chainFailingHalfWayFallsBackToAFullInstallInAnEmptiedFolder()
@@ -208,18 +213,7 @@ private slots:
             && !QFileInfo::exists(versionDir("4.0") + "/lib/core") && previousUntouched());
     }
 
-    void cancelledInstallStopsWithoutMarker()
-    {
-        ActionProgress *progress
-            = m_progressManager->createProgress("install", ActionProgress::SingleAction, true);
-        progress->cancel();
-        const InstallResult r = install(publish("5.0", { { "f", "x" } }), None, progress);
-        delete progress;
-        QVERIFY(
-            r.error() == "Download cancelled" && !hasMarker("5.0") && requestsFor("tool-5.0.tar.gz") == 0);
-    }
-
-    void postInstallStepsRunWithExpandedArgumentsInsideTheVersionFolder()
+    void postInstallStepsRunInsideAndConcurrentInstallsDoNotMix()
     {
         // The script logs its arguments and fails unless $TEMP exists while it runs.
         QJsonObject entry = publish("6.0",
@@ -246,10 +240,8 @@ private slots:
         QVERIFY2(
             logged.at(1).startsWith(versionDir("6.0") + "/"), qPrintable(logged.at(1))); // $TEMP stays inside
         QVERIFY(!QFileInfo::exists(logged.at(1)) && hasMarker("6.0")); // and is removed
-    }
 
-    void concurrentInstallsOfDifferentBuildsDoNotMix()
-    {
+        // Concurrent installs of different builds do not mix.
         QList<QJsonObject> entries;
         for (int i = 0; i < 4; ++i)
             entries << publish(QString("8.%1").arg(i),

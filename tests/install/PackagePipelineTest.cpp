@@ -73,7 +73,7 @@ private slots:
         kit::writeFile(m_package, randomBytes(300000) + QByteArray(100000, '\0'));
     }
 
-    void acceptsEverySupportedDigestWhateverTheCaseOfNameAndValue()
+    void digestsOfEveryKindAndFedWhileDownloading()
     {
         const auto sum = [this](const char *alg, const QString &value) {
             return QJsonObject { { "alg", alg }, { "value", value } };
@@ -95,6 +95,42 @@ private slots:
         wrong["size"] = 3;
         const QString refused = ApplicationPackageVerifier::verify(RemotePatchItem(wrong), m_package).error();
         QVERIFY(refused.startsWith("Downloaded file size mismatch. Expected: 3 actual: "));
+
+        // Digests fed while downloading count only when they saw the whole file.
+        const QJsonObject plain = kit::feedEntry("tool", "1", "tar.gz", "http://x/p", m_package);
+        const QByteArray content = readFile(m_package);
+
+        PackageDigests streamed({ "sha-256", "sha3-512", "nonsense" });
+        for (int at = 0; at < content.size(); at += 7777)
+            streamed.update(content.mid(at, 7777));
+        QCOMPARE(streamed.algorithms() << *streamed.hexDigest("sha-256") << *streamed.hexDigest("SHA3-512"),
+            QStringList({ "sha-256", "sha3-512", kit::digestHex(m_package),
+                kit::digestHex(m_package, QCryptographicHash::Sha3_512) }));
+        QVERIFY(ApplicationPackageVerifier::verify(plain, m_package, &streamed).isSuccessful());
+
+        // Digests of the same length are trusted: other bytes must fail.
+        PackageDigests forged({ "sha-256" });
+        forged.update(QByteArray(content.size(), 'x'));
+        QVERIFY(ApplicationPackageVerifier::verify(plain, m_package, &forged).isError());
+
+        // Digests that saw a different amount of data are ignored: the file is read.
+        PackageDigests partial({ "sha-256" });
+        partial.update(content.left(10));
+        QVERIFY(ApplicationPackageVerifier::verify(plain, m_package, &partial).isSuccessful());
+
+        // Hashed on a worker: the same whatever the backlog bound.
+        for (const qint64 backlog : { qint64(1), qint64(5000), qint64(64) << 20 }) {
+            PipelinedDigests pipelined({ "sha-256", "sha-512" }, backlog);
+            for (int at = 0; at < content.size(); at += 7777)
+                pipelined.feed(content.mid(at, 7777));
+            const PackageDigests &digests = pipelined.finish();
+            QCOMPARE(digests.bytesProcessed(), qint64(content.size()));
+            QVERIFY(*digests.hexDigest("sha-256") == kit::digestHex(m_package)
+                && *digests.hexDigest("sha-512") == kit::digestHex(m_package, QCryptographicHash::Sha512));
+        }
+        // Abandoned half-way (a failed download): destruction neither hangs nor leaks.
+        PipelinedDigests abandoned({ "sha-256" }, 10);
+        abandoned.feed(content.left(100000));
     }
 
     void refusesWhatDoesNotMatch_data()
@@ -135,44 +171,6 @@ private slots:
             qPrintable(got));
     }
 
-    void digestsFedWhileDownloadingAreUsedOnlyWhenTheySawTheWholeFile()
-    {
-        const QJsonObject entry = kit::feedEntry("tool", "1", "tar.gz", "http://x/p", m_package);
-        const QByteArray content = readFile(m_package);
-
-        PackageDigests streamed({ "sha-256", "sha3-512", "nonsense" });
-        for (int at = 0; at < content.size(); at += 7777)
-            streamed.update(content.mid(at, 7777));
-        QCOMPARE(streamed.algorithms() << *streamed.hexDigest("sha-256") << *streamed.hexDigest("SHA3-512"),
-            QStringList({ "sha-256", "sha3-512", kit::digestHex(m_package),
-                kit::digestHex(m_package, QCryptographicHash::Sha3_512) }));
-        QVERIFY(ApplicationPackageVerifier::verify(entry, m_package, &streamed).isSuccessful());
-
-        // Digests of the same length are trusted: other bytes must fail.
-        PackageDigests forged({ "sha-256" });
-        forged.update(QByteArray(content.size(), 'x'));
-        QVERIFY(ApplicationPackageVerifier::verify(entry, m_package, &forged).isError());
-
-        // Digests that saw a different amount of data are ignored: the file is read.
-        PackageDigests partial({ "sha-256" });
-        partial.update(content.left(10));
-        QVERIFY(ApplicationPackageVerifier::verify(entry, m_package, &partial).isSuccessful());
-
-        // Hashed on a worker: the same whatever the backlog bound.
-        for (const qint64 backlog : { qint64(1), qint64(5000), qint64(64) << 20 }) {
-            PipelinedDigests pipelined({ "sha-256", "sha-512" }, backlog);
-            for (int at = 0; at < content.size(); at += 7777)
-                pipelined.feed(content.mid(at, 7777));
-            const PackageDigests &digests = pipelined.finish();
-            QCOMPARE(digests.bytesProcessed(), qint64(content.size()));
-            QVERIFY(*digests.hexDigest("sha-256") == kit::digestHex(m_package)
-                && *digests.hexDigest("sha-512") == kit::digestHex(m_package, QCryptographicHash::Sha512));
-        }
-        // Abandoned half-way (a failed download): destruction neither hangs nor leaks.
-        PipelinedDigests abandoned({ "sha-256" }, 10);
-        abandoned.feed(content.left(100000));
-    }
-
     void archivesAreUnpackedWithLeadingFoldersStripped()
     {
         const QString src = path("src-tar"), archive = path("tool.tar.gz"), target = freshTarget("v-tar");
@@ -193,6 +191,15 @@ private slots:
         QVERIFY(QFileInfo(dir + "/bin/run").isFile() && !QFileInfo::exists(dir + "/stray.txt")
             && !QFileInfo::exists(dir + "/.unzip-staging"));
         QCOMPARE((modeOf(dir + "/readme") | modeOf(dir + "/bin")) & (S_IWGRP | S_IWOTH), mode_t(0));
+
+        // Unknown types and missing paths are refused.
+        const QString refusedIn = freshTarget("v-refused");
+        const QJsonObject nsis = kit::feedEntry("tool", "1", "nsis", "http://x", m_package);
+        QCOMPARE(extract(nsis, m_package, refusedIn).error(), QString("Not implemented extract for nsis"));
+        QCOMPARE(extract(nsis, m_package, path("missing-dir")).error(),
+            QString("Failed to find target directory ") + path("missing-dir"));
+        QCOMPARE(extract(nsis, path("missing-file"), refusedIn).error(),
+            QString("Failed to find file ") + path("missing-file"));
     }
 
     void singleFilePackagesBecomeTheExecutableCommand_data()
@@ -215,17 +222,6 @@ private slots:
         QVERIFY(extract(entry, file, target) && QFileInfo(target + "/tool-cli").isExecutable());
         QCOMPARE(readFile(target + "/tool-cli"), QByteArray("binary"));
         QCOMPARE(QFileInfo::exists(file), !downloadedInside);
-    }
-
-    void unknownTypesAndMissingPathsAreRefused()
-    {
-        const QString target = freshTarget("v-refused");
-        const QJsonObject nsis = kit::feedEntry("tool", "1", "nsis", "http://x", m_package);
-        QCOMPARE(extract(nsis, m_package, target).error(), QString("Not implemented extract for nsis"));
-        QCOMPARE(extract(nsis, m_package, path("missing-dir")).error(),
-            QString("Failed to find target directory ") + path("missing-dir"));
-        QCOMPARE(extract(nsis, path("missing-file"), target).error(),
-            QString("Failed to find file ") + path("missing-file"));
     }
 
     void hostileArchivesAreRefused_data()

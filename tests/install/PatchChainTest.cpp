@@ -157,28 +157,7 @@ private slots:
         }
     }
 
-    void unusableBasesAndPatchesAreLeftOut()
-    {
-        const LocalFeedItem detected = installed("1", {}, "tool", true);
-        QVERIFY(!ApplicationPackagePatcher::isValidBaseItem(detected));
-        LocalFeedItem gone = installed("7");
-        QDir(gone.getInstallDir()).removeRecursively();
-        QVERIFY(!ApplicationPackagePatcher::isValidBaseItem(gone));
-
-        const QJsonObject otherType = with(patchJson("2", "3", 1), "type", "bsdiff");
-        for (const QJsonObject &bad :
-            { otherType, with(patchJson("2", "3", 1), "command", QJsonValue::Undefined),
-                with(patchJson("2", "3", 1), "url", QJsonValue::Undefined), patchJson("2", "2", 1),
-                patchJson("2", "3", 0) })
-            QVERIFY2(!ApplicationPackagePatcher::isValidPatchItem(RemotePatchItem(bad)),
-                QJsonDocument(bad).toJson());
-
-        const ApplicationPackagePatchesGraph graph({ detected, gone, installed("2") },
-            { patch("1", "3", 1), RemotePatchItem(otherType), patch("2", "3", 5) });
-        QCOMPARE(chainOf(graph.findPatches(RemoteFeedItem(entryJson("3", 1000)))), QStringList({ "2>3" }));
-    }
-
-    void chainIsAppliedToACopyAndTheBaseIsNeverTouched()
+    void chainIsAppliedToACheckedCopyAndNeverToTheBase()
     {
         const LocalFeedItem base = installed("10", { { "bin/app", "v10" }, { "lib/keep", "keep" } });
         QVERIFY(QFile::link(base.getInstallDir() + "/lib/keep", base.getInstallDir() + "/abs-link"));
@@ -199,9 +178,27 @@ private slots:
         QVERIFY(readFile(dir + "/bin/app") == "v12" && readFile(dir + "/lib/keep") == "keepthrough\n");
         QVERIFY(!QFileInfo::exists(dir + "/.feed")); // the base's marker is not carried over
         QCOMPARE(treeListing(base.getInstallDir()), before);
+
+        // The target build's files are checked; the base folder is never a target.
+        const LocalFeedItem base40 = installed("40", { { "bin/app", "v40" } });
+        // The archive's own checksum is skipped; the file's is checked.
+        const QJsonObject entry = kit::withPackage(entryJson("41", 1000), "checksums",
+            QJsonArray { QJsonObject { { "alg", "sha-256" }, { "value", "ab" } },
+                fileChecksum("bin/app", "0000")["checksums"].toArray().first() });
+        ApplicationPackagePatcher checked(base40,
+            { { patch("40", "41", 1), overlay("p41", { { "bin/app", "v41" } }) } }, target("41"),
+            RemoteFeedItem(entry));
+        const QString got = QString(QCryptographicHash::hash("v41", QCryptographicHash::Sha256).toHex());
+        QCOMPARE(checked.execute().error(), "Wrong checksum for bin/app expect 0000 got " + got);
+
+        ApplicationPackagePatcher intoBase(base40,
+            { { patch("40", "41", 1), overlay("p41b", { { "bin/app", "y" } }) } },
+            base40.getInstallDir() + "/");
+        QCOMPARE(intoBase.execute().error(), QString("Cannot patch into existing feed item!"));
+        QCOMPARE(readFile(base40.getInstallDir() + "/bin/app"), QByteArray("v40"));
     }
 
-    void stopWordFailsThePatchEvenWhenThePatcherSucceeds()
+    void unusableItemsAreLeftOutAndStopWordsFailThePatch()
     {
         const LocalFeedItem base = installed("20", { { "f", "x" } });
         QJsonObject json = with(patchJson("20", "21", 1), "command",
@@ -220,6 +217,25 @@ private slots:
         QVERIFY(!std::exchange(seen, false));
         filter("never say never");
         QVERIFY(seen);
+
+        // Unusable bases and patches are left out of the graph.
+        const LocalFeedItem detected = installed("1", {}, "tool", true);
+        QVERIFY(!ApplicationPackagePatcher::isValidBaseItem(detected));
+        LocalFeedItem gone = installed("7");
+        QDir(gone.getInstallDir()).removeRecursively();
+        QVERIFY(!ApplicationPackagePatcher::isValidBaseItem(gone));
+
+        const QJsonObject otherType = with(patchJson("2", "3", 1), "type", "bsdiff");
+        for (const QJsonObject &bad :
+            { otherType, with(patchJson("2", "3", 1), "command", QJsonValue::Undefined),
+                with(patchJson("2", "3", 1), "url", QJsonValue::Undefined), patchJson("2", "2", 1),
+                patchJson("2", "3", 0) })
+            QVERIFY2(!ApplicationPackagePatcher::isValidPatchItem(RemotePatchItem(bad)),
+                QJsonDocument(bad).toJson());
+
+        const ApplicationPackagePatchesGraph graph({ detected, gone, installed("2") },
+            { patch("1", "3", 1), RemotePatchItem(otherType), patch("2", "3", 5) });
+        QCOMPARE(chainOf(graph.findPatches(RemoteFeedItem(entryJson("3", 1000)))), QStringList({ "2>3" }));
     }
 
     void badPatchesFailWithTheirReason_data()
@@ -249,26 +265,6 @@ private slots:
         const QString error = patcher.execute().error();
         const QStringList parts = message.split('*'); // '*': the patch's debug form
         QVERIFY2(error.startsWith(parts.first()) && error.endsWith(parts.last()), qPrintable(error));
-    }
-
-    void targetBuildIsCheckedAndNeverTheBaseFolder()
-    {
-        const LocalFeedItem base = installed("40", { { "bin/app", "v40" } });
-        // The archive's own checksum is skipped; the file's is checked.
-        const QJsonObject entry = kit::withPackage(entryJson("41", 1000), "checksums",
-            QJsonArray { QJsonObject { { "alg", "sha-256" }, { "value", "ab" } },
-                fileChecksum("bin/app", "0000")["checksums"].toArray().first() });
-        ApplicationPackagePatcher patcher(base,
-            { { patch("40", "41", 1), overlay("p41", { { "bin/app", "v41" } }) } }, target("41"),
-            RemoteFeedItem(entry));
-        const QString got = QString(QCryptographicHash::hash("v41", QCryptographicHash::Sha256).toHex());
-        QCOMPARE(patcher.execute().error(), "Wrong checksum for bin/app expect 0000 got " + got);
-
-        ApplicationPackagePatcher intoBase(base,
-            { { patch("40", "41", 1), overlay("p41b", { { "bin/app", "y" } }) } },
-            base.getInstallDir() + "/");
-        QCOMPARE(intoBase.execute().error(), QString("Cannot patch into existing feed item!"));
-        QCOMPARE(readFile(base.getInstallDir() + "/bin/app"), QByteArray("v40"));
     }
 
     void patchCannotReachOutOfItsCopy()

@@ -36,7 +36,7 @@ private slots:
     }
     void cleanup() { delete m_home; }
 
-    void detectedChannelsHaveNoSettingsAndNoFile()
+    void refusalsLeaveFilesAsTheyWere()
     {
         ChannelSettingsManager manager;
         const QString folder = m_home->path() + "/opt/ide";
@@ -55,9 +55,23 @@ private slots:
         QVERIFY(manager.loadChannelSettings(key).error().startsWith("No folder for channel")
             && !manager.saveChannelSettings(key, { { "x", 1 } })
             && !QFileInfo::exists("/.channel.settings.json"));
+
+        // Bad files fail with their reason and stay untouched.
+        LogCapture log;
+        QVERIFY(!manager.loadChannelSettings(m_channel) && !QFileInfo::exists(m_file)
+            && log.matching("Failed to load channel settings", QtCriticalMsg).size() == 1);
+
+        writeSettings({ { "custom_name", "no filter" } });
+        QCOMPARE(manager.loadChannelSettings(m_channel).error(), QString("No settings were found"));
+        QVERIFY(!log.matching("Failed to load application filter", QtCriticalMsg).isEmpty());
+        QVERIFY(!manager.updateSettings(m_channel, [](QJsonObject &s) { s["x"] = 1; }));
+        QCOMPARE(readJson(m_file), QJsonObject({ { "custom_name", "no filter" } }));
+
+        writeRaw("[1, 2]");
+        QVERIFY(!manager.loadChannelSettings(m_channel) && readFile(m_file) == "[1, 2]");
     }
 
-    void firstSaveLogsNotExistsThenBeforeAndAfter()
+    void savesAreLoggedAndADriftedFilterIsRepaired()
     {
         ChannelSettingsManager manager;
         QSignalSpy updated(&manager, &ChannelSettingsManager::channelSettingsUpdated);
@@ -80,16 +94,13 @@ private slots:
         QVERIFY(log.matching("Updated settings in").last().contains(" more)")
             && ChannelSettingsManager::shortenForLog(longText).contains("... (123 more)"));
         QCOMPARE(readJson(m_file)["blob"].toString(), longText);
-    }
 
-    void driftedFilterTypeIsRepairedOnLoad()
-    {
+        // A drifted filter type is repaired on load.
         writeSettings({ { "filter",
                             QJsonObject { { "application_type", "ide-old" },
                                 { "skipped_filter", QJsonArray { "1.1" } } } },
             { "custom_name", "Kept" } });
-        ChannelSettingsManager manager;
-        LogCapture log;
+        log.clear();
         const auto loaded = manager.loadChannelSettings(m_channel);
         QVERIFY(log.matching("Incompatible application types of item ide and filter ide-old", QtCriticalMsg)
                     .size()
@@ -101,23 +112,6 @@ private slots:
 
         log.clear(); // nothing more to repair: nothing written
         QVERIFY(manager.loadChannelSettings(m_channel) && !log.contains("Updated settings in"));
-    }
-
-    void badFilesFailWithTheirReasonAndStayUntouched()
-    {
-        ChannelSettingsManager manager;
-        LogCapture log;
-        QVERIFY(!manager.loadChannelSettings(m_channel) && !QFileInfo::exists(m_file)
-            && log.matching("Failed to load channel settings", QtCriticalMsg).size() == 1);
-
-        writeSettings({ { "custom_name", "no filter" } });
-        QCOMPARE(manager.loadChannelSettings(m_channel).error(), QString("No settings were found"));
-        QVERIFY(!log.matching("Failed to load application filter", QtCriticalMsg).isEmpty());
-        QVERIFY(!manager.updateSettings(m_channel, [](QJsonObject &s) { s["x"] = 1; }));
-        QCOMPARE(readJson(m_file), QJsonObject({ { "custom_name", "no filter" } }));
-
-        writeRaw("[1, 2]");
-        QVERIFY(!manager.loadChannelSettings(m_channel) && readFile(m_file) == "[1, 2]");
     }
 
     void unknownKeysAndConcurrentEditsSurviveEveryEdit()

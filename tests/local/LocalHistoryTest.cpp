@@ -95,7 +95,7 @@ private slots:
             && !entry["item"].toObject().contains("system-install-path"));
     }
 
-    void buildsAllGoneFromDiskMakeTheFirstDiskBuildActive()
+    void diskBuildsAreMatchedAgainstTheHistory()
     {
         auto history = LocalApplicationsHistory::fromFile(m_path);
         history.addHistoryEntry(diskItem(m_channelDir, "1.0"), "install", T0);
@@ -112,57 +112,23 @@ private slots:
         history.addHistoryEntry(diskItem(m_channelDir, "8.0"), "update", T0);
         const QByteArray file = readFile(m_path);
         QVERIFY(history.getActiveItem(disk)->getBuild() == "8.0" && readFile(m_path) == file);
-    }
 
-    void loadingSkipsInvalidItemsAndResetsOnInconsistency()
-    {
-        const auto entry = [](const QJsonObject &item, const char *action) {
-            return QJsonObject { { "item", item }, { "action", action },
-                { "timestamp", T0.toString(Qt::ISODateWithMs) } };
-        };
-        const QJsonObject a = entry(feedRecord("ide", "1.0"), "install"),
-                          b = entry(feedRecord("ide", "2.0"), "update");
-        const QJsonObject broken = entry(QJsonObject { { "id", "ide" } }, "update");
-        LogCapture log;
-        const LocalApplicationsHistory history(m_path, { { "history", QJsonArray { a, broken, b } } });
-        QVERIFY(log.contains("history entry has invalid item") && history.getHistory().size() == 2);
-        QVERIFY(buildsOf(history.getItems()) == QStringList({ "2.0", "1.0" })
-            && history.getHistory().first().getTimestamp() == T0);
-
-        // A rollback with nothing to return to: dropped in memory, the file left for the next action.
-        const QJsonObject inconsistent { { "history",
-            QJsonArray { a, entry(feedRecord("ide", "1.0"), "rollback"), b } } };
-        m_home->writeFile("apps/ide/stable/.history.json", QJsonDocument(inconsistent).toJson());
-        const auto loaded = LocalApplicationsHistory::fromFile(m_path);
-        QVERIFY(loaded.getItems().isEmpty() && loaded.getHistory().isEmpty()
-            && loaded.getHistoryJson().isEmpty() && readJson(m_path) == inconsistent);
-
-        m_home->writeFile("apps/ide/stable/.history.json", "{\"history\": [");
-        QVERIFY(LocalApplicationsHistory::fromFile(m_path).getHistory().isEmpty());
-        QCOMPARE(readFile(m_path).trimmed(), QByteArray("{\n}"));
-    }
-
-    void diskBuildsSortInHistoryOrderUnnamedOnesLastNewestFirst()
-    {
-        auto history = LocalApplicationsHistory::fromFile(m_path);
+        // A new history: disk builds sort in its order, unnamed ones last, newest first.
         for (const char *build : { "1.0", "2.0", "3.0" })
             history.addHistoryEntry(
                 diskItem(m_channelDir, build), build[0] == '1' ? "install" : "update", T0);
-        LogCapture log;
-        const QList<LocalFeedItem> disk { diskItem(m_channelDir, "0.5"), diskItem(m_channelDir, "1.0"),
+        const QList<LocalFeedItem> mixed { diskItem(m_channelDir, "0.5"), diskItem(m_channelDir, "1.0"),
             diskItem(m_channelDir, "0.9"), diskItem(m_channelDir, "3.0") };
-        QCOMPARE(buildsOf(history.sortDiskItems(disk)), QStringList({ "3.0", "1.0", "0.9", "0.5" }));
+        QCOMPARE(buildsOf(history.sortDiskItems(mixed)), QStringList({ "3.0", "1.0", "0.9", "0.5" }));
         QVERIFY(log.contains("Item from history 2.0 is not found on the disk"));
 
         // One step back skips the build that is gone and lands on 1.0.
-        QVERIFY(history.getInstantRollbackItem(disk)->getBuild() == "1.0"
+        QVERIFY(history.getInstantRollbackItem(mixed)->getBuild() == "1.0"
             && !history.getInstantRollbackItem({ diskItem(m_channelDir, "3.0") })
             && !history.getInstantRollbackItem({}));
         QVERIFY(history.getRollbackItem("2.0")->getBuild() == "2.0" && !history.getRollbackItem("9.9"));
-    }
 
-    void holderCachesPerChannelAndRemovalDeletesTheFile()
-    {
+        // The holder caches per channel; a removal deletes the file.
         LocalApplicationsHistoryHolder holder;
         const LocalChannel channel(false, m_channelDir, "ide", "stable");
         LocalApplicationsActiveHandler handler(nullptr, &holder);
@@ -186,6 +152,31 @@ private slots:
         handler.onAppInstalled(
             LocalFeedItem::detectedApplication(feedRecord("ide", "1.0"), foreign, "system"));
         QVERIFY(QDir(foreign).isEmpty());
+
+        // Loading skips invalid items and resets on an inconsistency.
+        const auto entry = [](const QJsonObject &item, const char *action) {
+            return QJsonObject { { "item", item }, { "action", action },
+                { "timestamp", T0.toString(Qt::ISODateWithMs) } };
+        };
+        const QJsonObject a = entry(feedRecord("ide", "1.0"), "install"),
+                          b = entry(feedRecord("ide", "2.0"), "update");
+        const QJsonObject broken = entry(QJsonObject { { "id", "ide" } }, "update");
+        const LocalApplicationsHistory built(m_path, { { "history", QJsonArray { a, broken, b } } });
+        QVERIFY(log.contains("history entry has invalid item") && built.getHistory().size() == 2);
+        QVERIFY(buildsOf(built.getItems()) == QStringList({ "2.0", "1.0" })
+            && built.getHistory().first().getTimestamp() == T0);
+
+        // A rollback with nothing to return to: dropped in memory, the file left for the next action.
+        const QJsonObject inconsistent { { "history",
+            QJsonArray { a, entry(feedRecord("ide", "1.0"), "rollback"), b } } };
+        m_home->writeFile("apps/ide/stable/.history.json", QJsonDocument(inconsistent).toJson());
+        const auto loaded = LocalApplicationsHistory::fromFile(m_path);
+        QVERIFY(loaded.getItems().isEmpty() && loaded.getHistory().isEmpty()
+            && loaded.getHistoryJson().isEmpty() && readJson(m_path) == inconsistent);
+
+        m_home->writeFile("apps/ide/stable/.history.json", "{\"history\": [");
+        QVERIFY(LocalApplicationsHistory::fromFile(m_path).getHistory().isEmpty());
+        QCOMPARE(readFile(m_path).trimmed(), QByteArray("{\n}"));
     }
 
     void filterJsonFormErrorsAndAcceptance()

@@ -55,7 +55,7 @@ class LocalScanTest : public QObject
     Q_OBJECT
 
 private slots:
-    void scanKeepsNameOrderAndSkipsOnlyLowercaseLatest()
+    void scanKeepsNameOrderAndGivesCanonicalPaths()
     {
         TempHome home;
         const QString root = home.path() + "/tools";
@@ -83,28 +83,24 @@ private slots:
         QCOMPARE(scanned->first().getInstallDir(), QFileInfo(root + "/apps/ide/eap/1.3").canonicalFilePath());
         QCOMPARE(scanned->first().getChannel().getChannelDirectory(),
             QFileInfo(root + "/apps/ide/eap").canonicalFilePath());
-    }
 
-    void linkedChannelsAndBuildsGiveCanonicalPaths()
-    {
-        TempHome home;
-        const QString root = home.path();
+        // Linked channels and builds give canonical paths.
+        const QString top = home.path();
         const QString elsewhere = home.path() + "/elsewhere";
         writeBuild(elsewhere, "ide", "real-channel", "1.0");
         writeBuild(elsewhere, "ide", "real-channel", "real-build");
-        QDir().mkpath(root + "/apps/ide/linked");
-        QVERIFY(QFile::link(elsewhere + "/apps/ide/real-channel", root + "/apps/ide/stable"));
-        QVERIFY(QFile::link(elsewhere + "/apps/ide/real-channel/real-build", root + "/apps/ide/linked/2.0"));
+        QDir().mkpath(top + "/apps/ide/linked");
+        QVERIFY(QFile::link(elsewhere + "/apps/ide/real-channel", top + "/apps/ide/stable"));
+        QVERIFY(QFile::link(elsewhere + "/apps/ide/real-channel/real-build", top + "/apps/ide/linked/2.0"));
 
-        const auto scanned = LocalApplicationsFeedLoader(root).start();
-        QCOMPARE(builds(scanned.valueOr({})),
+        const auto linked = LocalApplicationsFeedLoader(top).start();
+        QCOMPARE(builds(linked.valueOr({})),
             QStringList({ "ide/linked/real-build", "ide/stable/1.0", "ide/stable/real-build" }));
         const QString real = QFileInfo(elsewhere).canonicalFilePath() + "/apps/ide/real-channel/";
-        QCOMPARE(scanned->at(0).getInstallDir(), real + "real-build");
+        QCOMPARE(linked->at(0).getInstallDir(), real + "real-build");
         // The channel id is the name the scan found, not the link's target.
-        QVERIFY(scanned->at(1).getInstallDir() == real + "1.0"
-            && scanned->at(1).getApplicationDir() == real + "1.0"
-            && scanned->at(1).getChannelId() == "stable");
+        QVERIFY(linked->at(1).getInstallDir() == real + "1.0"
+            && linked->at(1).getApplicationDir() == real + "1.0" && linked->at(1).getChannelId() == "stable");
     }
 
     // Markers up to five mebibytes are read; broken builds are left out with their reason, never removed.

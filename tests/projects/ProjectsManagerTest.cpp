@@ -89,9 +89,21 @@ private slots:
             && !projects.at(2).toJson().contains("last_modified"));
         QCOMPARE(json.value("open_items").toArray().first().toObject(),
             (QJsonObject { { "application_id", "forge" }, { "channel_id", "ch-forge" } }));
+
+        // A repository link finds its project.
+        replaceFile(w.forgeFile, recent(w.base, { "repo@1", "plain@2" }));
+        QCOMPARE(run("git", { "init", "-q", w.base + "/repo" }), 0);
+        QCOMPARE(run("git", { "remote", "add", "origin", "git@github.com:owner/repo" }, w.base + "/repo"), 0);
+        w.manager->updateProjectsNow(ProjectsUpdateReason::Startup);
+
+        const Option<Project> found
+            = w.manager->getProjectByVcsInfo(VcsInfo(VcsType::Git, "https://github.com/owner/repo.git"));
+        QVERIFY(found.value().getFullPath() == w.base + "/repo"
+            && found->getVcsInfos() == QList<VcsInfo> { VcsInfo(VcsType::Git, "git@github.com:owner/repo") });
+        QVERIFY(!w.manager->getProjectByVcsInfo(VcsInfo(VcsType::Git, "https://github.com/owner/other.git")));
     }
 
-    void hiddenProjectComesBackWhenOpenedAgain()
+    void hiddenFavouriteAndDominatingMarksComeFromTheSettings()
     {
         World w;
         replaceFile(w.forgeFile, recent(w.base, { "a@1000", "b@1000", "untimed" }));
@@ -119,11 +131,8 @@ private slots:
             && w.settings->getSettings().getHiddenProjects().contains(w.base + "/untimed"));
         const QJsonObject hidden = w.settingsOnDisk().value("projects").toObject().value("hidden").toObject();
         QVERIFY2(!hidden.contains(w.base + "/a"), qPrintable(QJsonDocument(w.settingsOnDisk()).toJson()));
-    }
 
-    void favouritesChosenAndDominatingToolsComeFromTheSettings()
-    {
-        World w;
+        // Favourites, chosen tools and dominating tools come from the settings.
         replaceFile(w.forgeFile, recent(w.base, { "a@1", "b@1" }));
         replaceFile(w.sparkFile, recent(w.base, { "b@2", "s@2" }));
         w.manager->updateProjectsNow(ProjectsUpdateReason::Startup);
@@ -141,10 +150,10 @@ private slots:
             && b->getDefaultOpenItemKey() == "forge$$ch-forge");
 
         // A settings change that touches no project mark looks for nothing.
-        QSignalSpy finished(w.manager.get(), &ProjectsManager::updateFinished);
+        QSignalSpy idle(w.manager.get(), &ProjectsManager::updateFinished);
         w.edit([](SelfSettings &s) { s.setRunOnStartUp(false); });
         QTest::qWait(300);
-        QCOMPARE(finished.count(), 0);
+        QCOMPARE(idle.count(), 0);
 
         // Tools that replace others can open their projects; the default stays with the tool that opened it.
         w.manager->setLocalDominatingItems(
@@ -157,21 +166,6 @@ private slots:
         QCOMPARE(byPath(w.manager->getProjects(), w.base + "/s")->getOpenItems(),
             (QList<ProjectOpenItem> { { "spark", "ch-spark" } }));
         QCOMPARE(a.getDefaultOpenItemKey(), QString("forge$$ch-forge"));
-    }
-
-    void findsTheProjectOfARepositoryLink()
-    {
-        World w;
-        replaceFile(w.forgeFile, recent(w.base, { "repo@1", "plain@2" }));
-        QCOMPARE(run("git", { "init", "-q", w.base + "/repo" }), 0);
-        QCOMPARE(run("git", { "remote", "add", "origin", "git@github.com:owner/repo" }, w.base + "/repo"), 0);
-        w.manager->updateProjectsNow(ProjectsUpdateReason::Startup);
-
-        const Option<Project> found
-            = w.manager->getProjectByVcsInfo(VcsInfo(VcsType::Git, "https://github.com/owner/repo.git"));
-        QVERIFY(found.value().getFullPath() == w.base + "/repo"
-            && found->getVcsInfos() == QList<VcsInfo> { VcsInfo(VcsType::Git, "git@github.com:owner/repo") });
-        QVERIFY(!w.manager->getProjectByVcsInfo(VcsInfo(VcsType::Git, "https://github.com/owner/other.git")));
     }
 
     void concurrentUpdatesPublishWholeLists()

@@ -25,36 +25,6 @@ class FeedRecordsTest : public QObject
 {
     Q_OBJECT
 private slots:
-    void wrongTypedKeysReadAsDefaults()
-    {
-        const RemoteFeedItem odd(
-            json("{'id': 17, 'name': ['x'], 'description': {}, 'version': true, 'build': 3, "
-                 "'icon_url': null, 'order_value': '5', 'quality': 'release', 'major_version': [1], "
-                 "'branch': {'name': 2019}, 'package': 'tar.gz', 'uninstall': {'feedback': 'no'}, "
-                 "'expires': 1577836800, 'whats_new': 'text', 'supersedes': {'id': 'x'}, "
-                 "'lathe_platform': 'yes', 'plinth': [], 'post_install': {'steps': {'id': 'x'}}}"));
-        QCOMPARE(QStringList({ odd.getApplicationType(), odd.getPresentableFullName(),
-                                 odd.getPresentableDescription(), odd.getPresentableVersion(), odd.getBuild(),
-                                 odd.getIconUrl(), odd.getDownloadUrl() })
-                     .join(""),
-            QString()); // every one of them empty
-        QVERIFY(odd.orderValue() == 0 && odd.qualityNode().isEmpty() && odd.majorVersionNode().isEmpty()
-            && !odd.branch() && !odd.getPackageType().isValid() && !odd.getExpirationDate()
-            && odd.getUninstallFeedback().isEmpty() && odd.getWhatsNewNode().isEmpty()
-            && odd.getSupersededTypes().isEmpty() && odd.getPostInstallSteps().isEmpty()
-            && !odd.getLathePlatformData() && !odd.getPlinthData() && !odd.isValid());
-
-        const RemoteFeedItem pkg(
-            json("{'package': {'type': 1, 'url': 2, 'strip_directories': '1', 'requirements': [], "
-                 "'checksums': {'alg': 'sha-256'}, 'arguments': 'x', 'command': false}}"));
-        QCOMPARE(QStringList({ pkg.getPackageType().getPackageType(), pkg.getPackageType().getCommand(),
-                                 pkg.getDownloadUrl() })
-                     .join(""),
-            QString());
-        QVERIFY(pkg.getPackageType().getArguments().isEmpty() && pkg.getRequirementsNode().isEmpty()
-            && pkg.getDownloadSize() == 0 && pkg.getStripDirectories() == 0
-            && pkg.getChecksumsField().isEmpty());
-    }
 
     void namesAndBuildsFallBack_data()
     {
@@ -111,7 +81,7 @@ private slots:
         QCOMPARE(RemotePatchItem(QJsonObject { { "size", size } }).getDownloadSize(), expected);
     }
 
-    void readsOptionalValues()
+    void readsOptionalValuesSubRecordsAndWrongTypes()
     {
         QCOMPARE(RemoteFeedItem(json("{'branch': {'name': 'stable'}}")).branch(), Option<QString>("stable"));
         QCOMPARE(RemoteFeedItem(json("{'branch': {'name': ''}}")).branch(), Option<QString>(""));
@@ -133,6 +103,73 @@ private slots:
         QCOMPARE(listed.getSupersededTypes(), QStringList({ "old", "older" }));
         QCOMPARE(listed.getChecksumsField(),
             FeedChecksums({ FeedChecksum("sha-256", "ab"), FeedChecksum("", "cd"), FeedChecksum("", "") }));
+
+        const RemoteFeedItem entry(
+            json("{'lathe_platform': {'shell_script_name': 'tool.sh', 'vmoptions': 'bin/tool64.vmoptions', "
+                 "'startup_wm_class': 'tool-ide', 'incompatible_vmoptions': ['-Xverify:none', 5, true, {}], "
+                 "'config': [{'directory': 'Tool2018.3', 'recent_projects_filename': 'recent.xml'}, "
+                 "{'show_single_project': false}, {'show_single_project': 'false'}, 7], "
+                 "'data_location': '~/data'}}"));
+        const LathePlatformData lathe = entry.getLathePlatformData().value();
+        QCOMPARE(QStringList({ *lathe.getShellScriptName(), lathe.getVmOptionsFile(),
+                     lathe.getStartupWMClass(), lathe.getDataLocation() }),
+            QStringList({ "tool.sh", "bin/tool64.vmoptions", "tool-ide", "~/data" }));
+        QCOMPARE(lathe.getIncompatibleOptions(), QStringList({ "-Xverify:none", "5", "true", "" }));
+        const QList<LatheConfiguration> configs = lathe.getConfigurations();
+        QVERIFY(configs.size() == 4 && configs.at(0).getConfigDirectoryPattern() == "Tool2018.3");
+        QVERIFY(configs.at(0).getShowSingleProject() && !configs.at(1).getShowSingleProject()
+            && configs.at(2).getShowSingleProject()); // a string is not a boolean
+        QVERIFY(configs.at(3).toJson().isEmpty()
+            && !LathePlatformData(json("{'shell_script_name': 1}")).getShellScriptName());
+
+        const ApplicationPackageType run
+            = RemoteFeedItem(json("{'package': {'type': 'run', 'command': 'install.sh', "
+                                  "'arguments': ['--silent', 3, '--prefix']}}"))
+                  .getPackageType();
+        QCOMPARE(QStringList(run.getCommand()) + run.getArguments(),
+            QStringList({ "install.sh", "--silent", "--prefix" }));
+
+        const PlinthData plinth(
+            json("{'first_install_arguments': ['/quiet', 1], "
+                 "'subsequent_install_arguments': [], 'uninstall_arguments': '/uninstall'}"));
+        QCOMPARE(plinth.getFirstInstallArguments().value(), QStringList({ "/quiet", "1" }));
+        const QString compact = QJsonDocument(plinth.toJson()).toJson(QJsonDocument::Compact);
+        QCOMPARE(plinth.getSubsequentInstallArguments().error(),
+            "Property 'subsequent_install_arguments' value in plinth data should not be empty: " + compact);
+        QCOMPARE(plinth.getUninstallArguments().error(),
+            "Expected property 'uninstall_arguments' in plinth data " + compact);
+        QCOMPARE(PlinthData().getFirstInstallArguments().error(),
+            QString("Expected property 'first_install_arguments' in plinth data {}"));
+        QVERIFY(RemoteFeedItem(json("{'plinth': {}}")).getPlinthData().has_value());
+
+        // Keys of the wrong type read as defaults.
+        const RemoteFeedItem odd(
+            json("{'id': 17, 'name': ['x'], 'description': {}, 'version': true, 'build': 3, "
+                 "'icon_url': null, 'order_value': '5', 'quality': 'release', 'major_version': [1], "
+                 "'branch': {'name': 2019}, 'package': 'tar.gz', 'uninstall': {'feedback': 'no'}, "
+                 "'expires': 1577836800, 'whats_new': 'text', 'supersedes': {'id': 'x'}, "
+                 "'lathe_platform': 'yes', 'plinth': [], 'post_install': {'steps': {'id': 'x'}}}"));
+        QCOMPARE(QStringList({ odd.getApplicationType(), odd.getPresentableFullName(),
+                                 odd.getPresentableDescription(), odd.getPresentableVersion(), odd.getBuild(),
+                                 odd.getIconUrl(), odd.getDownloadUrl() })
+                     .join(""),
+            QString()); // every one of them empty
+        QVERIFY(odd.orderValue() == 0 && odd.qualityNode().isEmpty() && odd.majorVersionNode().isEmpty()
+            && !odd.branch() && !odd.getPackageType().isValid() && !odd.getExpirationDate()
+            && odd.getUninstallFeedback().isEmpty() && odd.getWhatsNewNode().isEmpty()
+            && odd.getSupersededTypes().isEmpty() && odd.getPostInstallSteps().isEmpty()
+            && !odd.getLathePlatformData() && !odd.getPlinthData() && !odd.isValid());
+
+        const RemoteFeedItem pkg(
+            json("{'package': {'type': 1, 'url': 2, 'strip_directories': '1', 'requirements': [], "
+                 "'checksums': {'alg': 'sha-256'}, 'arguments': 'x', 'command': false}}"));
+        QCOMPARE(QStringList({ pkg.getPackageType().getPackageType(), pkg.getPackageType().getCommand(),
+                                 pkg.getDownloadUrl() })
+                     .join(""),
+            QString());
+        QVERIFY(pkg.getPackageType().getArguments().isEmpty() && pkg.getRequirementsNode().isEmpty()
+            && pkg.getDownloadSize() == 0 && pkg.getStripDirectories() == 0
+            && pkg.getChecksumsField().isEmpty());
     }
 
     void validity_data()
@@ -172,36 +209,6 @@ private slots:
             : kind == "quality"              ? ApplicationQuality(object).isValid()
                                              : ApplicationMajorVersion(object).isValid();
         QCOMPARE(isValid, valid);
-    }
-
-    void identityAndHashing()
-    {
-        const QJsonObject base = item("tool", "183.1").toJson();
-        QJsonObject withUnknown = base;
-        withUnknown.insert("future_key", QJsonObject { { "a", 1 } });
-        const RemoteFeedItem a(base), b(withUnknown), c(base);
-        QVERIFY(a != b && a.isEqualByID(b) && a == c);
-        QCOMPARE(qHash(a), qHash(c));
-
-        // The version stands in for a missing build on both sides.
-        QVERIFY(RemoteFeedItem(json("{'id': 'tool', 'version': '183.1'}")).isEqualByID(a)
-            && !RemoteFeedItem(json("{'id': 'other', 'version': '183.1'}")).isEqualByID(a)
-            && !item("tool", "183.2").isEqualByID(a));
-
-        QSet<RemoteFeedItem> set { a, b, c, item("tool", "183.2"), RemoteFeedItem(base) };
-        QVERIFY(set.size() == 3 && set.contains(RemoteFeedItem(withUnknown)));
-
-        const RemotePatchItem p1(json(kPatch12)),
-            p2(json("{'application_id': 't', 'from_build': '1', 'to_build': '2', 'x': 1}"));
-        QVERIFY(p1 != p2 && QSet<RemotePatchItem>({ p1, p2, RemotePatchItem(p1.toJson()) }).size() == 2);
-
-        // Qualities and major versions are equal by order value alone.
-        QCOMPARE(QSet<ApplicationQuality>({ ApplicationQuality(json("{'order_value': 1, 'name': 'a'}")),
-                                              ApplicationQuality(json("{'order_value': 1, 'name': 'b'}")) })
-                     .size(),
-            1);
-        QVERIFY(ApplicationMajorVersion(json("{'order_value': 2, 'x': 1}"))
-            == ApplicationMajorVersion(json("{'order_value': 2}")));
     }
 
     void sorts()
@@ -246,7 +253,7 @@ private slots:
         QCOMPARE(patchOrder.join(' '), QString("183.9>183.10 183.9>183.12 183.10>183.11 183.10>183.12"));
     }
 
-    void decoratedSortAndDebugForms()
+    void identitySortAndDebugForms()
     {
         // Names differing in case, equal builds written differently: the same order as a stable sort.
         QRandomGenerator random(42);
@@ -274,47 +281,33 @@ private slots:
         QCOMPARE(entry.toJson(true), stored);
         QCOMPARE(QJsonDocument::fromJson(entry.toDebugString().toUtf8()).object(), debug);
         QCOMPARE(entry.getIconUrl(), QString("data:image/png;base64,AAAA")); // the record itself is unchanged
-    }
 
-    void subRecordsReadTheirKeys()
-    {
-        const RemoteFeedItem entry(
-            json("{'lathe_platform': {'shell_script_name': 'tool.sh', 'vmoptions': 'bin/tool64.vmoptions', "
-                 "'startup_wm_class': 'tool-ide', 'incompatible_vmoptions': ['-Xverify:none', 5, true, {}], "
-                 "'config': [{'directory': 'Tool2018.3', 'recent_projects_filename': 'recent.xml'}, "
-                 "{'show_single_project': false}, {'show_single_project': 'false'}, 7], "
-                 "'data_location': '~/data'}}"));
-        const LathePlatformData lathe = entry.getLathePlatformData().value();
-        QCOMPARE(QStringList({ *lathe.getShellScriptName(), lathe.getVmOptionsFile(),
-                     lathe.getStartupWMClass(), lathe.getDataLocation() }),
-            QStringList({ "tool.sh", "bin/tool64.vmoptions", "tool-ide", "~/data" }));
-        QCOMPARE(lathe.getIncompatibleOptions(), QStringList({ "-Xverify:none", "5", "true", "" }));
-        const QList<LatheConfiguration> configs = lathe.getConfigurations();
-        QVERIFY(configs.size() == 4 && configs.at(0).getConfigDirectoryPattern() == "Tool2018.3");
-        QVERIFY(configs.at(0).getShowSingleProject() && !configs.at(1).getShowSingleProject()
-            && configs.at(2).getShowSingleProject()); // a string is not a boolean
-        QVERIFY(configs.at(3).toJson().isEmpty()
-            && !LathePlatformData(json("{'shell_script_name': 1}")).getShellScriptName());
+        const QJsonObject base = item("tool", "183.1").toJson();
+        QJsonObject withUnknown = base;
+        withUnknown.insert("future_key", QJsonObject { { "a", 1 } });
+        const RemoteFeedItem a(base), b(withUnknown), c(base);
+        QVERIFY(a != b && a.isEqualByID(b) && a == c);
+        QCOMPARE(qHash(a), qHash(c));
 
-        const ApplicationPackageType run
-            = RemoteFeedItem(json("{'package': {'type': 'run', 'command': 'install.sh', "
-                                  "'arguments': ['--silent', 3, '--prefix']}}"))
-                  .getPackageType();
-        QCOMPARE(QStringList(run.getCommand()) + run.getArguments(),
-            QStringList({ "install.sh", "--silent", "--prefix" }));
+        // The version stands in for a missing build on both sides.
+        QVERIFY(RemoteFeedItem(json("{'id': 'tool', 'version': '183.1'}")).isEqualByID(a)
+            && !RemoteFeedItem(json("{'id': 'other', 'version': '183.1'}")).isEqualByID(a)
+            && !item("tool", "183.2").isEqualByID(a));
 
-        const PlinthData plinth(
-            json("{'first_install_arguments': ['/quiet', 1], "
-                 "'subsequent_install_arguments': [], 'uninstall_arguments': '/uninstall'}"));
-        QCOMPARE(plinth.getFirstInstallArguments().value(), QStringList({ "/quiet", "1" }));
-        const QString compact = QJsonDocument(plinth.toJson()).toJson(QJsonDocument::Compact);
-        QCOMPARE(plinth.getSubsequentInstallArguments().error(),
-            "Property 'subsequent_install_arguments' value in plinth data should not be empty: " + compact);
-        QCOMPARE(plinth.getUninstallArguments().error(),
-            "Expected property 'uninstall_arguments' in plinth data " + compact);
-        QCOMPARE(PlinthData().getFirstInstallArguments().error(),
-            QString("Expected property 'first_install_arguments' in plinth data {}"));
-        QVERIFY(RemoteFeedItem(json("{'plinth': {}}")).getPlinthData().has_value());
+        QSet<RemoteFeedItem> set { a, b, c, item("tool", "183.2"), RemoteFeedItem(base) };
+        QVERIFY(set.size() == 3 && set.contains(RemoteFeedItem(withUnknown)));
+
+        const RemotePatchItem p1(json(kPatch12)),
+            p2(json("{'application_id': 't', 'from_build': '1', 'to_build': '2', 'x': 1}"));
+        QVERIFY(p1 != p2 && QSet<RemotePatchItem>({ p1, p2, RemotePatchItem(p1.toJson()) }).size() == 2);
+
+        // Qualities and major versions are equal by order value alone.
+        QCOMPARE(QSet<ApplicationQuality>({ ApplicationQuality(json("{'order_value': 1, 'name': 'a'}")),
+                                              ApplicationQuality(json("{'order_value': 1, 'name': 'b'}")) })
+                     .size(),
+            1);
+        QVERIFY(ApplicationMajorVersion(json("{'order_value': 2, 'x': 1}"))
+            == ApplicationMajorVersion(json("{'order_value': 2}")));
     }
 
     void postInstallStepsAndTemplates()

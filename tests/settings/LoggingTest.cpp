@@ -88,6 +88,15 @@ private slots:
         const QDateTime stamp = QDateTime::fromString(lines[0].section(' ', 2, 2), "yyyy-MM-ddTHH:mm:ss.zzz");
         QVERIFY(qAbs(stamp.secsTo(QDateTime::currentDateTime())) < 60); // local time
         QVERIFY(modeOf(m_log) == 0600 && !QFile::exists(m_dir.filePath("log-LoggingTest.txt")));
+
+        // Coloured for a terminal: the plain line with codes; a wide line number is not cut.
+        QString coloured = format_log_message(QtWarningMsg, contextAt("src/Foo.cpp", 7), "msg", "Foo", true);
+        QVERIFY(coloured.contains("\033[35mWARN  "));
+        QCOMPARE(coloured.remove(QRegularExpression("\033\\[\\d+m")).section(' ', 3),
+            format_log_message(QtWarningMsg, contextAt("src/Foo.cpp", 7), "msg", "Foo", false)
+                .section(' ', 3));
+        QVERIFY(format_log_message(QtInfoMsg, contextAt("Foo.cpp", 12345678), "m", "Foo", false)
+                    .endsWith(" 12345678 m"));
     }
 
     void sourceNameIsTheBaseNameWithoutCpp_data()
@@ -108,18 +117,6 @@ private slots:
         QFETCH(QString, name);
         QCOMPARE(get_context_filename(file.isNull() ? QMessageLogContext() : contextAt(file.constData(), 1)),
             name);
-    }
-
-    void colouredLineIsThePlainLineWithCodes()
-    {
-        startLogging(false);
-        QString coloured = format_log_message(QtWarningMsg, contextAt("src/Foo.cpp", 7), "msg", "Foo", true);
-        QVERIFY(coloured.contains("\033[35mWARN  "));
-        QCOMPARE(coloured.remove(QRegularExpression("\033\\[\\d+m")).section(' ', 3),
-            format_log_message(QtWarningMsg, contextAt("src/Foo.cpp", 7), "msg", "Foo", false)
-                .section(' ', 3));
-        QVERIFY(format_log_message(QtInfoMsg, contextAt("Foo.cpp", 12345678), "m", "Foo", false)
-                    .endsWith(" 12345678 m"));
     }
 
     void debugModeWritesPerSourceLogsUnderTheWholeName()

@@ -67,7 +67,7 @@ private slots:
             Option<int>(1500));
     }
 
-    void settersWriteTheDocumentedKeys()
+    void settersWriteTheDocumentedKeysAndOrderingKeepsOnePlacePerItem()
     {
         SelfSettings s;
         s.setRunOnStartUp(false);
@@ -106,33 +106,31 @@ private slots:
             QVERIFY2(!cleared.contains(key) || cleared.value(key).toObject().isEmpty(), key);
         QVERIFY(
             s.getNetworkDownloadTimeout() == 300000 && !s.getHangarUpdatesFilter().branchFilter.has_value());
-    }
 
-    void orderingListsKeepOnePlacePerItem()
-    {
-        SelfSettings s;
+        // Ordering lists keep one place per item.
+        SelfSettings o;
         for (const char *id : { "a", "b", "a" }) // the second "a" is already there
-            s.addItemToOrdering(id, "ch-0", false);
-        s.addItemToOrdering("c", "ch-1", true);
-        QVERIFY(s.getOrdering(false).size() == 2 && !s.getOrderingIndex("c", "ch-1", false)
-            && s.getOrderingIndex("b", "ch-0") == 1 && s.getOrderingIndex("c", "ch-1") == 0);
+            o.addItemToOrdering(id, "ch-0", false);
+        o.addItemToOrdering("c", "ch-1", true);
+        QVERIFY(o.getOrdering(false).size() == 2 && !o.getOrderingIndex("c", "ch-1", false)
+            && o.getOrderingIndex("b", "ch-0") == 1 && o.getOrderingIndex("c", "ch-1") == 0);
 
-        s.setOrderingIndex("b", "ch-0", 0, false);
-        QCOMPARE(s.getOrdering(false).first(), (SettingsItemKey { "b", "ch-0" }));
-        s.setOrderingIndex("z", "ch-0", 99, false); // clamped to the end
-        s.setOrderingIndex("y", "ch-0", -4, false); // clamped to the start
-        QVERIFY(s.getOrderingIndex("z", "ch-0", false) == 3 && s.getOrderingIndex("y", "ch-0", false) == 0);
+        o.setOrderingIndex("b", "ch-0", 0, false);
+        QCOMPARE(o.getOrdering(false).first(), (SettingsItemKey { "b", "ch-0" }));
+        o.setOrderingIndex("z", "ch-0", 99, false); // clamped to the end
+        o.setOrderingIndex("y", "ch-0", -4, false); // clamped to the start
+        QVERIFY(o.getOrderingIndex("z", "ch-0", false) == 3 && o.getOrderingIndex("y", "ch-0", false) == 0);
 
         // The manual list wins the lookup when an item is in both.
-        s.addItemToOrdering("b", "ch-0", true);
-        QCOMPARE(s.getOrderingIndex("b", "ch-0"), Option<int>(1));
-        s.removeItemFromOrdering("b", "ch-0");
-        QVERIFY(!s.getOrderingIndex("b", "ch-0"));
-        QCOMPARE(s.toJson().value("ordering").toObject().value("local").toArray().first().toObject(),
+        o.addItemToOrdering("b", "ch-0", true);
+        QCOMPARE(o.getOrderingIndex("b", "ch-0"), Option<int>(1));
+        o.removeItemFromOrdering("b", "ch-0");
+        QVERIFY(!o.getOrderingIndex("b", "ch-0"));
+        QCOMPARE(o.toJson().value("ordering").toObject().value("local").toArray().first().toObject(),
             parse(R"({"application_id": "y", "channel_id": "ch-0"})"));
 
-        s.removeOrdering(true);
-        QVERIFY(s.getOrdering(true).isEmpty() && s.getOrdering(false).size() == 3);
+        o.removeOrdering(true);
+        QVERIFY(o.getOrdering(true).isEmpty() && o.getOrdering(false).size() == 3);
 
         // Damaged entries are skipped, not fatal.
         const SelfSettings damaged = fromText(R"({"ordering": {"local": [1, {"application_id": "a"},

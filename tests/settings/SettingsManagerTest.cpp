@@ -177,7 +177,7 @@ private slots:
         QCOMPARE(QDir(home.path() + "/.local/bin").entryList(QDir::Files | QDir::Hidden), QStringList());
     }
 
-    void proxyPasswordNeverReachesTheFile()
+    void proxyPasswordNeverReachesTheFileNorWaitsForAKeychain()
     {
         TempHome home;
         const QString path = home.writeFile(".local/share/Vantrel/Hangar/.settings.json",
@@ -201,11 +201,8 @@ private slots:
         QVERIFY(manager.getProxyPassword() == "other-pw" && changed.count() == 1 && stampOf(path) == stamp);
         QVERIFY(!QJsonDocument(manager.getSettingsJson()).toJson().contains("other-pw"));
         QVERIFY(manager.saveSettings() && !readFile(path).contains("other-pw"));
-    }
 
-    void keychainMissingOrSilentFallsBackToMemory()
-    {
-        TempHome home;
+        // A missing or silent keychain: the password is kept in memory.
         const QByteArray bus = qgetenv("DBUS_SESSION_BUS_ADDRESS");
         auto restore = qScopeGuard([&] { qputenv("DBUS_SESSION_BUS_ADDRESS", bus); });
         SettingsManagerOptions options;
@@ -226,7 +223,7 @@ private slots:
         }
     }
 
-    void failedSaveKeepsTheOldFileAndTheChangeInMemory()
+    void failedSaveReloadAndResetKeepWhatTheyShould()
     {
         TempHome home;
         const QString path = settingsFilePath();
@@ -253,6 +250,25 @@ private slots:
         QCOMPARE(changed.count(), 1);
         manager.onSettingsFileChange(path);
         QCOMPARE(manager.getSettings().getChannelRollbackHistoryDepth(), 9);
+
+        // A reset keeps projects; the page's copy carries defaults and accounts.
+        QVERIFY(manager.updateSettings([&](SelfSettings &s) {
+            s.setGlobalHotkey("F2");
+            s.setSpecialProject("/p", "favorite", true);
+            s.setActiveOrvacc("acc-9");
+        }));
+        const QJsonObject page = manager.getSettingsJson();
+        QCOMPARE(
+            page.value("accounts").toObject(), parse(R"({"list": [{"id": "acc-9"}], "active": "acc-9"})"));
+        QCOMPARE(page.value("defaults").toObject().value("autostart"), QJsonValue(true));
+        QSignalSpy resets(&manager, &SettingsManager::settingsChanged);
+        QVERIFY(manager.resetSettings() && manager.resetSettings() && resets.count() == 1);
+        QCOMPARE(readJson(path), parse(R"({"autostart": true,
+            "update": {"filter": {"quality_filter": {"order_value": 10000}}},
+            "projects": {"special": {"favorite": ["/p"]}}, "vantrel_account": {"active": "acc-9"}})"));
+        // Saving a copy that came back from the page drops the page-only key.
+        QVERIFY(manager.updateSettings([&](SelfSettings &s) { s.setSettings(page); })
+            && !readJson(path).contains("defaults"));
     }
 
     // Every change lands and is signalled, queued signals included; the file ends as the last state.
@@ -302,30 +318,6 @@ private slots:
         QTRY_VERIFY(sawLast);
         const auto stamp = stampOf(path); // nothing left to remove: nothing written
         QVERIFY(manager.removeOutdated() && stampOf(path) == stamp);
-    }
-
-    void resetKeepsProjectsAndPageCopyCarriesDefaultsAndAccounts()
-    {
-        TempHome home;
-        const QString path = settingsFilePath();
-        SettingsManager manager(path, nullptr, memoryOnly());
-        QVERIFY(manager.updateSettings([&](SelfSettings &s) {
-            s.setGlobalHotkey("F2");
-            s.setSpecialProject("/p", "favorite", true);
-            s.setActiveOrvacc("acc-9");
-        }));
-        const QJsonObject page = manager.getSettingsJson();
-        QCOMPARE(
-            page.value("accounts").toObject(), parse(R"({"list": [{"id": "acc-9"}], "active": "acc-9"})"));
-        QCOMPARE(page.value("defaults").toObject().value("autostart"), QJsonValue(true));
-        QSignalSpy changed(&manager, &SettingsManager::settingsChanged);
-        QVERIFY(manager.resetSettings() && manager.resetSettings() && changed.count() == 1);
-        QCOMPARE(readJson(path), parse(R"({"autostart": true,
-            "update": {"filter": {"quality_filter": {"order_value": 10000}}},
-            "projects": {"special": {"favorite": ["/p"]}}, "vantrel_account": {"active": "acc-9"}})"));
-        // Saving a copy that came back from the page drops the page-only key.
-        QVERIFY(manager.updateSettings([&](SelfSettings &s) { s.setSettings(page); })
-            && !readJson(path).contains("defaults"));
     }
 };
 

@@ -64,7 +64,7 @@ private slots:
     }
 
     // Pinned: an older build hands over to a newer one through the same key.
-    void keyIsStableAcrossBuildsAndCodecKeepsRecordsWhole()
+    void keyCodecAndAGoneOrUnreachableMaster()
     {
         QCOMPARE(
             Controller::uniqueApplicationKey("/home/alice"), QString("77926738a880cbb1487dfebb8c13f7f2"));
@@ -81,6 +81,29 @@ private slots:
         QVERIFY(InstanceMessageCodec::takeComplete(buffer) == QStringList(b) && buffer.isEmpty());
         QVERIFY(InstanceMessageCodec::encode(QString(65535, 'z'))
             && !InstanceMessageCodec::encode(QString(65536, 'z')));
+
+        // A gone or unreachable master leaves a master, with a warning.
+        const auto guardingMaster = [&] {
+            Controller next(m_key);
+            return next.isMasterInstance() && next.isGuarding() && QFileInfo::exists(next.socketPath());
+        };
+        const QString socket = guardFolder() + "/" + m_key + ".socket";
+        QVERIFY(guardingMaster() && !QFileInfo::exists(socket));
+
+        // A crashed master's socket: nobody holds the lock, the next start takes over.
+        const int stale = boundSocket(QFile::encodeName(socket));
+        QVERIFY(stale >= 0 && ::close(stale) == 0);
+        QVERIFY(guardingMaster());
+
+        // The lock is held but nobody answers: after the time limit, a master without the guard.
+        const int lock = ::open(QFile::encodeName(guardFolder() + "/" + m_key + ".lock").constData(), O_RDWR);
+        QVERIFY(lock >= 0 && ::flock(lock, LOCK_EX) == 0);
+        LogCapture log;
+        Controller unreachable(m_key);
+        ::close(lock);
+        QVERIFY(unreachable.isMasterInstance() && !unreachable.isGuarding()
+            && !unreachable.sendMessageToMasterInstance("activate "));
+        QVERIFY(log.contains("Cannot reach the running instance through " + socket));
     }
 
     void secondStartsHandOverInOrderAndNoCounterRunsOut()
@@ -114,31 +137,6 @@ private slots:
         }
         QTRY_VERIFY((delivered += takeAll(received).size()) == Starts);
         QLoggingCategory::setFilterRules(QString());
-    }
-
-    void goneOrUnreachableMasterLeavesAMasterWithAWarning()
-    {
-        const auto guardingMaster = [&] {
-            Controller next(m_key);
-            return next.isMasterInstance() && next.isGuarding() && QFileInfo::exists(next.socketPath());
-        };
-        const QString socket = guardFolder() + "/" + m_key + ".socket";
-        QVERIFY(guardingMaster() && !QFileInfo::exists(socket));
-
-        // A crashed master's socket: nobody holds the lock, the next start takes over.
-        const int stale = boundSocket(QFile::encodeName(socket));
-        QVERIFY(stale >= 0 && ::close(stale) == 0);
-        QVERIFY(guardingMaster());
-
-        // The lock is held but nobody answers: after the time limit, a master without the guard.
-        const int lock = ::open(QFile::encodeName(guardFolder() + "/" + m_key + ".lock").constData(), O_RDWR);
-        QVERIFY(lock >= 0 && ::flock(lock, LOCK_EX) == 0);
-        LogCapture log;
-        Controller unreachable(m_key);
-        ::close(lock);
-        QVERIFY(unreachable.isMasterInstance() && !unreachable.isGuarding()
-            && !unreachable.sendMessageToMasterInstance("activate "));
-        QVERIFY(log.contains("Cannot reach the running instance through " + socket));
     }
 
     // Another user's objects in the guard's place, or a call from them: nothing of ours reaches them.
@@ -225,8 +223,11 @@ private slots:
             for (const QString &path : { m_tmp->path(), runtimeFolder() })
                 QVERIFY(::chmod(QFile::encodeName(path).constData(), 0700) == 0);
         }
-        QVERIFY(!guarded || Controller(m_key).sendMessageToMasterInstance("url mine"));
-        QTRY_VERIFY(!guarded || takeAll(received) == QStringList("url mine"));
+        if (guarded) {
+            QVERIFY(Controller(m_key).sendMessageToMasterInstance("url mine"));
+            QTRY_VERIFY(!received.isEmpty());
+            QCOMPARE(takeAll(received), QStringList("url mine"));
+        }
         master.reset();
         stopChild.dismiss();
         ForeignUser::stop(child);

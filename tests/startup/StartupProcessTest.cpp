@@ -70,7 +70,7 @@ private:
     }
 
 private slots:
-    void helpAndVersionStartNothing()
+    void oneShotRunsStartNothing()
     {
         Home home;
         const HangarProcess::Finished help = HangarProcess::run(home.path(), { "--help" });
@@ -86,6 +86,29 @@ private slots:
         const HangarProcess::Finished version = HangarProcess::run(home.path(), { "--version" });
         QVERIFY2(QString::fromUtf8(version.standardOutput).startsWith("Hangar "), version.standardOutput);
         QVERIFY(!QFileInfo::exists(HangarProcess::appDataDirFor(home.path())));
+
+        // Feed dump exit codes: 1 without a feed, 2 for a feed that looks incomplete.
+        const HangarProcess::Finished noFeed = HangarProcess::run(home.path(), { "--internal-dump-feed" });
+        QVERIFY(noFeed.exitCode == 1 && noFeed.standardOutput.isEmpty());
+
+        QJsonArray entries;
+        for (int i = 0; i < 30; ++i) {
+            if (i == 29) {
+                QVERIFY(writeSignedFeed(home.path(), FeedBuilder::feed(entries)));
+                const auto tooFew = HangarProcess::run(home.path(), { "--internal-dump-feed" });
+                QVERIFY(tooFew.exitCode == 2 && tooFew.standardOutput.isEmpty());
+            }
+            entries.append(FeedBuilder::entry(QString("tool-%1").arg(i, 2, 10, QChar('0')),
+                "1.0." + QString::number(i), QString(), QString("http://127.0.0.1:9/tool-%1.tar.gz").arg(i)));
+        }
+        QVERIFY(writeSignedFeed(home.path(), FeedBuilder::feed(entries)));
+        const HangarProcess::Finished enough = HangarProcess::run(home.path(), { "--internal-dump-feed" });
+        const QStringList lines = QString::fromUtf8(enough.standardOutput).split('\n', Qt::SkipEmptyParts);
+        QVERIFY(enough.exitCode == 0 && lines.size() == 30);
+        QCOMPARE(
+            lines.filter(QRegularExpression(" 1\\.0\\.7 http://127\\.0\\.0\\.1:9/tool-7\\.tar\\.gz$")).size(),
+            1);
+        QVERIFY(!QFileInfo::exists(home.socket())); // a one-shot run leaves no guard behind
     }
 
     // Also: secrets in the environment and forged lines in the arguments stay out of the log, which is
@@ -231,33 +254,6 @@ private slots:
             sleeper.waitForFinished();
         }
         QVERIFY(manager.waitUntilReady() && !manager.logText().contains(notLogged) && manager.stop());
-    }
-
-    // Exit codes: 1 without a feed, 2 for a feed that looks incomplete.
-    void feedDumpModeExitCodes()
-    {
-        Home home;
-        const HangarProcess::Finished noFeed = HangarProcess::run(home.path(), { "--internal-dump-feed" });
-        QVERIFY(noFeed.exitCode == 1 && noFeed.standardOutput.isEmpty());
-
-        QJsonArray entries;
-        for (int i = 0; i < 30; ++i) {
-            if (i == 29) {
-                QVERIFY(writeSignedFeed(home.path(), FeedBuilder::feed(entries)));
-                const auto tooFew = HangarProcess::run(home.path(), { "--internal-dump-feed" });
-                QVERIFY(tooFew.exitCode == 2 && tooFew.standardOutput.isEmpty());
-            }
-            entries.append(FeedBuilder::entry(QString("tool-%1").arg(i, 2, 10, QChar('0')),
-                "1.0." + QString::number(i), QString(), QString("http://127.0.0.1:9/tool-%1.tar.gz").arg(i)));
-        }
-        QVERIFY(writeSignedFeed(home.path(), FeedBuilder::feed(entries)));
-        const HangarProcess::Finished enough = HangarProcess::run(home.path(), { "--internal-dump-feed" });
-        const QStringList lines = QString::fromUtf8(enough.standardOutput).split('\n', Qt::SkipEmptyParts);
-        QVERIFY(enough.exitCode == 0 && lines.size() == 30);
-        QCOMPARE(
-            lines.filter(QRegularExpression(" 1\\.0\\.7 http://127\\.0\\.0\\.1:9/tool-7\\.tar\\.gz$")).size(),
-            1);
-        QVERIFY(!QFileInfo::exists(home.socket())); // a one-shot run leaves no guard behind
     }
 
     void crashHandlerPrintsBacktrace_data()
