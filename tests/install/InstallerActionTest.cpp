@@ -1,5 +1,4 @@
-// Packages and patches served by nginx on loopback, unpacked by real archive programs, patched by real
-// commands.
+// Packages and patches from nginx on loopback, real archive programs, real patch commands.
 
 #include "InstallTestKit.h"
 #include "feed/records/RemoteFeedItem.h"

@@ -218,7 +218,6 @@ private slots:
         filter("never say never");
         QVERIFY(seen);
 
-        // Unusable bases and patches are left out of the graph.
         const LocalFeedItem detected = installed("1", {}, "tool", true);
         QVERIFY(!ApplicationPackagePatcher::isValidBaseItem(detected));
         LocalFeedItem gone = installed("7");
@@ -267,7 +266,7 @@ private slots:
         QVERIFY2(error.startsWith(parts.first()) && error.endsWith(parts.last()), qPrintable(error));
     }
 
-    void patchCannotReachOutOfItsCopy()
+    void patchCommandsStayInTheirCopyAndFindJavaOnlyWhenAsked()
     {
         // A relative link inside the base build that, copied, climbs back into it.
         const LocalFeedItem base = installed("55", { { "f", "x" } });
@@ -291,22 +290,22 @@ private slots:
             strayApp, { { RemotePatchItem(json), overlay("p58", { { "n", "n" } }) } }, target("58"));
         QVERIFY(stray.execute().error().contains("is not inside"));
         QCOMPARE(readFile(outside + "/g"), QByteArray("y"));
-    }
 
-    void javaIsLookedUpOnlyWhenTheCommandAsksForIt()
-    {
-        const LocalFeedItem base = installed("60", { { "f", "x" } });
+        // Java is looked up only when the command asks for it.
+        const LocalFeedItem javaBase = installed("60", { { "f", "x" } });
         const QString log = m_tmp.filePath("java-calls");
-        kit::writeFile(base.getInstallDir() + "/jre/bin/java",
+        kit::writeFile(javaBase.getInstallDir() + "/jre/bin/java",
             QString("#!/bin/sh\necho \"$@\" > %1\n").arg(log).toUtf8(), QFile::ReadOwner | QFile::ExeOwner);
-        QCOMPARE(*ApplicationPackagePatcher::resolveJavaPath(base), base.getInstallDir() + "/jre/bin/java");
+        QCOMPARE(*ApplicationPackagePatcher::resolveJavaPath(javaBase),
+            javaBase.getInstallDir() + "/jre/bin/java");
 
-        const QJsonObject json = with(patchJson("60", "61", 1), "command",
+        const QJsonObject call = with(patchJson("60", "61", 1), "command",
             QJsonArray { "%JAVA_PATH%", "-jar", "patcher.jar", "%PATCH_FILE%", "%INSTALL_DIRECTORY%" });
-        const QString dir = target("61"), file = overlay("p61", { { "f", "y" } });
-        KIT_VERIFY_OK(ApplicationPackagePatcher(base, { { RemotePatchItem(json), file } }, dir).execute());
+        const QString javaDir = target("61"), file = overlay("p61", { { "f", "y" } });
+        KIT_VERIFY_OK(
+            ApplicationPackagePatcher(javaBase, { { RemotePatchItem(call), file } }, javaDir).execute());
         QCOMPARE(readFile(log).trimmed(),
-            ("-jar patcher.jar " + file + " " + QFileInfo(dir).canonicalFilePath()).toUtf8());
+            ("-jar patcher.jar " + file + " " + QFileInfo(javaDir).canonicalFilePath()).toUtf8());
 
         // Without any Java a command that needs it fails (the overlay commands elsewhere need none).
         const LocalFeedItem bare = installed("70", { { "f", "x" } });
@@ -314,7 +313,7 @@ private slots:
         qputenv("PATH", "/nonexistent");
         const bool noJava = !ApplicationPackagePatcher::resolveJavaPath(bare).has_value();
         const auto failed = ApplicationPackagePatcher(
-            bare, { { RemotePatchItem(with(json, "from_build", "70")), file } }, target("71"))
+            bare, { { RemotePatchItem(with(call, "from_build", "70")), file } }, target("71"))
                                 .execute();
         qputenv("PATH", oldPath);
         QVERIFY(noJava && failed.error() == "Java not found from " + bare.getInstallDir());

@@ -132,7 +132,6 @@ private slots:
             json("{'filter': {'application_type': 'ide', 'filter_future': true, 'skipped_filter': ['2.0']}, "
                  "'future_key': {'nested': [1, 2, 3]}, 'lathe_platform': {'data_location': '/data'}}"));
 
-        // Concurrent edits lose nothing either.
         const int perThread = 25;
         std::atomic<int> failures { 0 };
         auto worker = [&](const QString &prefix) {
@@ -146,7 +145,7 @@ private slots:
         QVERIFY(failures.load() == 0 && readJson(m_file).size() == 3 + 2 * perThread);
     }
 
-    void runAsAdministratorIsOffUnlessAProperBoolSaysSo()
+    void runAsAdministratorAndFirstInstallSettings()
     {
         const QJsonObject s { { "flag", "yes" }, { "name", 3 }, { "ok", true }, { "text", "t" } };
         QCOMPARE(ChannelSettings::getBoolOption(s, "flag").error(),
@@ -169,11 +168,8 @@ private slots:
         QVERIFY(log.contains("Unable to load bool option run_as_administrator from channel "));
         writeSettings(ideFilter({ { "run_as_administrator", true } }));
         QVERIFY(manager.getRunAsAdministrator(m_channel));
-    }
 
-    void firstInstallCreatesFilterAndAutomaticUpdates()
-    {
-        ChannelSettingsManager manager;
+        // A first install creates the filter and automatic updates.
         const QString build = m_channel.getChannelDirectory() + "/1.0";
         QDir().mkpath(build);
         const LocalFeedItem item

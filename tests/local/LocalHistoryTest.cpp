@@ -128,7 +128,6 @@ private slots:
             && !history.getInstantRollbackItem({}));
         QVERIFY(history.getRollbackItem("2.0")->getBuild() == "2.0" && !history.getRollbackItem("9.9"));
 
-        // The holder caches per channel; a removal deletes the file.
         LocalApplicationsHistoryHolder holder;
         const LocalChannel channel(false, m_channelDir, "ide", "stable");
         LocalApplicationsActiveHandler handler(nullptr, &holder);
@@ -219,7 +218,6 @@ private slots:
         auto item = [](const QString &build, int quality, int major) {
             return RemoteFeedItem(feedRecord("ide", build, quality, major));
         };
-        // More stable than asked, exactly as stable, less stable.
         QVERIFY(filter.accept(item("1.0", 1, 1)) && filter.accept(item("1.0", 2, 1))
             && !filter.accept(item("1.0", 3, 1)));
         QJsonObject noQuality = feedRecord("ide", "1.0");

@@ -104,7 +104,7 @@ private slots:
     }
 
     // Markers up to five mebibytes are read; broken builds are left out with their reason, never removed.
-    void brokenBuildFoldersAreLeftOutWithTheirReason()
+    void brokenBuildsAreLeftOutAndOneBuildIsRefreshed()
     {
         TempHome home;
         const QString root = home.path();
@@ -134,6 +134,35 @@ private slots:
         QCOMPARE(log.matching(failed + "File is too big: ").size(), 2);
         QVERIFY(QFileInfo(over + "/.feed").size() == limit + 1
             && readFile(array + "/.feed") == "[{\"id\": \"ide\"}]");
+
+        // The feed creates its folders and refreshes one build.
+        const QString messy = home.path() + "/a/../tools//";
+        LocalApplicationsFeed feed(messy);
+        const QString clean = home.path() + "/tools";
+        QCOMPARE(feed.getInstallRoot(), clean);
+        QVERIFY(QFileInfo(clean + "/apps").isDir() && log.contains(clean + " doesn't exist, creating"));
+        const RemoteFeedItem remote(feedRecord("ide", "1.5"));
+        QCOMPARE(QStringList({ feed.getChannelDir("ide", "stable"), feed.getChannelLatestDir("ide", "stable"),
+                     feed.getInstallDir("stable", remote) }),
+            QStringList({ clean + "/apps/ide/stable", clean + "/apps/ide/stable/latest",
+                clean + "/apps/ide/stable/1.5" }));
+
+        const LocalChannel channel(false, clean + "/apps/ide/stable", "ide", "stable");
+        QCOMPARE(feed.refreshItem(channel, feed.getInstallDir("stable", remote), remote).error(),
+            QString("No item at path"));
+        const QString folder = writeBuild(clean, "ide", "stable", "1.5", "[]");
+        QCOMPARE(
+            feed.refreshItem(channel, folder, remote).error(), QString("Failed to detect installed item"));
+
+        writeBuild(clean, "ide", "stable", "1.5");
+        const auto refreshed = feed.refreshItem(channel, folder, remote);
+        QVERIFY(refreshed && refreshed->getBuild() == "1.5" && refreshed->getChannel() == channel);
+
+        // A detected build is refreshed from the record given, without touching disk.
+        const LocalChannel detected(true, "/opt/ide", "ide", "system");
+        const auto alias = feed.refreshItem(detected, "/opt/ide", remote);
+        QVERIFY(alias && alias->isDetected() && !feed.refreshItem(detected, "/opt/ide", RemoteFeedItem()));
+        QVERIFY(log.contains("Failed to refresh detected application"));
     }
 
     void unreadableMarkerIsLeftOut()
@@ -163,39 +192,6 @@ private slots:
         const auto scanned = LocalApplicationsFeedLoader(home.path()).start();
         QVERIFY(scanned && scanned->isEmpty() && QFileInfo::exists(build + "/.feed"));
         QVERIFY(log.contains("Failed to read .feed marker file: " + build + "/.feed"));
-    }
-
-    void feedCreatesItsFoldersAndRefreshesOneBuild()
-    {
-        TempHome home;
-        const QString root = home.path() + "/a/../tools//";
-        LogCapture log;
-        LocalApplicationsFeed feed(root);
-        const QString clean = home.path() + "/tools";
-        QCOMPARE(feed.getInstallRoot(), clean);
-        QVERIFY(QFileInfo(clean + "/apps").isDir() && log.contains(clean + " doesn't exist, creating"));
-        const RemoteFeedItem remote(feedRecord("ide", "1.5"));
-        QCOMPARE(QStringList({ feed.getChannelDir("ide", "stable"), feed.getChannelLatestDir("ide", "stable"),
-                     feed.getInstallDir("stable", remote) }),
-            QStringList({ clean + "/apps/ide/stable", clean + "/apps/ide/stable/latest",
-                clean + "/apps/ide/stable/1.5" }));
-
-        const LocalChannel channel(false, clean + "/apps/ide/stable", "ide", "stable");
-        QCOMPARE(feed.refreshItem(channel, feed.getInstallDir("stable", remote), remote).error(),
-            QString("No item at path"));
-        const QString folder = writeBuild(clean, "ide", "stable", "1.5", "[]");
-        QCOMPARE(
-            feed.refreshItem(channel, folder, remote).error(), QString("Failed to detect installed item"));
-
-        writeBuild(clean, "ide", "stable", "1.5");
-        const auto refreshed = feed.refreshItem(channel, folder, remote);
-        QVERIFY(refreshed && refreshed->getBuild() == "1.5" && refreshed->getChannel() == channel);
-
-        // A detected build is refreshed from the record given, without touching disk.
-        const LocalChannel detected(true, "/opt/ide", "ide", "system");
-        const auto alias = feed.refreshItem(detected, "/opt/ide", remote);
-        QVERIFY(alias && alias->isDetected() && !feed.refreshItem(detected, "/opt/ide", RemoteFeedItem()));
-        QVERIFY(log.contains("Failed to refresh detected application"));
     }
 
     // Renamed on one file system, copied and deleted across two; a failure leaves both trees as they were.

@@ -80,7 +80,6 @@ private slots:
         QVERIFY(b.lastModifiedMsecs() == 3000 && b.getName() == "b");
         QCOMPARE(b.getDefaultOpenItemKey() + " " + projects.at(1).getDefaultOpenItemKey(),
             QString("spark$$ch-spark forge$$ch-forge"));
-        // Nothing changed: nothing published.
         QVERIFY(!w.manager->updateProjectsNow(ProjectsUpdateReason::ModelChanged) && detected.count() == 1);
 
         const QJsonObject json = b.toJson();
@@ -90,7 +89,6 @@ private slots:
         QCOMPARE(json.value("open_items").toArray().first().toObject(),
             (QJsonObject { { "application_id", "forge" }, { "channel_id", "ch-forge" } }));
 
-        // A repository link finds its project.
         replaceFile(w.forgeFile, recent(w.base, { "repo@1", "plain@2" }));
         QCOMPARE(run("git", { "init", "-q", w.base + "/repo" }), 0);
         QCOMPARE(run("git", { "remote", "add", "origin", "git@github.com:owner/repo" }, w.base + "/repo"), 0);

@@ -73,7 +73,6 @@ private slots:
     {
         QFETCH(QJsonValue, size);
         QFETCH(int, expected);
-        // Order values use the same rule.
         const RemoteFeedItem entry(QJsonObject { { "package", QJsonObject { { "size", size } } },
             { "order_value", size }, { "quality", QJsonObject { { "order_value", size } } } });
         QVERIFY(entry.getDownloadSize() == expected && entry.orderValue() == expected
@@ -142,7 +141,6 @@ private slots:
             QString("Expected property 'first_install_arguments' in plinth data {}"));
         QVERIFY(RemoteFeedItem(json("{'plinth': {}}")).getPlinthData().has_value());
 
-        // Keys of the wrong type read as defaults.
         const RemoteFeedItem odd(
             json("{'id': 17, 'name': ['x'], 'description': {}, 'version': true, 'build': 3, "
                  "'icon_url': null, 'order_value': '5', 'quality': 'release', 'major_version': [1], "
@@ -211,48 +209,6 @@ private slots:
         QCOMPARE(isValid, valid);
     }
 
-    void sorts()
-    {
-        const auto order = [](QList<RemoteFeedItem> items, auto less) {
-            std::sort(items.begin(), items.end(), less);
-            QStringList result;
-            for (const RemoteFeedItem &i : items)
-                result << i.getPresentableFullName() + " " + i.getBuild();
-            return result;
-        };
-        // Quality 1 before 2; within a quality the higher major version, then the newer build.
-        QCOMPARE(order({ item("t", "183.10", 2, 5), item("t", "183.9", 1, 1), item("t", "191.2", 1, 2),
-                           item("t", "191.10", 1, 2), item("t", "200.1", 2, 6), item("t", "183.9.1", 1, 1) },
-                     RemoteFeedItem::compareByQualityAndVersion),
-            QStringList({ "t 191.10", "t 191.2", "t 183.9.1", "t 183.9", "t 200.1", "t 183.10" }));
-        QVERIFY(!RemoteFeedItem::compareByVersion(item("t", "1.0"), item("t", "1_0"))
-            && !RemoteFeedItem::compareByVersion(item("t", "1_0"), item("t", "1.0"))
-            && RemoteFeedItem::compareByVersion(item("t", "1.0", 1, 2), item("t", "9.0", 1, 1)));
-
-        QCOMPARE(
-            order({ item("b", "9", 1, 1, "beta"), item("a", "10", 1, 1, "Alpha"),
-                      item("a", "9", 1, 1, "alpha"), item("c", "1", 1, 1), item("b", "10", 1, 1, "Beta") },
-                RemoteFeedItem::compareByNameAndVersion),
-            QStringList({ "Alpha 10", "alpha 9", "Beta 10", "beta 9", "c 1" }));
-        // The lexical variant compares "name version" as text: "10" before "9".
-        QVERIFY(RemoteFeedItem::compareByNameAndVersionLexical(
-                    item("x", "10", 1, 1, "X"), item("x", "9", 1, 1, "x"))
-            && !RemoteFeedItem::compareByNameAndVersionLexical(
-                item("x", "9", 1, 1, "X"), item("x", "10", 1, 1, "x")));
-
-        const auto patch = [](const char *from, const char *to) {
-            return RemotePatchItem(
-                QJsonObject { { "application_id", "t" }, { "from_build", from }, { "to_build", to } });
-        };
-        QList<RemotePatchItem> patches { patch("183.10", "183.12"), patch("183.9", "183.12"),
-            patch("183.9", "183.10"), patch("183.10", "183.11") };
-        std::sort(patches.begin(), patches.end(), RemotePatchItem::compareByVersion);
-        QStringList patchOrder;
-        for (const RemotePatchItem &p : patches)
-            patchOrder << p.getFromBuild() + ">" + p.getToBuild();
-        QCOMPARE(patchOrder.join(' '), QString("183.9>183.10 183.9>183.12 183.10>183.11 183.10>183.12"));
-    }
-
     void identitySortAndDebugForms()
     {
         // Names differing in case, equal builds written differently: the same order as a stable sort.
@@ -308,6 +264,45 @@ private slots:
             1);
         QVERIFY(ApplicationMajorVersion(json("{'order_value': 2, 'x': 1}"))
             == ApplicationMajorVersion(json("{'order_value': 2}")));
+
+        const auto order = [](QList<RemoteFeedItem> items, auto less) {
+            std::sort(items.begin(), items.end(), less);
+            QStringList result;
+            for (const RemoteFeedItem &i : items)
+                result << i.getPresentableFullName() + " " + i.getBuild();
+            return result;
+        };
+        // Quality 1 before 2; within a quality the higher major version, then the newer build.
+        QCOMPARE(order({ item("t", "183.10", 2, 5), item("t", "183.9", 1, 1), item("t", "191.2", 1, 2),
+                           item("t", "191.10", 1, 2), item("t", "200.1", 2, 6), item("t", "183.9.1", 1, 1) },
+                     RemoteFeedItem::compareByQualityAndVersion),
+            QStringList({ "t 191.10", "t 191.2", "t 183.9.1", "t 183.9", "t 200.1", "t 183.10" }));
+        QVERIFY(!RemoteFeedItem::compareByVersion(item("t", "1.0"), item("t", "1_0"))
+            && !RemoteFeedItem::compareByVersion(item("t", "1_0"), item("t", "1.0"))
+            && RemoteFeedItem::compareByVersion(item("t", "1.0", 1, 2), item("t", "9.0", 1, 1)));
+
+        QCOMPARE(
+            order({ item("b", "9", 1, 1, "beta"), item("a", "10", 1, 1, "Alpha"),
+                      item("a", "9", 1, 1, "alpha"), item("c", "1", 1, 1), item("b", "10", 1, 1, "Beta") },
+                RemoteFeedItem::compareByNameAndVersion),
+            QStringList({ "Alpha 10", "alpha 9", "Beta 10", "beta 9", "c 1" }));
+        // The lexical variant compares "name version" as text: "10" before "9".
+        QVERIFY(RemoteFeedItem::compareByNameAndVersionLexical(
+                    item("x", "10", 1, 1, "X"), item("x", "9", 1, 1, "x"))
+            && !RemoteFeedItem::compareByNameAndVersionLexical(
+                item("x", "9", 1, 1, "X"), item("x", "10", 1, 1, "x")));
+
+        const auto patch = [](const char *from, const char *to) {
+            return RemotePatchItem(
+                QJsonObject { { "application_id", "t" }, { "from_build", from }, { "to_build", to } });
+        };
+        QList<RemotePatchItem> patches { patch("183.10", "183.12"), patch("183.9", "183.12"),
+            patch("183.9", "183.10"), patch("183.10", "183.11") };
+        std::sort(patches.begin(), patches.end(), RemotePatchItem::compareByVersion);
+        QStringList patchOrder;
+        for (const RemotePatchItem &p : patches)
+            patchOrder << p.getFromBuild() + ">" + p.getToBuild();
+        QCOMPARE(patchOrder.join(' '), QString("183.9>183.10 183.9>183.12 183.10>183.11 183.10>183.12"));
     }
 
     void postInstallStepsAndTemplates()

@@ -202,7 +202,6 @@ private slots:
         QVERIFY(!QJsonDocument(manager.getSettingsJson()).toJson().contains("other-pw"));
         QVERIFY(manager.saveSettings() && !readFile(path).contains("other-pw"));
 
-        // A missing or silent keychain: the password is kept in memory.
         const QByteArray bus = qgetenv("DBUS_SESSION_BUS_ADDRESS");
         auto restore = qScopeGuard([&] { qputenv("DBUS_SESSION_BUS_ADDRESS", bus); });
         SettingsManagerOptions options;

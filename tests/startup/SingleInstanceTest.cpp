@@ -82,7 +82,6 @@ private slots:
         QVERIFY(InstanceMessageCodec::encode(QString(65535, 'z'))
             && !InstanceMessageCodec::encode(QString(65536, 'z')));
 
-        // A gone or unreachable master leaves a master, with a warning.
         const auto guardingMaster = [&] {
             Controller next(m_key);
             return next.isMasterInstance() && next.isGuarding() && QFileInfo::exists(next.socketPath());
