@@ -192,7 +192,6 @@ private slots:
             && !QFileInfo::exists(dir + "/.unzip-staging"));
         QCOMPARE((modeOf(dir + "/readme") | modeOf(dir + "/bin")) & (S_IWGRP | S_IWOTH), mode_t(0));
 
-        // Unknown types and missing paths are refused.
         const QString refusedIn = freshTarget("v-refused");
         const QJsonObject nsis = kit::feedEntry("tool", "1", "nsis", "http://x", m_package);
         QCOMPARE(extract(nsis, m_package, refusedIn).error(), QString("Not implemented extract for nsis"));

@@ -84,7 +84,6 @@ private slots:
         QCOMPARE(scanned->first().getChannel().getChannelDirectory(),
             QFileInfo(root + "/apps/ide/eap").canonicalFilePath());
 
-        // Linked channels and builds give canonical paths.
         const QString top = home.path();
         const QString elsewhere = home.path() + "/elsewhere";
         writeBuild(elsewhere, "ide", "real-channel", "1.0");
@@ -135,7 +134,6 @@ private slots:
         QVERIFY(QFileInfo(over + "/.feed").size() == limit + 1
             && readFile(array + "/.feed") == "[{\"id\": \"ide\"}]");
 
-        // The feed creates its folders and refreshes one build.
         const QString messy = home.path() + "/a/../tools//";
         LocalApplicationsFeed feed(messy);
         const QString clean = home.path() + "/tools";

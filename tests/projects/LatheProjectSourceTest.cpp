@@ -143,7 +143,6 @@ private slots:
         for (const Project &p : forge)
             QCOMPARE(p.getOpenItems(), QList<ProjectOpenItem> { ProjectOpenItem("forge", "ch-forge") });
 
-        // The tool's data location is searched too.
         replaceFile(home.path() + "/custom-data/options/" + kRecentFile, recent(base, { "elsewhere" }));
         LatheProjectSource::Tool t = tool("forge", "None*");
         t.dataLocation = "$HOME/custom-data";

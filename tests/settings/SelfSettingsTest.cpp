@@ -107,7 +107,6 @@ private slots:
         QVERIFY(
             s.getNetworkDownloadTimeout() == 300000 && !s.getHangarUpdatesFilter().branchFilter.has_value());
 
-        // Ordering lists keep one place per item.
         SelfSettings o;
         for (const char *id : { "a", "b", "a" }) // the second "a" is already there
             o.addItemToOrdering(id, "ch-0", false);

@@ -111,8 +111,7 @@ private slots:
         QVERIFY(!QFileInfo::exists(home.socket())); // a one-shot run leaves no guard behind
     }
 
-    // Also: secrets in the environment and forged lines in the arguments stay out of the log, which is
-    // private to the user, and settings default to ~/.local/share.
+    // Secrets and forged lines stay out of the private log; settings default to ~/.local/share.
     void residentManagerLogsPrivatelyCreatesSettingsAndWaits()
     {
         Home home;
@@ -140,7 +139,6 @@ private slots:
         QTest::qWait(500);
         QVERIFY(manager.stop() && manager.logText().contains("Application will exit now."));
 
-        // Simultaneous starts leave one manager.
         std::vector<std::unique_ptr<HangarProcess>> processes;
         for (int i = 0; i < 4; ++i) {
             processes.push_back(std::make_unique<HangarProcess>(home.path()));
