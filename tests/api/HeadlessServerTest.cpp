@@ -1,16 +1,11 @@
-// The headless front in-process: raw HTTP requests against the access checks,
-// the page's files with their MIME types, and the WebSocket wire format with the
-// pending-event store behind it.
+// The headless front in-process: access checks, the page's files, the WebSocket wire format.
 #include "api/HeadlessApiServer.h"
 #include "api/HeadlessUIApiConnector.h"
 #include "api/SelfApi.h"
 #include "support/ApiClient.h"
+#include "support/FeedBuilder.h"
 
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QSignalSpy>
 #include <QTcpSocket>
-#include <QTemporaryDir>
 #include <QWebSocket>
 #include <QtTest>
 
@@ -19,12 +14,10 @@ namespace {
 struct HttpAnswer
 {
     int status = 0;
-    QByteArray head;
-    QByteArray body;
+    QByteArray head, body;
 };
 
-// Sends raw bytes and reads until the server closes the connection. The server
-// runs in this thread: the waits keep its event loop turning.
+// Reads until the server, running in this thread, closes the connection.
 HttpAnswer rawRequest(quint16 port, const QByteArray &request)
 {
     QTcpSocket socket;
@@ -32,22 +25,10 @@ HttpAnswer rawRequest(quint16 port, const QByteArray &request)
     QObject::connect(&socket, &QTcpSocket::readyRead, [&]() { data += socket.readAll(); });
     socket.connectToHost(QHostAddress::LocalHost, port);
     socket.write(request);
-    QElapsedTimer timer;
-    timer.start();
-    while (socket.state() != QAbstractSocket::UnconnectedState && timer.elapsed() < 10000)
-        QTest::qWait(5);
+    (void)QTest::qWaitFor([&] { return socket.state() == QAbstractSocket::UnconnectedState; }, 10000);
     data += socket.readAll();
-    HttpAnswer answer;
     const int end = data.indexOf("\r\n\r\n");
-    answer.head = data.left(end);
-    answer.body = end < 0 ? QByteArray() : data.mid(end + 4);
-    answer.status = data.mid(9, 3).toInt();
-    return answer;
-}
-
-QJsonObject parse(const QString &text)
-{
-    return QJsonDocument::fromJson(text.toUtf8()).object();
+    return { data.mid(9, 3).toInt(), data.left(end), end < 0 ? QByteArray() : data.mid(end + 4) };
 }
 
 } // namespace
@@ -79,12 +60,9 @@ class HeadlessServerTest : public QObject
 private slots:
     void initTestCase()
     {
-        QVERIFY(m_page.isValid());
         for (const char *name :
             { "index.html", "icon.svg", "ICON.SVG", "app.js", "data.json", "style.css" }) {
-            QFile file(m_page.filePath(name));
-            QVERIFY(file.open(QIODevice::WriteOnly));
-            file.write(QByteArray("content of ") + name);
+            QVERIFY(FeedBuilder::writeFile(m_page.filePath(name), QByteArray("content of ") + name));
         }
         m_api = std::make_unique<SelfApi>(&m_connector);
         m_server = std::make_unique<HeadlessApiServer>(m_api.get(), PageResources(m_page.path()));
@@ -100,7 +78,6 @@ private slots:
         QTest::addColumn<int>("status");
         QTest::addColumn<QByteArray>("expectedInHead");
 
-        // A GET of `target` with `headers`, from a page of our own unless they say otherwise.
         const auto row = [](const char *tag, const QByteArray &target, const QByteArray &headers, int status,
                              const QByteArray &expectedInHead = {}) {
             QTest::newRow(tag) << "GET " + target + " HTTP/1.1\n" + headers + "\n"
@@ -154,9 +131,7 @@ private slots:
         QCOMPARE(m_server->clientCount(), 0);
     }
 
-    // Events before "apiReady" wait, the latest of each name only; "apiReady"
-    // sends them in name order before its answer; a client joining later gets the
-    // state events at once. Bad envelopes are answered and the connection stays.
+    // Events wait for "apiReady", the latest of each name only; bad envelopes are answered.
     void carriesQueriesAndEvents()
     {
         ApiClient first;
@@ -166,8 +141,9 @@ private slots:
         m_api->apiSignalInternal("refreshApplicationsList", QJsonObject { { "local", QJsonArray() } });
         m_api->apiSignalInternal("noSuchEvent", QJsonObject());
 
-        const QJsonObject config
-            = parse(first.ask(QJsonObject { { "method", "config" } }).value("answer").toString());
+        const QJsonObject config = QJsonDocument::fromJson(
+            first.ask(QJsonObject { { "method", "config" } }).value("answer").toString().toUtf8())
+                                       .object();
         QCOMPARE(config.value("os").toString(), QString("linux"));
         QCOMPARE(config.value("custom_name_max_length").toInt(), 90);
         first.socket().sendTextMessage("not json");
@@ -175,13 +151,12 @@ private slots:
         QCOMPARE(first.waitAnswer(70).value("ok").toBool(true), false);
         QVERIFY(first.events().isEmpty());
 
-        // "apiReady" sends what waited, by name, before its answer.
         QVERIFY(first.ask(QJsonObject { { "method", "apiReady" } }).value("ok").toBool());
         QCOMPARE(first.events().size(), 2);
         QCOMPARE(first.events()[0].value("signal").toString(), QString("refreshApplicationsList"));
         QCOMPARE(first.events()[1].value("n").toInt(), 2);
 
-        // A client joining later gets the state at its own "apiReady", not the moments.
+        // A later client gets the state at its own "apiReady", not the moments.
         ApiClient late;
         QVERIFY(late.open(apiUrl()));
         m_api->apiSignalInternal("showSettings", QJsonObject());

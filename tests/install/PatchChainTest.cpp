@@ -1,5 +1,4 @@
-// The patch graph's choice of chains and the patcher, with real installed folders and
-// real external patch commands (overlay archives unpacked by a shell command).
+// Chains chosen by the patch graph, applied with real external commands to real installed folders.
 
 #include "InstallTestKit.h"
 #include "feed/records/RemoteFeedItem.h"
@@ -22,7 +21,6 @@ QJsonObject patchJson(const QString &from, const QString &to, int size, const QS
         { "command", kit::OVERLAY_COMMAND } };
 }
 
-// `json` with `key` set to `value`, or removed when `value` is undefined.
 QJsonObject with(QJsonObject json, const QString &key, const QJsonValue &value)
 {
     if (value.isUndefined())
@@ -32,7 +30,6 @@ QJsonObject with(QJsonObject json, const QString &key, const QJsonValue &value)
     return json;
 }
 
-// Asserts that `file` of the patched build has the SHA-256 digest `value`.
 QJsonObject fileChecksum(const QString &file, const QString &value)
 {
     return { { "checksums",
@@ -80,7 +77,6 @@ class PatchChainTest : public QObject
                         : LocalFeedItem::localApplication(json, dir, dir, "release");
     }
 
-    // An overlay patch file: a tar.gz of `files`, laid over the install folder.
     QString overlay(const QString &name, const QMap<QString, QByteArray> &files)
     {
         const QString src = m_tmp.filePath("overlay-src/" + name);
@@ -88,9 +84,7 @@ class PatchChainTest : public QObject
         kit::makeTree(src, files);
         const QString file = m_tmp.filePath("patches/" + name + ".tar.gz");
         QDir().mkpath(QFileInfo(file).absolutePath());
-        if (!kit::run("tar", { "-czf", file, "-C", src, "." }))
-            return {};
-        return file;
+        return kit::run("tar", { "-czf", file, "-C", src, "." }) ? file : QString();
     }
 
     QString target(const QString &build)
@@ -163,28 +157,7 @@ private slots:
         }
     }
 
-    void unusableBasesAndPatchesAreLeftOut()
-    {
-        const LocalFeedItem detected = installed("1", {}, "tool", true);
-        QVERIFY(!ApplicationPackagePatcher::isValidBaseItem(detected));
-        LocalFeedItem gone = installed("7");
-        QDir(gone.getInstallDir()).removeRecursively();
-        QVERIFY(!ApplicationPackagePatcher::isValidBaseItem(gone));
-
-        const QJsonObject otherType = with(patchJson("2", "3", 1), "type", "bsdiff");
-        for (const QJsonObject &bad :
-            { otherType, with(patchJson("2", "3", 1), "command", QJsonValue::Undefined),
-                with(patchJson("2", "3", 1), "url", QJsonValue::Undefined), patchJson("2", "2", 1),
-                patchJson("2", "3", 0) })
-            QVERIFY2(!ApplicationPackagePatcher::isValidPatchItem(RemotePatchItem(bad)),
-                QJsonDocument(bad).toJson());
-
-        const ApplicationPackagePatchesGraph graph({ detected, gone, installed("2") },
-            { patch("1", "3", 1), RemotePatchItem(otherType), patch("2", "3", 5) });
-        QCOMPARE(chainOf(graph.findPatches(RemoteFeedItem(entryJson("3", 1000)))), QStringList({ "2>3" }));
-    }
-
-    void chainIsAppliedToACopyAndTheBaseIsNeverTouched()
+    void chainIsAppliedToACheckedCopyAndNeverToTheBase()
     {
         const LocalFeedItem base = installed("10", { { "bin/app", "v10" }, { "lib/keep", "keep" } });
         QVERIFY(QFile::link(base.getInstallDir() + "/lib/keep", base.getInstallDir() + "/abs-link"));
@@ -205,9 +178,27 @@ private slots:
         QVERIFY(readFile(dir + "/bin/app") == "v12" && readFile(dir + "/lib/keep") == "keepthrough\n");
         QVERIFY(!QFileInfo::exists(dir + "/.feed")); // the base's marker is not carried over
         QCOMPARE(treeListing(base.getInstallDir()), before);
+
+        // The target build's files are checked; the base folder is never a target.
+        const LocalFeedItem base40 = installed("40", { { "bin/app", "v40" } });
+        // The archive's own checksum is skipped; the file's is checked.
+        const QJsonObject entry = kit::withPackage(entryJson("41", 1000), "checksums",
+            QJsonArray { QJsonObject { { "alg", "sha-256" }, { "value", "ab" } },
+                fileChecksum("bin/app", "0000")["checksums"].toArray().first() });
+        ApplicationPackagePatcher checked(base40,
+            { { patch("40", "41", 1), overlay("p41", { { "bin/app", "v41" } }) } }, target("41"),
+            RemoteFeedItem(entry));
+        const QString got = QString(QCryptographicHash::hash("v41", QCryptographicHash::Sha256).toHex());
+        QCOMPARE(checked.execute().error(), "Wrong checksum for bin/app expect 0000 got " + got);
+
+        ApplicationPackagePatcher intoBase(base40,
+            { { patch("40", "41", 1), overlay("p41b", { { "bin/app", "y" } }) } },
+            base40.getInstallDir() + "/");
+        QCOMPARE(intoBase.execute().error(), QString("Cannot patch into existing feed item!"));
+        QCOMPARE(readFile(base40.getInstallDir() + "/bin/app"), QByteArray("v40"));
     }
 
-    void stopWordFailsThePatchEvenWhenThePatcherSucceeds()
+    void unusableItemsAreLeftOutAndStopWordsFailThePatch()
     {
         const LocalFeedItem base = installed("20", { { "f", "x" } });
         QJsonObject json = with(patchJson("20", "21", 1), "command",
@@ -226,6 +217,24 @@ private slots:
         QVERIFY(!std::exchange(seen, false));
         filter("never say never");
         QVERIFY(seen);
+
+        const LocalFeedItem detected = installed("1", {}, "tool", true);
+        QVERIFY(!ApplicationPackagePatcher::isValidBaseItem(detected));
+        LocalFeedItem gone = installed("7");
+        QDir(gone.getInstallDir()).removeRecursively();
+        QVERIFY(!ApplicationPackagePatcher::isValidBaseItem(gone));
+
+        const QJsonObject otherType = with(patchJson("2", "3", 1), "type", "bsdiff");
+        for (const QJsonObject &bad :
+            { otherType, with(patchJson("2", "3", 1), "command", QJsonValue::Undefined),
+                with(patchJson("2", "3", 1), "url", QJsonValue::Undefined), patchJson("2", "2", 1),
+                patchJson("2", "3", 0) })
+            QVERIFY2(!ApplicationPackagePatcher::isValidPatchItem(RemotePatchItem(bad)),
+                QJsonDocument(bad).toJson());
+
+        const ApplicationPackagePatchesGraph graph({ detected, gone, installed("2") },
+            { patch("1", "3", 1), RemotePatchItem(otherType), patch("2", "3", 5) });
+        QCOMPARE(chainOf(graph.findPatches(RemoteFeedItem(entryJson("3", 1000)))), QStringList({ "2>3" }));
     }
 
     void badPatchesFailWithTheirReason_data()
@@ -257,32 +266,9 @@ private slots:
         QVERIFY2(error.startsWith(parts.first()) && error.endsWith(parts.last()), qPrintable(error));
     }
 
-    void finalChecksumOfTheTargetBuildIsChecked()
+    void patchCommandsStayInTheirCopyAndFindJavaOnlyWhenAsked()
     {
-        const LocalFeedItem base = installed("40", { { "bin/app", "v40" } });
-        // The archive's own checksum is skipped; the file's is checked.
-        const QJsonObject entry = kit::withPackage(entryJson("41", 1000), "checksums",
-            QJsonArray { QJsonObject { { "alg", "sha-256" }, { "value", "ab" } },
-                fileChecksum("bin/app", "0000")["checksums"].toArray().first() });
-        ApplicationPackagePatcher patcher(base,
-            { { patch("40", "41", 1), overlay("p41", { { "bin/app", "v41" } }) } }, target("41"),
-            RemoteFeedItem(entry));
-        const QString got = QString(QCryptographicHash::hash("v41", QCryptographicHash::Sha256).toHex());
-        QCOMPARE(patcher.execute().error(), "Wrong checksum for bin/app expect 0000 got " + got);
-    }
-
-    void refusesToPatchIntoTheBaseFolder()
-    {
-        const LocalFeedItem base = installed("50", { { "f", "x" } });
-        ApplicationPackagePatcher patcher(
-            base, { { patch("50", "51", 1), overlay("p51", { { "f", "y" } }) } }, base.getInstallDir() + "/");
-        QCOMPARE(patcher.execute().error(), QString("Cannot patch into existing feed item!"));
-        QCOMPARE(readFile(base.getInstallDir() + "/f"), QByteArray("x"));
-    }
-
-    void patchCannotReachOutOfItsCopy()
-    {
-        // A relative link that stays inside the base build but, copied, climbs back into it.
+        // A relative link inside the base build that, copied, climbs back into it.
         const LocalFeedItem base = installed("55", { { "f", "x" } });
         QVERIFY(QFile::link("../55/f", base.getInstallDir() + "/up"));
         QJsonObject json = with(patchJson("55", "56", 1), "command",
@@ -304,25 +290,22 @@ private slots:
             strayApp, { { RemotePatchItem(json), overlay("p58", { { "n", "n" } }) } }, target("58"));
         QVERIFY(stray.execute().error().contains("is not inside"));
         QCOMPARE(readFile(outside + "/g"), QByteArray("y"));
-    }
 
-    void javaIsLookedUpOnlyWhenTheCommandAsksForIt()
-    {
-        // A "Java" inside the base build that records how it was called.
-        const LocalFeedItem base = installed("60", { { "f", "x" } });
+        // Java is looked up only when the command asks for it.
+        const LocalFeedItem javaBase = installed("60", { { "f", "x" } });
         const QString log = m_tmp.filePath("java-calls");
-        kit::writeFile(base.getInstallDir() + "/jre/bin/java",
+        kit::writeFile(javaBase.getInstallDir() + "/jre/bin/java",
             QString("#!/bin/sh\necho \"$@\" > %1\n").arg(log).toUtf8(), QFile::ReadOwner | QFile::ExeOwner);
-        QCOMPARE(*ApplicationPackagePatcher::resolveJavaPath(base), base.getInstallDir() + "/jre/bin/java");
+        QCOMPARE(*ApplicationPackagePatcher::resolveJavaPath(javaBase),
+            javaBase.getInstallDir() + "/jre/bin/java");
 
-        const QJsonObject json = with(patchJson("60", "61", 1), "command",
+        const QJsonObject call = with(patchJson("60", "61", 1), "command",
             QJsonArray { "%JAVA_PATH%", "-jar", "patcher.jar", "%PATCH_FILE%", "%INSTALL_DIRECTORY%" });
-        const QString dir = target("61"), file = overlay("p61", { { "f", "y" } });
-        QVERIFY(ApplicationPackagePatcher(base, { { RemotePatchItem(json), file } }, dir)
-                    .execute()
-                    .isSuccessful());
+        const QString javaDir = target("61"), file = overlay("p61", { { "f", "y" } });
+        KIT_VERIFY_OK(
+            ApplicationPackagePatcher(javaBase, { { RemotePatchItem(call), file } }, javaDir).execute());
         QCOMPARE(readFile(log).trimmed(),
-            ("-jar patcher.jar " + file + " " + QFileInfo(dir).canonicalFilePath()).toUtf8());
+            ("-jar patcher.jar " + file + " " + QFileInfo(javaDir).canonicalFilePath()).toUtf8());
 
         // Without any Java a command that needs it fails (the overlay commands elsewhere need none).
         const LocalFeedItem bare = installed("70", { { "f", "x" } });
@@ -330,7 +313,7 @@ private slots:
         qputenv("PATH", "/nonexistent");
         const bool noJava = !ApplicationPackagePatcher::resolveJavaPath(bare).has_value();
         const auto failed = ApplicationPackagePatcher(
-            bare, { { RemotePatchItem(with(json, "from_build", "70")), file } }, target("71"))
+            bare, { { RemotePatchItem(with(call, "from_build", "70")), file } }, target("71"))
                                 .execute();
         qputenv("PATH", oldPath);
         QVERIFY(noJava && failed.error() == "Java not found from " + bare.getInstallDir());

@@ -21,9 +21,8 @@ private:
     {
         m_home->writeFile("apps/ide/stable/.channel.settings.json", content);
     }
-    static QJsonObject ideFilter(const QJsonObject &more = {})
+    static QJsonObject ideFilter(QJsonObject settings = {})
     {
-        QJsonObject settings = more;
         settings["filter"] = QJsonObject { { "application_type", "ide" } };
         return settings;
     }
@@ -37,15 +36,15 @@ private slots:
     }
     void cleanup() { delete m_home; }
 
-    void detectedChannelsHaveNoSettingsAndNoFile()
+    void refusalsLeaveFilesAsTheyWere()
     {
         ChannelSettingsManager manager;
         const QString folder = m_home->path() + "/opt/ide";
         QDir().mkpath(folder);
         const LocalChannel detected(true, folder, "ide", "system");
-        QCOMPARE(manager.loadChannelSettings(detected).error(), QString("No settings for detected items!"));
-        QCOMPARE(manager.saveChannelSettings(detected, { { "x", 1 } }).error(),
-            QString("No settings for detected items!"));
+        QCOMPARE(manager.loadChannelSettings(detected).error()
+                + manager.saveChannelSettings(detected, { { "x", 1 } }).error(),
+            QString("No settings for detected items!").repeated(2));
         QVERIFY(!manager.updateSettings(detected, [](QJsonObject &s) { s["x"] = 2; }));
         QVERIFY(!manager.createChannelSettings(
             LocalFeedItem::detectedApplication(feedRecord("ide", "1.0"), folder, "system"), None, true));
@@ -53,65 +52,14 @@ private slots:
 
         // A channel key without a folder never becomes a file at the file-system root.
         const LocalChannel key(false, QString(), "ide", "stable");
-        QVERIFY(manager.loadChannelSettings(key).error().startsWith("No folder for channel"));
-        QVERIFY(!manager.saveChannelSettings(key, { { "x", 1 } }));
-        QVERIFY(!QFileInfo::exists("/.channel.settings.json"));
-    }
+        QVERIFY(manager.loadChannelSettings(key).error().startsWith("No folder for channel")
+            && !manager.saveChannelSettings(key, { { "x", 1 } })
+            && !QFileInfo::exists("/.channel.settings.json"));
 
-    void firstSaveLogsNotExistsThenBeforeAndAfter()
-    {
-        ChannelSettingsManager manager;
-        QSignalSpy updated(&manager, &ChannelSettingsManager::channelSettingsUpdated);
-        // A receiver may read the settings again right away (no lock held while signalling).
-        QJsonObject seenByReceiver;
-        connect(&manager, &ChannelSettingsManager::channelSettingsUpdated, this,
-            [&](const LocalChannel &channel) {
-                seenByReceiver = manager.loadChannelSettings(channel).valueOr({});
-            });
+        // Bad files fail with their reason and stay untouched.
         LogCapture log;
-        const QJsonObject first { { "filter", QJsonObject { { "application_type", "ide" } } },
-            { "custom_name", "Mine" } };
-        QVERIFY(manager.saveChannelSettings(m_channel, first));
-        const QStringList lines = log.matching("Updated settings in " + m_file);
-        QVERIFY(lines.size() == 1 && lines.first().contains("\n----- BEFORE -----\n(not exists)"));
-        QVERIFY(readJson(m_file) == first && seenByReceiver == first && updated.size() == 1);
-
-        // Long texts are shortened in the log, never in the file.
-        const QString longText(ChannelSettingsManager::MaxLoggedTextLength + 123, QChar('x'));
-        QVERIFY(manager.saveChannelSettings(m_channel, ideFilter({ { "blob", longText } })));
-        QVERIFY(log.matching("Updated settings in").last().contains(" more)"));
-        QVERIFY(ChannelSettingsManager::shortenForLog(longText).contains("... (123 more)"));
-        QCOMPARE(readJson(m_file)["blob"].toString(), longText);
-    }
-
-    void driftedFilterTypeIsRepairedOnLoad()
-    {
-        writeSettings({ { "filter",
-                            QJsonObject { { "application_type", "ide-old" },
-                                { "skipped_filter", QJsonArray { "1.1" } } } },
-            { "custom_name", "Kept" } });
-        ChannelSettingsManager manager;
-        LogCapture log;
-        const auto loaded = manager.loadChannelSettings(m_channel);
-        QVERIFY2(loaded, qPrintable(loaded.error()));
-        QVERIFY(!log.matching("Incompatible application types of item ide and filter ide-old", QtCriticalMsg)
-                     .isEmpty());
-        QCOMPARE(readJson(m_file), *loaded);
-        QCOMPARE(*loaded,
-            json(
-                "{'filter': {'application_type': 'ide', 'skipped_filter': ['1.1']}, 'custom_name': 'Kept'}"));
-
-        // Second load: nothing to repair, nothing written.
-        log.clear();
-        QVERIFY(manager.loadChannelSettings(m_channel) && !log.contains("Updated settings in"));
-    }
-
-    void badFilesFailWithTheirReasonAndStayUntouched()
-    {
-        ChannelSettingsManager manager;
-        LogCapture log;
-        QVERIFY(!manager.loadChannelSettings(m_channel) && !QFileInfo::exists(m_file));
-        QCOMPARE(log.matching("Failed to load channel settings", QtCriticalMsg).size(), 1);
+        QVERIFY(!manager.loadChannelSettings(m_channel) && !QFileInfo::exists(m_file)
+            && log.matching("Failed to load channel settings", QtCriticalMsg).size() == 1);
 
         writeSettings({ { "custom_name", "no filter" } });
         QCOMPARE(manager.loadChannelSettings(m_channel).error(), QString("No settings were found"));
@@ -123,7 +71,50 @@ private slots:
         QVERIFY(!manager.loadChannelSettings(m_channel) && readFile(m_file) == "[1, 2]");
     }
 
-    void unknownKeysSurviveEveryEdit()
+    void savesAreLoggedAndADriftedFilterIsRepaired()
+    {
+        ChannelSettingsManager manager;
+        QSignalSpy updated(&manager, &ChannelSettingsManager::channelSettingsUpdated);
+        // A receiver may read the settings again right away (no lock held while signalling).
+        QJsonObject seenByReceiver;
+        connect(&manager, &ChannelSettingsManager::channelSettingsUpdated, this,
+            [&](const LocalChannel &channel) {
+                seenByReceiver = manager.loadChannelSettings(channel).valueOr({});
+            });
+        LogCapture log;
+        const QJsonObject first = ideFilter({ { "custom_name", "Mine" } });
+        QVERIFY(manager.saveChannelSettings(m_channel, first));
+        const QStringList lines = log.matching("Updated settings in " + m_file);
+        QVERIFY(lines.size() == 1 && lines.first().contains("\n----- BEFORE -----\n(not exists)"));
+        QVERIFY(readJson(m_file) == first && seenByReceiver == first && updated.size() == 1);
+
+        // Long texts are shortened in the log, never in the file.
+        const QString longText(ChannelSettingsManager::MaxLoggedTextLength + 123, QChar('x'));
+        QVERIFY(manager.saveChannelSettings(m_channel, ideFilter({ { "blob", longText } })));
+        QVERIFY(log.matching("Updated settings in").last().contains(" more)")
+            && ChannelSettingsManager::shortenForLog(longText).contains("... (123 more)"));
+        QCOMPARE(readJson(m_file)["blob"].toString(), longText);
+
+        // A drifted filter type is repaired on load.
+        writeSettings({ { "filter",
+                            QJsonObject { { "application_type", "ide-old" },
+                                { "skipped_filter", QJsonArray { "1.1" } } } },
+            { "custom_name", "Kept" } });
+        log.clear();
+        const auto loaded = manager.loadChannelSettings(m_channel);
+        QVERIFY(log.matching("Incompatible application types of item ide and filter ide-old", QtCriticalMsg)
+                    .size()
+                == 1
+            && readJson(m_file) == loaded.valueOr({}));
+        QCOMPARE(*loaded,
+            json(
+                "{'filter': {'application_type': 'ide', 'skipped_filter': ['1.1']}, 'custom_name': 'Kept'}"));
+
+        log.clear(); // nothing more to repair: nothing written
+        QVERIFY(manager.loadChannelSettings(m_channel) && !log.contains("Updated settings in"));
+    }
+
+    void unknownKeysAndConcurrentEditsSurviveEveryEdit()
     {
         writeSettings(
             { { "filter", QJsonObject { { "application_type", "ide" }, { "filter_future", true } } },
@@ -140,28 +131,21 @@ private slots:
         QCOMPARE(readJson(m_file),
             json("{'filter': {'application_type': 'ide', 'filter_future': true, 'skipped_filter': ['2.0']}, "
                  "'future_key': {'nested': [1, 2, 3]}, 'lathe_platform': {'data_location': '/data'}}"));
-    }
 
-    void concurrentEditsLoseNothing()
-    {
-        writeSettings(ideFilter());
-        ChannelSettingsManager manager;
         const int perThread = 25;
         std::atomic<int> failures { 0 };
         auto worker = [&](const QString &prefix) {
-            for (int i = 0; i < perThread; ++i) {
-                const QString key = prefix + QString::number(i);
-                if (!manager.updateSettings(m_channel, [&key](QJsonObject &s) { s[key] = true; }))
-                    ++failures;
-            }
+            for (int i = 0; i < perThread; ++i)
+                failures += !manager.updateSettings(
+                    m_channel, [&](QJsonObject &s) { s[prefix + QString::number(i)] = true; });
         };
         std::thread a(worker, QString("a")), b(worker, QString("b"));
         a.join();
         b.join();
-        QVERIFY(failures.load() == 0 && readJson(m_file).size() == 1 + 2 * perThread);
+        QVERIFY(failures.load() == 0 && readJson(m_file).size() == 3 + 2 * perThread);
     }
 
-    void runAsAdministratorIsOffUnlessAProperBoolSaysSo()
+    void runAsAdministratorAndFirstInstallSettings()
     {
         const QJsonObject s { { "flag", "yes" }, { "name", 3 }, { "ok", true }, { "text", "t" } };
         QCOMPARE(ChannelSettings::getBoolOption(s, "flag").error(),
@@ -174,8 +158,8 @@ private slots:
 
         ChannelSettingsManager manager;
         LogCapture log;
-        QVERIFY(!manager.getRunAsAdministrator(m_channel));
-        QVERIFY(log.contains("Unable to load channel settings: "));
+        QVERIFY(
+            !manager.getRunAsAdministrator(m_channel) && log.contains("Unable to load channel settings: "));
 
         for (const QJsonObject &off : { ideFilter(), ideFilter({ { "run_as_administrator", "true" } }) }) {
             writeSettings(off);
@@ -184,11 +168,8 @@ private slots:
         QVERIFY(log.contains("Unable to load bool option run_as_administrator from channel "));
         writeSettings(ideFilter({ { "run_as_administrator", true } }));
         QVERIFY(manager.getRunAsAdministrator(m_channel));
-    }
 
-    void firstInstallCreatesFilterAndAutomaticUpdates()
-    {
-        ChannelSettingsManager manager;
+        // A first install creates the filter and automatic updates.
         const QString build = m_channel.getChannelDirectory() + "/1.0";
         QDir().mkpath(build);
         const LocalFeedItem item
@@ -196,17 +177,16 @@ private slots:
         QVERIFY(manager.createChannelSettings(
             item, ApplicationMajorVersion(QJsonObject { { "order_value", 4 } }), false));
         const QJsonObject loaded = manager.loadChannelSettings(item).valueOr({});
-        QCOMPARE(loaded["install_automatically"].toBool(true), false);
         const auto filter = LocalApplicationsFilter::fromSettingsJSON(loaded);
-        QCOMPARE(filter->applicationType(), QString("ide"));
-        QVERIFY(filter->quality()->orderValue() == 2 && filter->majorVersion()->orderValue() == 4);
+        QVERIFY(!loaded["install_automatically"].toBool(true) && filter->applicationType() == "ide"
+            && filter->quality()->orderValue() == 2 && filter->majorVersion()->orderValue() == 4);
 
         // Re-created over an old file: what the user set before stays.
         QVERIFY(manager.updateSettings(m_channel, [](QJsonObject &s) { s["custom_name"] = "Old name"; }));
         QVERIFY(manager.createChannelSettings(item, None, true));
         const QJsonObject onDisk = readJson(m_file);
-        QVERIFY(onDisk["custom_name"] == "Old name" && onDisk["install_automatically"].toBool());
-        QVERIFY(!onDisk["filter"].toObject().contains("version_filter"));
+        QVERIFY(onDisk["custom_name"] == "Old name" && onDisk["install_automatically"].toBool()
+            && !onDisk["filter"].toObject().contains("version_filter"));
     }
 };
 

@@ -16,8 +16,7 @@ QStringList builds(const QList<LocalFeedItem> &items)
     return result;
 }
 
-// A tmpfs of the given size mounted for the lifetime of the object, when the
-// system lets this process mount one.
+// A tmpfs of the given size, mounted for the object's lifetime when the system allows.
 struct TmpfsMount
 {
     TmpfsMount(const QString &path, const QString &size)
@@ -35,21 +34,18 @@ struct TmpfsMount
     bool mounted = false;
 };
 
-// A small tool tree: nested folders, an executable, a relative link, a hidden file.
-void makeTool(const QString &root)
+// Under "old": nested folders, an executable, a relative link, a hidden file.
+void makeTool(const TempHome &home)
 {
-    writeBuild(root, "ide", "stable", "1.1");
-    const QString build = writeBuild(root, "ide", "stable", "1.2");
-    QDir().mkpath(build + "/bin");
-    QFile exe(build + "/bin/ide.sh");
-    QVERIFY(exe.open(QIODevice::WriteOnly) && exe.write("#!/bin/sh\necho ide\n") > 0);
-    exe.close();
-    QVERIFY(exe.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner
-        | QFileDevice::ReadGroup | QFileDevice::ExeGroup));
+    writeBuild(home.path() + "/old", "ide", "stable", "1.1");
+    const QString build = writeBuild(home.path() + "/old", "ide", "stable", "1.2");
+    QVERIFY(
+        QFile::setPermissions(home.writeFile("old/apps/ide/stable/1.2/bin/ide.sh", "#!/bin/sh\necho ide\n"),
+            QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner | QFileDevice::ReadGroup
+                | QFileDevice::ExeGroup));
     QVERIFY(QFile::link("bin/ide.sh", build + "/launcher"));
-    QFile hidden(root + "/apps/ide/stable/.channel.settings.json");
-    QVERIFY(hidden.open(QIODevice::WriteOnly)
-        && hidden.write("{\"filter\": {\"application_type\": \"ide\"}}") > 0);
+    home.writeFile(
+        "old/apps/ide/stable/.channel.settings.json", "{\"filter\": {\"application_type\": \"ide\"}}");
 }
 
 } // namespace
@@ -59,7 +55,7 @@ class LocalScanTest : public QObject
     Q_OBJECT
 
 private slots:
-    void scanKeepsNameOrderAndSkipsOnlyLowercaseLatest()
+    void scanKeepsNameOrderAndGivesCanonicalPaths()
     {
         TempHome home;
         const QString root = home.path() + "/tools";
@@ -67,10 +63,9 @@ private slots:
         writeBuild(root, "ide", "stable", "1.2");
         writeBuild(root, "ide", "stable", "1.10");
         writeBuild(root, "ide", "eap", "1.3");
-        // "latest" is reserved; "Latest" is an ordinary build folder.
+        // "latest" is reserved, "Latest" is not; plain files at any level are passed over silently.
         writeBuild(root, "ide", "stable", "latest", QJsonDocument(feedRecord("ide", "latest")).toJson());
         writeBuild(root, "ide", "stable", "Latest", QJsonDocument(feedRecord("ide", "Latest")).toJson());
-        // Plain files at any level are not folders and are passed over silently.
         home.writeFile("tools/apps/README", "x");
         home.writeFile("tools/apps/ide/notes.txt", "x");
         home.writeFile("tools/apps/ide/stable/2.0", "x");
@@ -85,43 +80,35 @@ private slots:
             QStringList(
                 { "ide/eap/1.3", "ide/stable/1.10", "ide/stable/1.2", "ide/stable/Latest", "lint/b/2.0" }));
 
-        const LocalFeedItem &first = scanned->first();
-        QCOMPARE(first.getInstallDir(), QFileInfo(root + "/apps/ide/eap/1.3").canonicalFilePath());
-        QCOMPARE(
-            first.getChannel().getChannelDirectory(), QFileInfo(root + "/apps/ide/eap").canonicalFilePath());
-    }
+        QCOMPARE(scanned->first().getInstallDir(), QFileInfo(root + "/apps/ide/eap/1.3").canonicalFilePath());
+        QCOMPARE(scanned->first().getChannel().getChannelDirectory(),
+            QFileInfo(root + "/apps/ide/eap").canonicalFilePath());
 
-    void linkedChannelsAndBuildsGiveCanonicalPaths()
-    {
-        TempHome home;
-        const QString root = home.path();
+        const QString top = home.path();
         const QString elsewhere = home.path() + "/elsewhere";
         writeBuild(elsewhere, "ide", "real-channel", "1.0");
         writeBuild(elsewhere, "ide", "real-channel", "real-build");
-        QDir().mkpath(root + "/apps/ide/linked");
-        QVERIFY(QFile::link(elsewhere + "/apps/ide/real-channel", root + "/apps/ide/stable"));
-        QVERIFY(QFile::link(elsewhere + "/apps/ide/real-channel/real-build", root + "/apps/ide/linked/2.0"));
+        QDir().mkpath(top + "/apps/ide/linked");
+        QVERIFY(QFile::link(elsewhere + "/apps/ide/real-channel", top + "/apps/ide/stable"));
+        QVERIFY(QFile::link(elsewhere + "/apps/ide/real-channel/real-build", top + "/apps/ide/linked/2.0"));
 
-        const auto scanned = LocalApplicationsFeedLoader(root).start();
-        QCOMPARE(builds(scanned.valueOr({})),
+        const auto linked = LocalApplicationsFeedLoader(top).start();
+        QCOMPARE(builds(linked.valueOr({})),
             QStringList({ "ide/linked/real-build", "ide/stable/1.0", "ide/stable/real-build" }));
         const QString real = QFileInfo(elsewhere).canonicalFilePath() + "/apps/ide/real-channel/";
-        QCOMPARE(scanned->at(0).getInstallDir(), real + "real-build");
-        QVERIFY(scanned->at(1).getInstallDir() == real + "1.0"
-            && scanned->at(1).getApplicationDir() == real + "1.0");
+        QCOMPARE(linked->at(0).getInstallDir(), real + "real-build");
         // The channel id is the name the scan found, not the link's target.
-        QCOMPARE(scanned->at(1).getChannelId(), QString("stable"));
+        QVERIFY(linked->at(1).getInstallDir() == real + "1.0"
+            && linked->at(1).getApplicationDir() == real + "1.0" && linked->at(1).getChannelId() == "stable");
     }
 
-    // A marker of exactly five mebibytes is read, one more byte is not; broken build folders are left
-    // out with their reason, never repaired or removed.
-    void brokenBuildFoldersAreLeftOutWithTheirReason()
+    // Markers up to five mebibytes are read; broken builds are left out with their reason, never removed.
+    void brokenBuildsAreLeftOutAndOneBuildIsRefreshed()
     {
         TempHome home;
         const QString root = home.path();
         const QByteArray record = QJsonDocument(feedRecord("ide", "1.0")).toJson(QJsonDocument::Compact);
         const qint64 limit = 5 * 1024 * 1024; // the documented limit, not the constant that holds it
-        // Trailing white space is valid JSON, so the size alone decides.
         writeBuild(root, "ide", "c", "exact", record + QByteArray(int(limit - record.size()), ' '));
         const QString over
             = writeBuild(root, "ide", "c", "over", record + QByteArray(int(limit - record.size() + 1), ' '));
@@ -146,6 +133,34 @@ private slots:
         QCOMPARE(log.matching(failed + "File is too big: ").size(), 2);
         QVERIFY(QFileInfo(over + "/.feed").size() == limit + 1
             && readFile(array + "/.feed") == "[{\"id\": \"ide\"}]");
+
+        const QString messy = home.path() + "/a/../tools//";
+        LocalApplicationsFeed feed(messy);
+        const QString clean = home.path() + "/tools";
+        QCOMPARE(feed.getInstallRoot(), clean);
+        QVERIFY(QFileInfo(clean + "/apps").isDir() && log.contains(clean + " doesn't exist, creating"));
+        const RemoteFeedItem remote(feedRecord("ide", "1.5"));
+        QCOMPARE(QStringList({ feed.getChannelDir("ide", "stable"), feed.getChannelLatestDir("ide", "stable"),
+                     feed.getInstallDir("stable", remote) }),
+            QStringList({ clean + "/apps/ide/stable", clean + "/apps/ide/stable/latest",
+                clean + "/apps/ide/stable/1.5" }));
+
+        const LocalChannel channel(false, clean + "/apps/ide/stable", "ide", "stable");
+        QCOMPARE(feed.refreshItem(channel, feed.getInstallDir("stable", remote), remote).error(),
+            QString("No item at path"));
+        const QString folder = writeBuild(clean, "ide", "stable", "1.5", "[]");
+        QCOMPARE(
+            feed.refreshItem(channel, folder, remote).error(), QString("Failed to detect installed item"));
+
+        writeBuild(clean, "ide", "stable", "1.5");
+        const auto refreshed = feed.refreshItem(channel, folder, remote);
+        QVERIFY(refreshed && refreshed->getBuild() == "1.5" && refreshed->getChannel() == channel);
+
+        // A detected build is refreshed from the record given, without touching disk.
+        const LocalChannel detected(true, "/opt/ide", "ide", "system");
+        const auto alias = feed.refreshItem(detected, "/opt/ide", remote);
+        QVERIFY(alias && alias->isDetected() && !feed.refreshItem(detected, "/opt/ide", RemoteFeedItem()));
+        QVERIFY(log.contains("Failed to refresh detected application"));
     }
 
     void unreadableMarkerIsLeftOut()
@@ -160,12 +175,12 @@ private slots:
                 { "--reuid=65534", "--regid=65534", "--clear-groups", QCoreApplication::applicationFilePath(),
                     "unreadableMarkerIsLeftOut" });
             QVERIFY(child.waitForFinished(30000));
-            const QString output = QString::fromLocal8Bit(child.readAll());
+            const QString output = child.readAll();
             if (child.exitCode() != 0 && output.isEmpty())
                 QSKIP(qPrintable("cannot drop privileges: " + child.errorString()));
-            QVERIFY2(child.exitCode() == 0, qPrintable(output));
-            QVERIFY2(
-                output.contains("PASS   : LocalScanTest::unreadableMarkerIsLeftOut()"), qPrintable(output));
+            QVERIFY2(child.exitCode() == 0
+                    && output.contains("PASS   : LocalScanTest::unreadableMarkerIsLeftOut()"),
+                qPrintable(output));
             return;
         }
         TempHome home;
@@ -177,41 +192,7 @@ private slots:
         QVERIFY(log.contains("Failed to read .feed marker file: " + build + "/.feed"));
     }
 
-    void feedCreatesItsFoldersAndRefreshesOneBuild()
-    {
-        TempHome home;
-        const QString root = home.path() + "/a/../tools//";
-        LogCapture log;
-        LocalApplicationsFeed feed(root);
-        const QString clean = home.path() + "/tools";
-        QCOMPARE(feed.getInstallRoot(), clean);
-        QVERIFY(QFileInfo(clean + "/apps").isDir() && log.contains(clean + " doesn't exist, creating"));
-        QCOMPARE(feed.getChannelDir("ide", "stable"), clean + "/apps/ide/stable");
-        QCOMPARE(feed.getChannelLatestDir("ide", "stable"), clean + "/apps/ide/stable/latest");
-        const RemoteFeedItem remote(feedRecord("ide", "1.5"));
-        QCOMPARE(feed.getInstallDir("stable", remote), clean + "/apps/ide/stable/1.5");
-
-        const LocalChannel channel(false, clean + "/apps/ide/stable", "ide", "stable");
-        QCOMPARE(feed.refreshItem(channel, feed.getInstallDir("stable", remote), remote).error(),
-            QString("No item at path"));
-        const QString folder = writeBuild(clean, "ide", "stable", "1.5", "[]");
-        QCOMPARE(
-            feed.refreshItem(channel, folder, remote).error(), QString("Failed to detect installed item"));
-
-        writeBuild(clean, "ide", "stable", "1.5");
-        const auto refreshed = feed.refreshItem(channel, folder, remote);
-        QVERIFY2(refreshed, qPrintable(refreshed.error()));
-        QVERIFY(refreshed->getBuild() == "1.5" && refreshed->getChannel() == channel);
-
-        // A detected build is refreshed from the record given, without touching disk.
-        const LocalChannel detected(true, "/opt/ide", "ide", "system");
-        const auto alias = feed.refreshItem(detected, "/opt/ide", remote);
-        QVERIFY(alias && alias->isDetected() && !feed.refreshItem(detected, "/opt/ide", RemoteFeedItem()));
-        QVERIFY(log.contains("Failed to refresh detected application"));
-    }
-
-    // The install root moves by renaming on one file system and by copy and delete across two;
-    // a target that exists (even empty) or a copy that runs out of space leaves both trees as they were.
+    // Renamed on one file system, copied and deleted across two; a failure leaves both trees as they were.
     void moveLocalItems_data()
     {
         QTest::addColumn<QString>("target"); // below the home; under "mnt" on a small file system
@@ -245,7 +226,7 @@ private slots:
         std::optional<TmpfsMount> tmpfs;
         if (!mount.isEmpty() && !tmpfs.emplace(home.path() + "/mnt", mount).mounted)
             QSKIP("cannot mount a tmpfs here");
-        makeTool(home.path() + "/old");
+        makeTool(home);
         if (mount == "256k") // larger than the whole target file system: the copy fails part-way
             home.writeFile("old/apps/ide/stable/1.2/lib/big.bin", QByteArray(1024 * 1024, 'b'));
         if (target.startsWith("new"))
@@ -262,8 +243,7 @@ private slots:
             QVERIFY2(log.contains(fill(line)), qPrintable(line));
         if (!error.isEmpty()) {
             QVERIFY2(!moved && moved.error().contains(fill(error)), qPrintable(moved.error()));
-            QCOMPARE(treeListing(from), before);
-            QCOMPARE(treeListing(to), targetBefore);
+            QVERIFY(treeListing(from) == before && treeListing(to) == targetBefore);
             QCOMPARE(QFileInfo::exists(to), mount.isEmpty());
             QVERIFY(!LocalApplicationsFeed::moveLocalItems(home.path() + "/absent", home.path() + "/x"));
             QVERIFY(!QFileInfo::exists(home.path() + "/x"));
@@ -272,10 +252,9 @@ private slots:
         QVERIFY2(moved, qPrintable(moved.error()));
         QCOMPARE(log.contains("Reverting to copy & delete"), !mount.isEmpty());
         // Same files, same bytes, same permissions, links still relative.
-        QCOMPARE(treeListing(to), before);
+        QVERIFY(treeListing(to) == before && !QFileInfo::exists(from));
         QCOMPARE(QFileInfo(to + "/ide/stable/1.2/launcher").symLinkTarget(),
             QFileInfo(to + "/ide/stable/1.2/bin/ide.sh").absoluteFilePath());
-        QVERIFY(!QFileInfo::exists(from));
         const auto scanned = LocalApplicationsFeedLoader(QFileInfo(to).path()).start();
         QVERIFY(scanned && builds(*scanned) == QStringList({ "ide/stable/1.1", "ide/stable/1.2" }));
     }

@@ -1,7 +1,5 @@
-// The model builder's merge rules, driven by feed documents (each row is a feed, the installed
-// builds, and the model summarised in one line), and the registry of running actions under real
-// threads: one action per key, the global lock with waiters, and the change signal emitted only
-// after the registry's mutex is released.
+// The model builder's merge rules (a feed, the installed builds, the model in one line), and the
+// registry of running actions under real threads.
 
 #include "model/ApplicationManagerModelBuilder.h"
 #include "model/ApplicationManagerModelJSON.h"
@@ -10,10 +8,6 @@
 #include "net/ProgressManager.h"
 #include "support/LogCapture.h"
 
-#include <QAtomicInt>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QThread>
 #include <QtTest>
 #include <memory>
 #include <vector>
@@ -107,30 +101,32 @@ private slots:
         QTest::addColumn<QStringList>("installed");
         QTest::addColumn<QString>("expected");
 
-        QTest::newRow("empty feed") << QStringList() << QStringList() << "";
-        QTest::newRow("expired items never reach the model") << QStringList { "a:1.0,x2026-11-21T00:00:00Z",
-            "a:1.1,v2,x2026-12-01T00:00:00Z", "a:0.9,v3,xnot-a-date" }
-                                                             << QStringList() << "a[0.9 1.1]";
-        QTest::newRow("first of each type, version and quality triple wins")
-            << QStringList { "a:1.0", "a:1.2", "a:1.1", "a:2.0,q2" } << QStringList() << "a[1.2 2.0]";
-        QTest::newRow("remote entries by order value, then name")
-            << QStringList { "b:1,o2", "c:1,o1", "a:1,o2" } << QStringList() << "c[1]; a[1]; b[1]";
-        QTest::newRow("installed channel takes its tool's builds and picks the newest as update")
-            << QStringList { "a:1.0", "a:1.3,q2", "a:1.2,v2", "b:5" } << QStringList { "ch=a:1.1,v2" }
-            << "ch=a:1.1 update 1.2 downgrade 1.0; b[5]";
-        QTest::newRow("a newer build of another quality is held back by the channel's quality")
-            << QStringList { "a:2.0,q2" } << QStringList { "ch=a:1.0" } << "ch=a:1.0";
-        QTest::newRow("the newest older build is the downgrade") << QStringList { "a:0.8", "a:0.9,v2",
-            "a:2.0,q2,v2" } << QStringList { "ch=a:1.0,v2,q2" } << "ch=a:1.0 update 2.0 downgrade 0.9";
-        QTest::newRow("a superseding tool updates the channel it supersedes")
-            << QStringList { "new:2.0,sold" } << QStringList { "ch=old:1.0" } << "ch=old:1.0 update 2.0";
-        QTest::newRow("a detected tool gets a reinstall item only for a build the feed has")
-            << QStringList { "a:1.0", "b:3" } << QStringList { "~x=a:1.0", "~y=b:2" }
-            << "~x=a:1.0 reinstall 1.0; ~y=b:2; a[1.0]; b[3]";
-        QTest::newRow("items of another system are filtered out before the merge")
-            << QStringList { "a:1.0,oswindows", "a:0.9,oslinux", "b:1" } << QStringList() << "a[0.9]; b[1]";
-        QTest::newRow("several builds of a channel: the newest is current, others stay installed")
-            << QStringList { "a:1.2" } << QStringList { "ch=a:1.0", "ch=a:1.1" } << "ch=a:1.1 update 1.2";
+        const auto row
+            = [](const char *tag, const QStringList &feed, const QStringList &installed,
+                  const char *expected) { QTest::newRow(tag) << feed << installed << QString(expected); };
+        row("empty feed", {}, {}, "");
+        row("expired items never reach the model",
+            { "a:1.0,x2026-11-21T00:00:00Z", "a:1.1,v2,x2026-12-01T00:00:00Z", "a:0.9,v3,xnot-a-date" }, {},
+            "a[0.9 1.1]");
+        row("first of each type, version and quality triple wins", { "a:1.0", "a:1.2", "a:1.1", "a:2.0,q2" },
+            {}, "a[1.2 2.0]");
+        row("remote entries by order value, then name", { "b:1,o2", "c:1,o1", "a:1,o2" }, {},
+            "c[1]; a[1]; b[1]");
+        row("installed channel takes its tool's builds and picks the newest as update",
+            { "a:1.0", "a:1.3,q2", "a:1.2,v2", "b:5" }, { "ch=a:1.1,v2" },
+            "ch=a:1.1 update 1.2 downgrade 1.0; b[5]");
+        row("a newer build of another quality is held back by the channel's quality", { "a:2.0,q2" },
+            { "ch=a:1.0" }, "ch=a:1.0");
+        row("the newest older build is the downgrade", { "a:0.8", "a:0.9,v2", "a:2.0,q2,v2" },
+            { "ch=a:1.0,v2,q2" }, "ch=a:1.0 update 2.0 downgrade 0.9");
+        row("a superseding tool updates the channel it supersedes", { "new:2.0,sold" }, { "ch=old:1.0" },
+            "ch=old:1.0 update 2.0");
+        row("a detected tool gets a reinstall item only for a build the feed has", { "a:1.0", "b:3" },
+            { "~x=a:1.0", "~y=b:2" }, "~x=a:1.0 reinstall 1.0; ~y=b:2; a[1.0]; b[3]");
+        row("items of another system are filtered out before the merge",
+            { "a:1.0,oswindows", "a:0.9,oslinux", "b:1" }, {}, "a[0.9]; b[1]");
+        row("several builds of a channel: the newest is current, others stay installed", { "a:1.2" },
+            { "ch=a:1.0", "ch=a:1.1" }, "ch=a:1.1 update 1.2");
     }
 
     void mergesFeedIntoModel()
@@ -153,7 +149,6 @@ private slots:
         QCOMPARE(document["default_updates"].toObject()["count"].toInt(), model.getDefaultUpdatesCount());
         QCOMPARE(document["remote"].toArray().size() + document["remote_other"].toArray().size(),
             model.getRemoteEntries().size());
-        // Every entry is found again by the object the page sends back.
         for (const char *list : { "local", "manual" })
             for (const QJsonValue &entry : document[list].toArray())
                 QVERIFY(model.findLocalEntry(entry.toObject()));
@@ -164,7 +159,6 @@ private slots:
         QVERIFY(!model.findRemoteEntry(QJsonObject()));
     }
 
-    // The page document's keys come in the document's order on the wire.
     void documentKeysKeepTheirOrder()
     {
         const QList<RemoteFeedItem> items { RemoteFeedItem(item("a:1.1")), RemoteFeedItem(item("b:1")) };
@@ -210,10 +204,9 @@ private slots:
         QAtomicInt started;
         std::vector<std::unique_ptr<QThread>> workers;
         std::vector<std::unique_ptr<ActionProgress>> handles(threads);
-        for (int i = 0; i < threads; ++i)
-            handles[size_t(i)].reset(progress());
         for (int i = 0; i < threads; ++i) {
-            ActionProgress *handle = handles[size_t(i)].get();
+            ActionProgress *handle = progress();
+            handles[size_t(i)].reset(handle);
             workers.emplace_back(QThread::create([&pending, &started, handle] {
                 if (pending.startTask(ApplicationPendingActions::localKey("tool", "ch"), handle))
                     started.fetchAndAddOrdered(1);
@@ -226,7 +219,6 @@ private slots:
         QCOMPARE(log.count("startTask collision for key local-tool$$ch"), threads - 1);
         QCOMPARE(pending.pendingActions().keys(), QStringList { "local-tool$$ch" });
 
-        // Another channel of the same tool, the tool itself and update-all are other keys.
         std::unique_ptr<ActionProgress> other(progress()), remote(progress()), all(progress());
         QVERIFY(pending.startTask(ApplicationPendingActions::localKey("tool", "ch2"), other.get()));
         QVERIFY(pending.subscribe(RemoteFeedItem(QJsonObject { { "id", "tool" } }), remote.get()));
@@ -234,7 +226,6 @@ private slots:
         QVERIFY(pending.isUnderUpdateAllProgress());
         QCOMPARE(pending.isUnderUpdateAllProgress()->getProgressId(), all->id());
 
-        // The action ends with its progress, wherever that is destroyed.
         handles.clear();
         QCOMPARE(pending.pendingActions().size(), 3);
         all.reset();
@@ -263,7 +254,6 @@ private slots:
         token.reset();
         QVERIFY(pending.startTask("local-a$$b", refused.get()));
 
-        // With nothing pending the lock is taken at once; a refused subscription disposes of its progress.
         refused.reset();
         token = pending.waitNoPendingActionsAndLockAll();
         QVERIFY(!pending.subscribe(LocalFeedItem(), "Updating", ActionProgress::SingleAction, true));
@@ -271,8 +261,7 @@ private slots:
         QVERIFY(!pending.isGlobalLockHeld());
     }
 
-    // A listener that reads the registry from the signal would deadlock if the signal came
-    // while the mutex is held; each start and each end is announced exactly once.
+    // A listener reading the registry would deadlock were the signal sent under the mutex.
     void changeSignalComesAfterTheMutexIsReleased()
     {
         ApplicationPendingActions pending(&m_progress);

@@ -9,6 +9,7 @@
 #include "projects/ProjectCache.h"
 #include "settings/SettingsManager.h"
 #include "support/TempHome.h"
+#include "support/TestData.h"
 
 #include <QtTest>
 #include <memory>
@@ -23,8 +24,7 @@ Option<Project> byPath(const QList<Project> &projects, const QString &path)
     return None;
 }
 
-// A temporary home where two tools, "forge" and "spark", have recent-projects files, with the
-// manager's settings, one source and the projects manager wired as start-up wires them.
+// Tools "forge" and "spark" with recent-projects files, wired as start-up wires them.
 struct World
 {
     TempHome home;
@@ -65,36 +65,43 @@ private slots:
     {
         World w;
         replaceFile(w.sparkFile, recent(w.base, { "b@3000" }));
-        // A link and the folder it names are one project.
-        QVERIFY(QFile::link(w.base + "/b", w.base + "/link"));
+        QVERIFY(QFile::link(w.base + "/b", w.base + "/link")); // one project with the folder it names
         replaceFile(w.forgeFile, recent(w.base, { "a@1000", "link@2000", "c" }));
         QSignalSpy detected(w.manager.get(), &ProjectsManager::projectsDetected);
 
         LogCapture log;
         QVERIFY(w.manager->updateProjectsNow(ProjectsUpdateReason::Startup));
         QVERIFY(log.contains("Update projects: start-up") && log.contains("3 recent projects detected"));
-        const QList<Project> projects = w.manager->getProjects();
-        // Newest first; a project with no time at all comes last.
+        const QList<Project> projects = w.manager->getProjects(); // newest first, untimed last
         QCOMPARE(paths(projects), (QStringList { w.base + "/b", w.base + "/a", w.base + "/c" }));
         const Project b = projects.first();
         QCOMPARE(
             b.getOpenItems(), (QList<ProjectOpenItem> { { "forge", "ch-forge" }, { "spark", "ch-spark" } }));
         QVERIFY(b.lastModifiedMsecs() == 3000 && b.getName() == "b");
-        // The default is the tool that opened it last.
         QCOMPARE(b.getDefaultOpenItemKey() + " " + projects.at(1).getDefaultOpenItemKey(),
             QString("spark$$ch-spark forge$$ch-forge"));
-        // Nothing changed: nothing published.
         QVERIFY(!w.manager->updateProjectsNow(ProjectsUpdateReason::ModelChanged) && detected.count() == 1);
 
         const QJsonObject json = b.toJson();
         QVERIFY(json.value("path") == w.base + "/b"
-            && json.value("last_modified").toVariant().toLongLong() == 3000);
+            && json.value("last_modified").toVariant().toLongLong() == 3000
+            && !projects.at(2).toJson().contains("last_modified"));
         QCOMPARE(json.value("open_items").toArray().first().toObject(),
             (QJsonObject { { "application_id", "forge" }, { "channel_id", "ch-forge" } }));
-        QVERIFY(!projects.at(2).toJson().contains("last_modified"));
+
+        replaceFile(w.forgeFile, recent(w.base, { "repo@1", "plain@2" }));
+        QCOMPARE(run("git", { "init", "-q", w.base + "/repo" }), 0);
+        QCOMPARE(run("git", { "remote", "add", "origin", "git@github.com:owner/repo" }, w.base + "/repo"), 0);
+        w.manager->updateProjectsNow(ProjectsUpdateReason::Startup);
+
+        const Option<Project> found
+            = w.manager->getProjectByVcsInfo(VcsInfo(VcsType::Git, "https://github.com/owner/repo.git"));
+        QVERIFY(found.value().getFullPath() == w.base + "/repo"
+            && found->getVcsInfos() == QList<VcsInfo> { VcsInfo(VcsType::Git, "git@github.com:owner/repo") });
+        QVERIFY(!w.manager->getProjectByVcsInfo(VcsInfo(VcsType::Git, "https://github.com/owner/other.git")));
     }
 
-    void hiddenProjectComesBackWhenOpenedAgain()
+    void hiddenFavouriteAndDominatingMarksComeFromTheSettings()
     {
         World w;
         replaceFile(w.forgeFile, recent(w.base, { "a@1000", "b@1000", "untimed" }));
@@ -111,22 +118,19 @@ private slots:
             s.setHiddenProject(w.base + "/a", QDateTime::fromMSecsSinceEpoch(5000));
         });
         QTRY_COMPARE_WITH_TIMEOUT(paths(w.manager->getProjects()), QStringList { w.base + "/b" }, 10000);
-        QVERIFY(finished.count() >= 1);
-        QVERIFY(w.settings->getSettings().getHiddenProjects().contains(w.base + "/a"));
+        QVERIFY(
+            finished.count() >= 1 && w.settings->getSettings().getHiddenProjects().contains(w.base + "/a"));
 
         // Opened again later than it was hidden: back, and the hidden mark is dropped from the file.
         replaceFile(w.forgeFile, recent(w.base, { "a@60000", "b@1000", "untimed" }));
         QVERIFY(w.manager->updateProjectsNow(ProjectsUpdateReason::RecentProjectsFileChanged));
         QCOMPARE(paths(w.manager->getProjects()), (QStringList { w.base + "/a", w.base + "/b" }));
-        QVERIFY(!w.settings->getSettings().getHiddenProjects().contains(w.base + "/a"));
-        QVERIFY(w.settings->getSettings().getHiddenProjects().contains(w.base + "/untimed"));
+        QVERIFY(!w.settings->getSettings().getHiddenProjects().contains(w.base + "/a")
+            && w.settings->getSettings().getHiddenProjects().contains(w.base + "/untimed"));
         const QJsonObject hidden = w.settingsOnDisk().value("projects").toObject().value("hidden").toObject();
         QVERIFY2(!hidden.contains(w.base + "/a"), qPrintable(QJsonDocument(w.settingsOnDisk()).toJson()));
-    }
 
-    void favouritesChosenAndDominatingToolsComeFromTheSettings()
-    {
-        World w;
+        // Favourites, chosen tools and dominating tools come from the settings.
         replaceFile(w.forgeFile, recent(w.base, { "a@1", "b@1" }));
         replaceFile(w.sparkFile, recent(w.base, { "b@2", "s@2" }));
         w.manager->updateProjectsNow(ProjectsUpdateReason::Startup);
@@ -140,14 +144,14 @@ private slots:
         });
         QTRY_VERIFY_WITH_TIMEOUT(detected.count() == 1, 10000);
         const Option<Project> b = byPath(w.manager->getProjects(), w.base + "/b");
-        QVERIFY(b->isFavorite() && !byPath(w.manager->getProjects(), w.base + "/a")->isFavorite());
-        QCOMPARE(b->getDefaultOpenItemKey(), QString("forge$$ch-forge"));
+        QVERIFY(b->isFavorite() && !byPath(w.manager->getProjects(), w.base + "/a")->isFavorite()
+            && b->getDefaultOpenItemKey() == "forge$$ch-forge");
 
         // A settings change that touches no project mark looks for nothing.
-        QSignalSpy finished(w.manager.get(), &ProjectsManager::updateFinished);
+        QSignalSpy idle(w.manager.get(), &ProjectsManager::updateFinished);
         w.edit([](SelfSettings &s) { s.setRunOnStartUp(false); });
         QTest::qWait(300);
-        QCOMPARE(finished.count(), 0);
+        QCOMPARE(idle.count(), 0);
 
         // Tools that replace others can open their projects; the default stays with the tool that opened it.
         w.manager->setLocalDominatingItems(
@@ -160,21 +164,6 @@ private slots:
         QCOMPARE(byPath(w.manager->getProjects(), w.base + "/s")->getOpenItems(),
             (QList<ProjectOpenItem> { { "spark", "ch-spark" } }));
         QCOMPARE(a.getDefaultOpenItemKey(), QString("forge$$ch-forge"));
-    }
-
-    void findsTheProjectOfARepositoryLink()
-    {
-        World w;
-        replaceFile(w.forgeFile, recent(w.base, { "repo@1", "plain@2" }));
-        QCOMPARE(run("git", { "init", "-q", w.base + "/repo" }), 0);
-        QCOMPARE(run("git", { "remote", "add", "origin", "git@github.com:owner/repo" }, w.base + "/repo"), 0);
-        w.manager->updateProjectsNow(ProjectsUpdateReason::Startup);
-
-        const Option<Project> found
-            = w.manager->getProjectByVcsInfo(VcsInfo(VcsType::Git, "https://github.com/owner/repo.git"));
-        QCOMPARE(found.value().getFullPath(), w.base + "/repo");
-        QCOMPARE(found->getVcsInfos(), QList<VcsInfo> { VcsInfo(VcsType::Git, "git@github.com:owner/repo") });
-        QVERIFY(!w.manager->getProjectByVcsInfo(VcsInfo(VcsType::Git, "https://github.com/owner/other.git")));
     }
 
     void concurrentUpdatesPublishWholeLists()
@@ -216,12 +205,12 @@ private slots:
         TempHome home;
         const QString base = QFileInfo(home.path()).canonicalFilePath();
         const QString root = home.path() + "/tools";
-        home.writeFile("tools/apps/forge/stable/241.1/.feed",
-            "{\"id\": \"forge\", \"version\": \"2024.1\", \"build\": \"241.1\", \"package\": {\"os\": "
-            "\"linux\", "
-            "\"type\": \"tar.gz\"}, \"lathe_platform\": {\"config\": [{\"directory\": \"Forge2024*\", "
-            "\"recent_projects_filename\": \""
-                + kRecentFile.toUtf8() + "\"}]}}");
+        QJsonObject record = json("{'id': 'forge', 'version': '2024.1', 'build': '241.1', "
+                                  "'package': {'os': 'linux', 'type': 'tar.gz'}}");
+        record["lathe_platform"] = QJsonObject { { "config",
+            QJsonArray { QJsonObject {
+                { "directory", "Forge2024*" }, { "recent_projects_filename", kRecentFile } } } } };
+        home.writeFile("tools/apps/forge/stable/241.1/.feed", QJsonDocument(record).toJson());
         replaceFile(
             home.configHome() + "/Vantrel/Forge2024.1/options/" + kRecentFile, recent(base, { "mine@7" }));
 
@@ -239,9 +228,9 @@ private slots:
         QVERIFY(local.rescan().isSuccessful());
         QTRY_VERIFY_WITH_TIMEOUT(detected.count() == 1, 10000);
         const QList<Project> projects = manager.getProjects();
-        QCOMPARE(paths(projects), QStringList { base + "/mine" });
-        QCOMPARE(
-            projects.first().getOpenItems(), QList<ProjectOpenItem> { ProjectOpenItem("forge", "stable") });
+        QVERIFY(paths(projects) == QStringList { base + "/mine" }
+            && projects.first().getOpenItems()
+                == QList<ProjectOpenItem> { ProjectOpenItem("forge", "stable") });
     }
 };
 

@@ -25,37 +25,6 @@ class FeedRecordsTest : public QObject
 {
     Q_OBJECT
 private slots:
-    void wrongTypedKeysReadAsDefaults()
-    {
-        // Every key of the wrong JSON type; nothing may crash or leak a value.
-        const RemoteFeedItem odd(
-            json("{'id': 17, 'name': ['x'], 'description': {}, 'version': true, 'build': 3, "
-                 "'icon_url': null, 'order_value': '5', 'quality': 'release', 'major_version': [1], "
-                 "'branch': {'name': 2019}, 'package': 'tar.gz', 'uninstall': {'feedback': 'no'}, "
-                 "'expires': 1577836800, 'whats_new': 'text', 'supersedes': {'id': 'x'}, "
-                 "'lathe_platform': 'yes', 'plinth': [], 'post_install': {'steps': {'id': 'x'}}}"));
-        QCOMPARE(QStringList({ odd.getApplicationType(), odd.getPresentableFullName(),
-                                 odd.getPresentableDescription(), odd.getPresentableVersion(), odd.getBuild(),
-                                 odd.getIconUrl(), odd.getDownloadUrl() })
-                     .join(""),
-            QString()); // every one of them empty
-        QVERIFY(odd.orderValue() == 0 && odd.qualityNode().isEmpty() && odd.majorVersionNode().isEmpty()
-            && !odd.branch() && !odd.getPackageType().isValid() && !odd.getExpirationDate()
-            && odd.getUninstallFeedback().isEmpty() && odd.getWhatsNewNode().isEmpty()
-            && odd.getSupersededTypes().isEmpty() && odd.getPostInstallSteps().isEmpty()
-            && !odd.getLathePlatformData() && !odd.getPlinthData() && !odd.isValid());
-
-        const RemoteFeedItem pkg(
-            json("{'package': {'type': 1, 'url': 2, 'strip_directories': '1', 'requirements': [], "
-                 "'checksums': {'alg': 'sha-256'}, 'arguments': 'x', 'command': false}}"));
-        QCOMPARE(QStringList({ pkg.getPackageType().getPackageType(), pkg.getPackageType().getCommand(),
-                                 pkg.getDownloadUrl() })
-                     .join(""),
-            QString());
-        QVERIFY(pkg.getPackageType().getArguments().isEmpty() && pkg.getRequirementsNode().isEmpty()
-            && pkg.getDownloadSize() == 0 && pkg.getStripDirectories() == 0
-            && pkg.getChecksumsField().isEmpty());
-    }
 
     void namesAndBuildsFallBack_data()
     {
@@ -104,7 +73,6 @@ private slots:
     {
         QFETCH(QJsonValue, size);
         QFETCH(int, expected);
-        // Order values use the same rule.
         const RemoteFeedItem entry(QJsonObject { { "package", QJsonObject { { "size", size } } },
             { "order_value", size }, { "quality", QJsonObject { { "order_value", size } } } });
         QVERIFY(entry.getDownloadSize() == expected && entry.orderValue() == expected
@@ -112,7 +80,7 @@ private slots:
         QCOMPARE(RemotePatchItem(QJsonObject { { "size", size } }).getDownloadSize(), expected);
     }
 
-    void readsOptionalValues()
+    void readsOptionalValuesSubRecordsAndWrongTypes()
     {
         QCOMPARE(RemoteFeedItem(json("{'branch': {'name': 'stable'}}")).branch(), Option<QString>("stable"));
         QCOMPARE(RemoteFeedItem(json("{'branch': {'name': ''}}")).branch(), Option<QString>(""));
@@ -134,6 +102,72 @@ private slots:
         QCOMPARE(listed.getSupersededTypes(), QStringList({ "old", "older" }));
         QCOMPARE(listed.getChecksumsField(),
             FeedChecksums({ FeedChecksum("sha-256", "ab"), FeedChecksum("", "cd"), FeedChecksum("", "") }));
+
+        const RemoteFeedItem entry(
+            json("{'lathe_platform': {'shell_script_name': 'tool.sh', 'vmoptions': 'bin/tool64.vmoptions', "
+                 "'startup_wm_class': 'tool-ide', 'incompatible_vmoptions': ['-Xverify:none', 5, true, {}], "
+                 "'config': [{'directory': 'Tool2018.3', 'recent_projects_filename': 'recent.xml'}, "
+                 "{'show_single_project': false}, {'show_single_project': 'false'}, 7], "
+                 "'data_location': '~/data'}}"));
+        const LathePlatformData lathe = entry.getLathePlatformData().value();
+        QCOMPARE(QStringList({ *lathe.getShellScriptName(), lathe.getVmOptionsFile(),
+                     lathe.getStartupWMClass(), lathe.getDataLocation() }),
+            QStringList({ "tool.sh", "bin/tool64.vmoptions", "tool-ide", "~/data" }));
+        QCOMPARE(lathe.getIncompatibleOptions(), QStringList({ "-Xverify:none", "5", "true", "" }));
+        const QList<LatheConfiguration> configs = lathe.getConfigurations();
+        QVERIFY(configs.size() == 4 && configs.at(0).getConfigDirectoryPattern() == "Tool2018.3");
+        QVERIFY(configs.at(0).getShowSingleProject() && !configs.at(1).getShowSingleProject()
+            && configs.at(2).getShowSingleProject()); // a string is not a boolean
+        QVERIFY(configs.at(3).toJson().isEmpty()
+            && !LathePlatformData(json("{'shell_script_name': 1}")).getShellScriptName());
+
+        const ApplicationPackageType run
+            = RemoteFeedItem(json("{'package': {'type': 'run', 'command': 'install.sh', "
+                                  "'arguments': ['--silent', 3, '--prefix']}}"))
+                  .getPackageType();
+        QCOMPARE(QStringList(run.getCommand()) + run.getArguments(),
+            QStringList({ "install.sh", "--silent", "--prefix" }));
+
+        const PlinthData plinth(
+            json("{'first_install_arguments': ['/quiet', 1], "
+                 "'subsequent_install_arguments': [], 'uninstall_arguments': '/uninstall'}"));
+        QCOMPARE(plinth.getFirstInstallArguments().value(), QStringList({ "/quiet", "1" }));
+        const QString compact = QJsonDocument(plinth.toJson()).toJson(QJsonDocument::Compact);
+        QCOMPARE(plinth.getSubsequentInstallArguments().error(),
+            "Property 'subsequent_install_arguments' value in plinth data should not be empty: " + compact);
+        QCOMPARE(plinth.getUninstallArguments().error(),
+            "Expected property 'uninstall_arguments' in plinth data " + compact);
+        QCOMPARE(PlinthData().getFirstInstallArguments().error(),
+            QString("Expected property 'first_install_arguments' in plinth data {}"));
+        QVERIFY(RemoteFeedItem(json("{'plinth': {}}")).getPlinthData().has_value());
+
+        const RemoteFeedItem odd(
+            json("{'id': 17, 'name': ['x'], 'description': {}, 'version': true, 'build': 3, "
+                 "'icon_url': null, 'order_value': '5', 'quality': 'release', 'major_version': [1], "
+                 "'branch': {'name': 2019}, 'package': 'tar.gz', 'uninstall': {'feedback': 'no'}, "
+                 "'expires': 1577836800, 'whats_new': 'text', 'supersedes': {'id': 'x'}, "
+                 "'lathe_platform': 'yes', 'plinth': [], 'post_install': {'steps': {'id': 'x'}}}"));
+        QCOMPARE(QStringList({ odd.getApplicationType(), odd.getPresentableFullName(),
+                                 odd.getPresentableDescription(), odd.getPresentableVersion(), odd.getBuild(),
+                                 odd.getIconUrl(), odd.getDownloadUrl() })
+                     .join(""),
+            QString()); // every one of them empty
+        QVERIFY(odd.orderValue() == 0 && odd.qualityNode().isEmpty() && odd.majorVersionNode().isEmpty()
+            && !odd.branch() && !odd.getPackageType().isValid() && !odd.getExpirationDate()
+            && odd.getUninstallFeedback().isEmpty() && odd.getWhatsNewNode().isEmpty()
+            && odd.getSupersededTypes().isEmpty() && odd.getPostInstallSteps().isEmpty()
+            && !odd.getLathePlatformData() && !odd.getPlinthData() && !odd.isValid());
+
+        const RemoteFeedItem pkg(
+            json("{'package': {'type': 1, 'url': 2, 'strip_directories': '1', 'requirements': [], "
+                 "'checksums': {'alg': 'sha-256'}, 'arguments': 'x', 'command': false}}"));
+        QCOMPARE(QStringList({ pkg.getPackageType().getPackageType(), pkg.getPackageType().getCommand(),
+                                 pkg.getDownloadUrl() })
+                     .join(""),
+            QString());
+        QVERIFY(pkg.getPackageType().getArguments().isEmpty() && pkg.getRequirementsNode().isEmpty()
+            && pkg.getDownloadSize() == 0 && pkg.getStripDirectories() == 0
+            && pkg.getChecksumsField().isEmpty());
     }
 
     void validity_data()
@@ -175,8 +209,35 @@ private slots:
         QCOMPARE(isValid, valid);
     }
 
-    void identityAndHashing()
+    void identitySortAndDebugForms()
     {
+        // Names differing in case, equal builds written differently: the same order as a stable sort.
+        QRandomGenerator random(42);
+        const QStringList names { "Alpha", "alpha", "Beta", "gamma", "Gamma", "delta" };
+        QList<RemoteFeedItem> items;
+        for (int i = 0; i < 600; ++i) {
+            const QString build = QString("%1%2%3")
+                                      .arg(random.bounded(180, 184))
+                                      .arg(random.bounded(2) ? "." : "_")
+                                      .arg(random.bounded(50));
+            items << item("id" + QString::number(i % 9), build, random.bounded(1, 3), random.bounded(1, 4),
+                names.at(random.bounded(names.size())));
+        }
+        QList<RemoteFeedItem> expected = items;
+        std::stable_sort(expected.begin(), expected.end(), RemoteFeedItem::compareByNameAndVersion);
+        sortByNameAndVersion(items);
+        QCOMPARE(items, expected);
+
+        const RemoteFeedItem entry(json("{'id': 'tool', 'version': '2018.3', 'build': '183.1', "
+                                        "'icon_url': 'data:image/png;base64,AAAA', 'kept': {'x': [1, 2]}}"));
+        QCOMPARE(entry.toJson(false), entry.toJson());
+        QJsonObject stored = entry.toJson(), debug = stored;
+        stored["icon_url"] = ApplicationIconHolder::storeIcon("data:image/png;base64,AAAA");
+        debug["icon_url"] = "...removed...";
+        QCOMPARE(entry.toJson(true), stored);
+        QCOMPARE(QJsonDocument::fromJson(entry.toDebugString().toUtf8()).object(), debug);
+        QCOMPARE(entry.getIconUrl(), QString("data:image/png;base64,AAAA")); // the record itself is unchanged
+
         const QJsonObject base = item("tool", "183.1").toJson();
         QJsonObject withUnknown = base;
         withUnknown.insert("future_key", QJsonObject { { "a", 1 } });
@@ -185,16 +246,15 @@ private slots:
         QCOMPARE(qHash(a), qHash(c));
 
         // The version stands in for a missing build on both sides.
-        QVERIFY(RemoteFeedItem(json("{'id': 'tool', 'version': '183.1'}")).isEqualByID(a));
-        QVERIFY(!RemoteFeedItem(json("{'id': 'other', 'version': '183.1'}")).isEqualByID(a));
-        QVERIFY(!item("tool", "183.2").isEqualByID(a));
+        QVERIFY(RemoteFeedItem(json("{'id': 'tool', 'version': '183.1'}")).isEqualByID(a)
+            && !RemoteFeedItem(json("{'id': 'other', 'version': '183.1'}")).isEqualByID(a)
+            && !item("tool", "183.2").isEqualByID(a));
 
-        // Equal items land in one slot of a set, different ones do not.
         QSet<RemoteFeedItem> set { a, b, c, item("tool", "183.2"), RemoteFeedItem(base) };
         QVERIFY(set.size() == 3 && set.contains(RemoteFeedItem(withUnknown)));
 
-        const RemotePatchItem p1(json(kPatch12));
-        const RemotePatchItem p2(json("{'application_id': 't', 'from_build': '1', 'to_build': '2', 'x': 1}"));
+        const RemotePatchItem p1(json(kPatch12)),
+            p2(json("{'application_id': 't', 'from_build': '1', 'to_build': '2', 'x': 1}"));
         QVERIFY(p1 != p2 && QSet<RemotePatchItem>({ p1, p2, RemotePatchItem(p1.toJson()) }).size() == 2);
 
         // Qualities and major versions are equal by order value alone.
@@ -204,10 +264,7 @@ private slots:
             1);
         QVERIFY(ApplicationMajorVersion(json("{'order_value': 2, 'x': 1}"))
             == ApplicationMajorVersion(json("{'order_value': 2}")));
-    }
 
-    void sorts()
-    {
         const auto order = [](QList<RemoteFeedItem> items, auto less) {
             std::sort(items.begin(), items.end(), less);
             QStringList result;
@@ -230,9 +287,6 @@ private slots:
                 RemoteFeedItem::compareByNameAndVersion),
             QStringList({ "Alpha 10", "alpha 9", "Beta 10", "beta 9", "c 1" }));
         // The lexical variant compares "name version" as text: "10" before "9".
-        const QList<RemoteFeedItem> lexical { item("x", "9", 1, 1, "X"), item("x", "10", 1, 1, "x") };
-        QCOMPARE(order(lexical, RemoteFeedItem::compareByNameAndVersionLexical).first(), QString("x 10"));
-        QCOMPARE(order(lexical, RemoteFeedItem::compareByNameAndVersion).first(), QString("x 10"));
         QVERIFY(RemoteFeedItem::compareByNameAndVersionLexical(
                     item("x", "10", 1, 1, "X"), item("x", "9", 1, 1, "x"))
             && !RemoteFeedItem::compareByNameAndVersionLexical(
@@ -251,75 +305,7 @@ private slots:
         QCOMPARE(patchOrder.join(' '), QString("183.9>183.10 183.9>183.12 183.10>183.11 183.10>183.12"));
     }
 
-    void decoratedSortMatchesTheComparator()
-    {
-        // Many builds of few tools, names differing only in case, mixed major
-        // versions and equal builds written differently: the fast sort must
-        // give exactly the order of a stable sort with the plain comparator.
-        QRandomGenerator random(42);
-        const QStringList names { "Alpha", "alpha", "Beta", "gamma", "Gamma", "delta" };
-        QList<RemoteFeedItem> items;
-        for (int i = 0; i < 600; ++i) {
-            const QString build = QString("%1%2%3")
-                                      .arg(random.bounded(180, 184))
-                                      .arg(random.bounded(2) ? "." : "_")
-                                      .arg(random.bounded(50));
-            items << item("id" + QString::number(i % 9), build, random.bounded(1, 3), random.bounded(1, 4),
-                names.at(random.bounded(names.size())));
-        }
-        QList<RemoteFeedItem> expected = items;
-        std::stable_sort(expected.begin(), expected.end(), RemoteFeedItem::compareByNameAndVersion);
-        sortByNameAndVersion(items);
-        QCOMPARE(items, expected);
-        sortByNameAndVersion(expected = {});
-        QVERIFY(expected.isEmpty());
-    }
-
-    void iconsAndDebugForms()
-    {
-        const RemoteFeedItem entry(json("{'id': 'tool', 'version': '2018.3', 'build': '183.1', "
-                                        "'icon_url': 'data:image/png;base64,AAAA', 'kept': {'x': [1, 2]}}"));
-        QCOMPARE(entry.toJson(false), entry.toJson());
-        QJsonObject stored = entry.toJson(), debug = stored;
-        stored["icon_url"] = ApplicationIconHolder::storeIcon("data:image/png;base64,AAAA");
-        debug["icon_url"] = "...removed...";
-        QCOMPARE(entry.toJson(true), stored);
-        QCOMPARE(QJsonDocument::fromJson(entry.toDebugString().toUtf8()).object(), debug);
-        QCOMPARE(entry.getIconUrl(), QString("data:image/png;base64,AAAA")); // the record itself is unchanged
-    }
-
-    void subRecordsReadTheirKeys()
-    {
-        const RemoteFeedItem entry(
-            json("{'lathe_platform': {'shell_script_name': 'tool.sh', 'vmoptions': 'bin/tool64.vmoptions', "
-                 "'startup_wm_class': 'tool-ide', 'incompatible_vmoptions': ['-Xverify:none', 5, true, {}], "
-                 "'config': [{'directory': 'Tool2018.3', 'recent_projects_filename': 'recent.xml'}, "
-                 "{'show_single_project': false}, {'show_single_project': 'false'}, 7], "
-                 "'data_location': '~/data'}}"));
-        const LathePlatformData lathe = entry.getLathePlatformData().value();
-        QCOMPARE(lathe.getShellScriptName(), Option<QString>("tool.sh"));
-        QCOMPARE(
-            QStringList({ lathe.getVmOptionsFile(), lathe.getStartupWMClass(), lathe.getDataLocation() }),
-            QStringList({ "bin/tool64.vmoptions", "tool-ide", "~/data" }));
-        QCOMPARE(lathe.getIncompatibleOptions(), QStringList({ "-Xverify:none", "5", "true", "" }));
-        const QList<LatheConfiguration> configs = lathe.getConfigurations();
-        QVERIFY(configs.size() == 4 && configs.at(0).getConfigDirectoryPattern() == "Tool2018.3");
-        // A string is not a boolean.
-        QCOMPARE(QList<bool>({ configs.at(0).getShowSingleProject(), configs.at(1).getShowSingleProject(),
-                     configs.at(2).getShowSingleProject() }),
-            QList<bool>({ true, false, true }));
-        QVERIFY(configs.at(3).toJson().isEmpty()
-            && !LathePlatformData(json("{'shell_script_name': 1}")).getShellScriptName());
-
-        const ApplicationPackageType run
-            = RemoteFeedItem(json("{'package': {'type': 'run', 'command': 'install.sh', "
-                                  "'arguments': ['--silent', 3, '--prefix']}}"))
-                  .getPackageType();
-        QCOMPARE(QStringList(run.getCommand()) + run.getArguments(),
-            QStringList({ "install.sh", "--silent", "--prefix" }));
-    }
-
-    void postInstallSteps()
+    void postInstallStepsAndTemplates()
     {
         const RemoteFeedItem entry(
             json("{'post_install': {'steps': [{'id': 'first', 'enabled': false, 'required': false, "
@@ -345,10 +331,7 @@ private slots:
         for (const PostInstallStep &step : steps.mid(2))
             QVERIFY(step.getEnabled() && step.isRequired() && !step.isProgressVisible()
                 && !step.getLatheOptions() && step.getCommands().isEmpty());
-    }
 
-    void templatesExpand()
-    {
         TempHome home;
         const PostInstallStep::Command command(json("{'arguments': ['$HOME/.tool', '--temp=$TEMP/x', "
                                                     "'$TEMP$HOME', '$home and $temp', 12, '$HOMEWARD', "
@@ -374,22 +357,6 @@ private slots:
         QCOMPARE(lathe.getDefaultPluginsDirectory(), home.dataHome() + "/Tool/plugins|" + home.path() + "/p");
         QCOMPARE(lathe.getDefaultLogsDirectory(), QString("/win/roaming/a;/b;$TEMP;$xdg_config_home"));
         QCOMPARE(LathePlatformData().getDefaultConfigDirectory(), QString());
-    }
-
-    void plinthArgumentsFailClearly()
-    {
-        const PlinthData plinth(
-            json("{'first_install_arguments': ['/quiet', 1], "
-                 "'subsequent_install_arguments': [], 'uninstall_arguments': '/uninstall'}"));
-        QCOMPARE(plinth.getFirstInstallArguments().value(), QStringList({ "/quiet", "1" }));
-        const QString compact = QJsonDocument(plinth.toJson()).toJson(QJsonDocument::Compact);
-        QCOMPARE(plinth.getSubsequentInstallArguments().error(),
-            "Property 'subsequent_install_arguments' value in plinth data should not be empty: " + compact);
-        QCOMPARE(plinth.getUninstallArguments().error(),
-            "Expected property 'uninstall_arguments' in plinth data " + compact);
-        QCOMPARE(PlinthData().getFirstInstallArguments().error(),
-            QString("Expected property 'first_install_arguments' in plinth data {}"));
-        QVERIFY(RemoteFeedItem(json("{'plinth': {}}")).getPlinthData().has_value());
     }
 };
 

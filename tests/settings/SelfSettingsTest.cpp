@@ -26,11 +26,10 @@ private:
                 .join(""),
             QString());
         QCOMPARE(s.getApplicationInstallDirectory(), SelfSettings::defaultApplicationInstallDirectory());
-        QVERIFY(!s.getHangarUpdatesFilter().branchFilter && !s.findNetworkDownloadTimeout());
-        QVERIFY(s.getOrdering(false).isEmpty() && s.getOrdering(true).isEmpty()
-            && !s.getOrderingIndex("a", "ch-0"));
-        QVERIFY(s.getHiddenProjects().isEmpty() && s.getSpecialProjects().isEmpty()
-            && !s.getDefaultOpenItem("/p"));
+        QVERIFY(!s.getHangarUpdatesFilter().branchFilter && !s.findNetworkDownloadTimeout()
+            && s.getOrdering(false).isEmpty() && s.getOrdering(true).isEmpty()
+            && !s.getOrderingIndex("a", "ch-0") && s.getHiddenProjects().isEmpty()
+            && s.getSpecialProjects().isEmpty() && !s.getDefaultOpenItem("/p"));
     }
 
 private slots:
@@ -39,8 +38,8 @@ private slots:
         TempHome home;
         verifyDefaults(SelfSettings());
         verifyDefaults(SelfSettings(SelfSettings::defaultContent()));
-        QCOMPARE(SelfSettings::defaultApplicationInstallDirectory(), home.dataHome() + "/Vantrel");
-        QVERIFY(SelfSettings().findWrongTypedKeys().isEmpty());
+        QVERIFY(SelfSettings::defaultApplicationInstallDirectory() == home.dataHome() + "/Vantrel"
+            && SelfSettings().findWrongTypedKeys().isEmpty());
 
         // Keys of the wrong type read as defaults, each one named.
         const SelfSettings s = fromText(R"({
@@ -62,13 +61,13 @@ private slots:
             QVERIFY2(problems.contains(problem), problem);
         QCOMPARE(problems.size(), 24);
 
-        // Numbers out of int range and fractions are not integers either.
+        // Numbers out of int range are not integers either.
         QCOMPARE(fromText(R"({"network": {"download_timeout": 1e12}})").getNetworkDownloadTimeout(), 300000);
         QCOMPARE(fromText(R"({"network": {"download_timeout": 1500}})").findNetworkDownloadTimeout(),
             Option<int>(1500));
     }
 
-    void settersWriteTheDocumentedKeys()
+    void settersWriteTheDocumentedKeysAndOrderingKeepsOnePlacePerItem()
     {
         SelfSettings s;
         s.setRunOnStartUp(false);
@@ -105,68 +104,44 @@ private slots:
         const QJsonObject cleared = s.toJson();
         for (const char *key : { "network", "privacy_policy", "vantrel_account", "ui" })
             QVERIFY2(!cleared.contains(key) || cleared.value(key).toObject().isEmpty(), key);
-        QCOMPARE(s.getNetworkDownloadTimeout(), 300000);
-        QVERIFY(!s.getHangarUpdatesFilter().branchFilter.has_value());
-    }
+        QVERIFY(
+            s.getNetworkDownloadTimeout() == 300000 && !s.getHangarUpdatesFilter().branchFilter.has_value());
 
-    void orderingListsKeepOnePlacePerItem()
-    {
-        SelfSettings s;
+        SelfSettings o;
         for (const char *id : { "a", "b", "a" }) // the second "a" is already there
-            s.addItemToOrdering(id, "ch-0", false);
-        s.addItemToOrdering("c", "ch-1", true);
-        QVERIFY(s.getOrdering(false).size() == 2 && !s.getOrderingIndex("c", "ch-1", false));
-        QVERIFY(s.getOrderingIndex("b", "ch-0") == 1 && s.getOrderingIndex("c", "ch-1") == 0);
+            o.addItemToOrdering(id, "ch-0", false);
+        o.addItemToOrdering("c", "ch-1", true);
+        QVERIFY(o.getOrdering(false).size() == 2 && !o.getOrderingIndex("c", "ch-1", false)
+            && o.getOrderingIndex("b", "ch-0") == 1 && o.getOrderingIndex("c", "ch-1") == 0);
 
-        s.setOrderingIndex("b", "ch-0", 0, false);
-        QCOMPARE(s.getOrdering(false).first(), (SettingsItemKey { "b", "ch-0" }));
-        s.setOrderingIndex("z", "ch-0", 99, false); // clamped to the end
-        s.setOrderingIndex("y", "ch-0", -4, false); // clamped to the start
-        QVERIFY(s.getOrderingIndex("z", "ch-0", false) == 3 && s.getOrderingIndex("y", "ch-0", false) == 0);
+        o.setOrderingIndex("b", "ch-0", 0, false);
+        QCOMPARE(o.getOrdering(false).first(), (SettingsItemKey { "b", "ch-0" }));
+        o.setOrderingIndex("z", "ch-0", 99, false); // clamped to the end
+        o.setOrderingIndex("y", "ch-0", -4, false); // clamped to the start
+        QVERIFY(o.getOrderingIndex("z", "ch-0", false) == 3 && o.getOrderingIndex("y", "ch-0", false) == 0);
 
         // The manual list wins the lookup when an item is in both.
-        s.addItemToOrdering("b", "ch-0", true);
-        QCOMPARE(s.getOrderingIndex("b", "ch-0"), Option<int>(1));
-        s.removeItemFromOrdering("b", "ch-0");
-        QVERIFY(!s.getOrderingIndex("b", "ch-0"));
-        QCOMPARE(s.toJson().value("ordering").toObject().value("local").toArray().first().toObject(),
+        o.addItemToOrdering("b", "ch-0", true);
+        QCOMPARE(o.getOrderingIndex("b", "ch-0"), Option<int>(1));
+        o.removeItemFromOrdering("b", "ch-0");
+        QVERIFY(!o.getOrderingIndex("b", "ch-0"));
+        QCOMPARE(o.toJson().value("ordering").toObject().value("local").toArray().first().toObject(),
             parse(R"({"application_id": "y", "channel_id": "ch-0"})"));
 
-        s.removeOrdering(true);
-        QVERIFY(s.getOrdering(true).isEmpty() && s.getOrdering(false).size() == 3);
+        o.removeOrdering(true);
+        QVERIFY(o.getOrdering(true).isEmpty() && o.getOrdering(false).size() == 3);
 
         // Damaged entries are skipped, not fatal.
         const SelfSettings damaged = fromText(R"({"ordering": {"local": [1, {"application_id": "a"},
             {"application_id": "b", "channel_id": "ch-0"}]}})");
-        QCOMPARE(damaged.getOrdering(false), (QList<SettingsItemKey> { { "b", "ch-0" } }));
-        QCOMPARE(damaged.getOrderingIndex("b", "ch-0"), Option<int>(2));
+        QVERIFY(damaged.getOrdering(false) == (QList<SettingsItemKey> { { "b", "ch-0" } })
+            && damaged.getOrderingIndex("b", "ch-0") == 2);
     }
 
-    void resetKeepsProjectsAccountAndDetectedProxy()
-    {
-        SelfSettings s = fromText(R"({
-            "autostart": false, "ui": {"hotkey": "F1"}, "install_location": "/x",
-            "ordering": {"local": [{"application_id": "a", "channel_id": "ch-0"}]},
-            "update": {"install_automatically": false, "filter": {"quality_filter": {"order_value": 5}}},
-            "network": {"download_timeout": 10}, "shell_scripts": {"enabled": true},
-            "proxy": {"enabled": true, "host": "h", "port": 1, "auth": {"username": "u"}},
-            "projects": {"hidden": {"/p": 1}}, "vantrel_account": {"active": "acc"},
-            "privacy_policy": {"eua_accepted_version": "3"}
-        })");
-        s.resetToDefaults();
-        QCOMPARE(s.toJson(), parse(R"({
-            "autostart": true, "update": {"filter": {"quality_filter": {"order_value": 10000}}},
-            "proxy": {"enabled": true, "host": "h", "port": 1},
-            "projects": {"hidden": {"/p": 1}}, "vantrel_account": {"active": "acc"},
-            "privacy_policy": {"eua_accepted_version": "3"}
-        })"));
-    }
-
-    void removeOutdatedDropsVanishedProjectsAndBadTimeouts()
+    void resetAndRemoveOutdatedKeepWhatStillHolds()
     {
         QTemporaryDir dir;
-        const QString alive = dir.path();
-        const QString gone = dir.path() + "/gone";
+        const QString alive = dir.path(), gone = dir.path() + "/gone";
         SelfSettings s;
         for (const QString &project : { alive, gone }) {
             s.setHiddenProject(project, QDateTime::currentDateTime());
@@ -175,21 +150,37 @@ private slots:
         }
         s.setNetworkDownloadTimeout(60000);
         s.removeOutdated();
-        QCOMPARE(s.getHiddenProjects().keys(), QStringList { alive });
-        QCOMPARE(s.getSpecialProjects().value("favorite"), QSet<QString> { alive });
-        QVERIFY(s.getDefaultOpenItem(alive) && !s.getDefaultOpenItem(gone));
-        QCOMPARE(s.findNetworkDownloadTimeout(), Option<int>(60000));
+        QVERIFY(s.getHiddenProjects().keys() == QStringList { alive }
+            && s.getSpecialProjects().value("favorite") == QSet<QString> { alive });
+        QVERIFY(s.getDefaultOpenItem(alive) && !s.getDefaultOpenItem(gone)
+            && s.findNetworkDownloadTimeout() == 60000);
 
         for (const QByteArray bad : { "0", "-5", "\"x\"", "1.5" }) {
             SelfSettings t = fromText(R"({"network": {"download_timeout": )" + bad + "}}");
             QTest::ignoreMessage(QtWarningMsg, QRegularExpression("^Removing invalid download timeout"));
             t.removeOutdated();
-            QVERIFY2(!t.findNetworkDownloadTimeout().has_value(), bad.constData());
-            QCOMPARE(t.toJson(), QJsonObject());
+            QVERIFY2(!t.findNetworkDownloadTimeout().has_value() && t.toJson().isEmpty(), bad.constData());
         }
-        // Nothing to drop: nothing changes.
+        // A reset keeps projects, the account and a detected proxy.
+        SelfSettings r = fromText(R"({
+            "autostart": false, "ui": {"hotkey": "F1"}, "install_location": "/x",
+            "ordering": {"local": [{"application_id": "a", "channel_id": "ch-0"}]},
+            "update": {"install_automatically": false, "filter": {"quality_filter": {"order_value": 5}}},
+            "network": {"download_timeout": 10}, "shell_scripts": {"enabled": true},
+            "proxy": {"enabled": true, "host": "h", "port": 1, "auth": {"username": "u"}},
+            "projects": {"hidden": {"/p": 1}}, "vantrel_account": {"active": "acc"},
+            "privacy_policy": {"eua_accepted_version": "3"}
+        })");
+        r.resetToDefaults();
+        QCOMPARE(r.toJson(), parse(R"({
+            "autostart": true, "update": {"filter": {"quality_filter": {"order_value": 10000}}},
+            "proxy": {"enabled": true, "host": "h", "port": 1},
+            "projects": {"hidden": {"/p": 1}}, "vantrel_account": {"active": "acc"},
+            "privacy_policy": {"eua_accepted_version": "3"}
+        })"));
+
         SelfSettings copy = fromText(R"({"autostart": false})");
-        copy.removeOutdated();
+        copy.removeOutdated(); // nothing to drop: nothing changes
         QCOMPARE(copy, fromText(R"({"autostart": false})"));
     }
 };

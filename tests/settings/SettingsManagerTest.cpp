@@ -17,7 +17,7 @@ class SettingsManagerTest : public QObject
 {
     Q_OBJECT
     static QJsonObject parse(const QByteArray &text) { return QJsonDocument::fromJson(text).object(); }
-    // A save replaces the file, so a new inode or a new modification time means it was written.
+    // A save replaces the file: a new inode or modification time.
     static QPair<ino_t, qint64> stampOf(const QString &path)
     {
         struct stat info;
@@ -34,7 +34,6 @@ class SettingsManagerTest : public QObject
     }
 
 private slots:
-    // Also: the proxy record written at every start is no change when the proxy is the same.
     void createsTheFileAndWritesAndSignalsOnlyRealChanges()
     {
         TempHome home;
@@ -46,10 +45,9 @@ private slots:
         QSignalSpy changed(manager.get(), &SettingsManager::settingsChanged);
 
         QVERIFY(manager->updateSettings([](SelfSettings &s) { s.setChannelRollbackHistoryDepth(7); }));
-        QVERIFY(changed.count() == 1
-            && changed.at(0).at(0).value<SelfSettings>().getChannelRollbackHistoryDepth() == 2);
-        QCOMPARE(changed.at(0).at(1).value<SelfSettings>().getChannelRollbackHistoryDepth(), 7);
-        QCOMPARE(readJson(path).value("channel_rollback_max_history"), QJsonValue(7));
+        QVERIFY(changed.count() == 1 && readJson(path).value("channel_rollback_max_history") == 7
+            && changed.at(0).at(0).value<SelfSettings>().getChannelRollbackHistoryDepth() == 2
+            && changed.at(0).at(1).value<SelfSettings>().getChannelRollbackHistoryDepth() == 7);
         const auto stamp = stampOf(path);
         QVERIFY(manager->updateSettings([](SelfSettings &s) {
             s.setChannelRollbackHistoryDepth(7);
@@ -60,7 +58,7 @@ private slots:
 
         for (const QNetworkProxy &proxy : { QNetworkProxy(QNetworkProxy::HttpProxy, "127.0.0.1", 3128),
                  QNetworkProxy(QNetworkProxy::NoProxy) }) {
-            QVERIFY(manager->setProxyConfig(proxy)); // a change the first time
+            QVERIFY(manager->setProxyConfig(proxy)); // a change the first time, not at the next start
             manager = std::make_unique<SettingsManager>(path, nullptr, memoryOnly());
             QSignalSpy restarted(manager.get(), &SettingsManager::settingsChanged);
             const auto written = stampOf(path);
@@ -68,8 +66,7 @@ private slots:
         }
     }
 
-    // An unreadable file is read as defaults and left alone until a real change; then
-    // it is copied aside first, and while that cannot be done it is not replaced at all.
+    // Read as defaults and left alone until a real change; then copied aside first, or not replaced at all.
     void unreadableFileIsNeverLost_data()
     {
         QTest::addColumn<QByteArray>("content"); // "<fifo>", "<folder>": not a file
@@ -140,7 +137,7 @@ private slots:
         QCOMPARE(readFile(path + ".broken"), content); // only the unreadable file is kept
     }
 
-    void wrongTypedKeysAreLoggedAndReadAsDefaultsWithoutRewritingTheFile()
+    void damagedAndOldFilesAreReadWithoutLoss()
     {
         TempHome home;
         const QByteArray content = R"({"autostart": "no", "channel_rollback_max_history": 4,
@@ -151,20 +148,15 @@ private slots:
         QVERIFY(
             log.contains("Failed to load Hangar settings: \"autostart\" is not a boolean, using the default")
             && log.contains("\"network -> download_timeout\" is not an integer, using the default"));
-        // The good keys stay in force, the file as it was.
         QVERIFY(manager.getSettings().getRunOnStartUp()
-            && manager.getSettings().getChannelRollbackHistoryDepth() == 4);
-        QCOMPARE(readFile(path), content);
+            && manager.getSettings().getChannelRollbackHistoryDepth() == 4 && readFile(path) == content);
 
         // A change elsewhere keeps the user's other keys, damaged ones included.
         QVERIFY(manager.updateSettings([](SelfSettings &s) { s.setAllowAnonymousStatistics(true); }));
         QVERIFY(readJson(path).value("autostart") == "no" && !QFile::exists(path + ".broken"));
-    }
 
-    void migratesOldFilesOnceAndEnablesLaunchersOnlyWithAFolder()
-    {
-        TempHome home;
-        const QString path = home.writeFile(".local/share/Vantrel/Hangar/.settings.json",
+        // Old files are migrated once; launchers are enabled only with a folder for them.
+        home.writeFile(".local/share/Vantrel/Hangar/.settings.json",
             R"({"shell_scripts_location": "/opt/scripts", "orvacc": "old-account", "autostart": false})");
         std::make_unique<SettingsManager>(path, nullptr, memoryOnly()).reset();
         QCOMPARE(readJson(path),
@@ -182,11 +174,10 @@ private slots:
             QCOMPARE(
                 manager.getShellLinksFolderOrDefault(), folder ? home.path() + "/.local/bin" : QString());
         }
-        // The probe file is gone again.
         QCOMPARE(QDir(home.path() + "/.local/bin").entryList(QDir::Files | QDir::Hidden), QStringList());
     }
 
-    void proxyPasswordNeverReachesTheFile()
+    void proxyPasswordNeverReachesTheFileNorWaitsForAKeychain()
     {
         TempHome home;
         const QString path = home.writeFile(".local/share/Vantrel/Hangar/.settings.json",
@@ -198,8 +189,8 @@ private slots:
         QSignalSpy stored(&manager, &SettingsManager::proxyPasswordStored);
 
         QVERIFY(manager.updateSettings([](SelfSettings &s) { s.setProxyCredentials("alice", "s3cr3t-pw"); }));
-        QCOMPARE(manager.getProxyPassword(), QString("s3cr3t-pw"));
-        QCOMPARE(readJson(path).value("proxy"), QJsonValue(parse(R"({"auth": {"username": "alice"}})")));
+        QVERIFY(manager.getProxyPassword() == "s3cr3t-pw"
+            && readJson(path).value("proxy") == parse(R"({"auth": {"username": "alice"}})"));
         QVERIFY(
             !QJsonDocument(changed.at(0).at(1).value<SelfSettings>().toJson()).toJson().contains("s3cr3t"));
         QVERIFY(stored.wait(2000) && !stored.at(0).at(0).toBool());
@@ -210,11 +201,7 @@ private slots:
         QVERIFY(manager.getProxyPassword() == "other-pw" && changed.count() == 1 && stampOf(path) == stamp);
         QVERIFY(!QJsonDocument(manager.getSettingsJson()).toJson().contains("other-pw"));
         QVERIFY(manager.saveSettings() && !readFile(path).contains("other-pw"));
-    }
 
-    void keychainMissingOrSilentFallsBackToMemory()
-    {
-        TempHome home;
         const QByteArray bus = qgetenv("DBUS_SESSION_BUS_ADDRESS");
         auto restore = qScopeGuard([&] { qputenv("DBUS_SESSION_BUS_ADDRESS", bus); });
         SettingsManagerOptions options;
@@ -235,7 +222,7 @@ private slots:
         }
     }
 
-    void failedSaveKeepsTheOldFileAndTheChangeInMemory()
+    void failedSaveReloadAndResetKeepWhatTheyShould()
     {
         TempHome home;
         const QString path = settingsFilePath();
@@ -252,10 +239,38 @@ private slots:
         QVERIFY(
             manager.getSettings().getApplicationInstallDirectory() == "/opt/tools" && changed.count() == 1);
         QVERIFY(manager.saveSettings() && readJson(path).value("install_location") == "/opt/tools");
+
+        // The file is not watched, but a reload on request reads it.
+        QVERIFY(!manager.isFileWatcherAllowed());
+        manager.watchSettingsFileForChanges();
+        home.writeFile(".local/share/Vantrel/Hangar/.settings.json",
+            R"({"shell_scripts": {"enabled": false}, "channel_rollback_max_history": 9})");
+        QTest::qWait(100);
+        QCOMPARE(changed.count(), 1);
+        manager.onSettingsFileChange(path);
+        QCOMPARE(manager.getSettings().getChannelRollbackHistoryDepth(), 9);
+
+        // A reset keeps projects; the page's copy carries defaults and accounts.
+        QVERIFY(manager.updateSettings([&](SelfSettings &s) {
+            s.setGlobalHotkey("F2");
+            s.setSpecialProject("/p", "favorite", true);
+            s.setActiveOrvacc("acc-9");
+        }));
+        const QJsonObject page = manager.getSettingsJson();
+        QCOMPARE(
+            page.value("accounts").toObject(), parse(R"({"list": [{"id": "acc-9"}], "active": "acc-9"})"));
+        QCOMPARE(page.value("defaults").toObject().value("autostart"), QJsonValue(true));
+        QSignalSpy resets(&manager, &SettingsManager::settingsChanged);
+        QVERIFY(manager.resetSettings() && manager.resetSettings() && resets.count() == 1);
+        QCOMPARE(readJson(path), parse(R"({"autostart": true,
+            "update": {"filter": {"quality_filter": {"order_value": 10000}}},
+            "projects": {"special": {"favorite": ["/p"]}}, "vantrel_account": {"active": "acc-9"}})"));
+        // Saving a copy that came back from the page drops the page-only key.
+        QVERIFY(manager.updateSettings([&](SelfSettings &s) { s.setSettings(page); })
+            && !readJson(path).contains("defaults"));
     }
 
-    // Workers update, read and clean up at once; every change lands and is signalled,
-    // queued signals included, and the file ends as the last state.
+    // Every change lands and is signalled, queued signals included; the file ends as the last state.
     void updatesFromWorkerThreadsLoseNothing()
     {
         TempHome home;
@@ -297,51 +312,11 @@ private slots:
         for (int t = 0; t < 4; ++t)
             QCOMPARE(final.getDefaultOpenItem(home.path() + "/p" + QString::number(t))->channelId,
                 QString("ch-50"));
-        QCOMPARE(final.getHiddenProjects().keys(), QStringList { home.path() });
-        QCOMPARE(readJson(path), final.toJson());
+        QVERIFY(final.getHiddenProjects().keys() == QStringList { home.path() }
+            && readJson(path) == final.toJson());
         QTRY_VERIFY(sawLast);
         const auto stamp = stampOf(path); // nothing left to remove: nothing written
         QVERIFY(manager.removeOutdated() && stampOf(path) == stamp);
-    }
-
-    void resetKeepsProjectsAndPageCopyCarriesDefaultsAndAccounts()
-    {
-        TempHome home;
-        const QString path = settingsFilePath();
-        SettingsManager manager(path, nullptr, memoryOnly());
-        QVERIFY(manager.updateSettings([&](SelfSettings &s) {
-            s.setGlobalHotkey("F2");
-            s.setSpecialProject("/p", "favorite", true);
-            s.setActiveOrvacc("acc-9");
-        }));
-        const QJsonObject page = manager.getSettingsJson();
-        QCOMPARE(
-            page.value("accounts").toObject(), parse(R"({"list": [{"id": "acc-9"}], "active": "acc-9"})"));
-        QCOMPARE(page.value("defaults").toObject().value("autostart"), QJsonValue(true));
-        QSignalSpy changed(&manager, &SettingsManager::settingsChanged);
-        QVERIFY(manager.resetSettings() && manager.resetSettings() && changed.count() == 1);
-        QCOMPARE(readJson(path), parse(R"({"autostart": true,
-            "update": {"filter": {"quality_filter": {"order_value": 10000}}},
-            "projects": {"special": {"favorite": ["/p"]}}, "vantrel_account": {"active": "acc-9"}})"));
-        // Saving a copy that came back from the page drops the page-only key.
-        QVERIFY(manager.updateSettings([&](SelfSettings &s) { s.setSettings(page); })
-            && !readJson(path).contains("defaults"));
-    }
-
-    void fileWatchingIsSwitchedOffButReloadWorks()
-    {
-        TempHome home;
-        const QString path = settingsFilePath();
-        SettingsManager manager(path, nullptr, memoryOnly());
-        QVERIFY(!manager.isFileWatcherAllowed());
-        manager.watchSettingsFileForChanges();
-        QSignalSpy changed(&manager, &SettingsManager::settingsChanged);
-        home.writeFile(".local/share/Vantrel/Hangar/.settings.json",
-            R"({"shell_scripts": {"enabled": false}, "channel_rollback_max_history": 9})");
-        QTest::qWait(100);
-        QVERIFY(changed.isEmpty());
-        manager.onSettingsFileChange(path);
-        QCOMPARE(manager.getSettings().getChannelRollbackHistoryDepth(), 9);
     }
 };
 

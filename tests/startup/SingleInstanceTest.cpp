@@ -23,7 +23,6 @@ sockaddr_un addressOf(const QByteArray &path)
     return address;
 }
 
-// A socket bound at `path`, not yet listening; the caller closes it.
 int boundSocket(const QByteArray &path)
 {
     const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
@@ -41,8 +40,7 @@ QStringList takeAll(QSignalSpy &spy)
 
 } // namespace
 
-// The guard driven in-process: a master and its second starts are two controllers with the same
-// key. Each test has its own temporary and runtime folders.
+// A master and its second starts: controllers with the same key, in folders of each test's own.
 class SingleInstanceTest : public QObject
 {
     Q_OBJECT
@@ -66,7 +64,7 @@ private slots:
     }
 
     // Pinned: an older build hands over to a newer one through the same key.
-    void keyIsStableAcrossBuildsAndCodecKeepsRecordsWhole()
+    void keyCodecAndAGoneOrUnreachableMaster()
     {
         QCOMPARE(
             Controller::uniqueApplicationKey("/home/alice"), QString("77926738a880cbb1487dfebb8c13f7f2"));
@@ -83,44 +81,7 @@ private slots:
         QVERIFY(InstanceMessageCodec::takeComplete(buffer) == QStringList(b) && buffer.isEmpty());
         QVERIFY(InstanceMessageCodec::encode(QString(65535, 'z'))
             && !InstanceMessageCodec::encode(QString(65536, 'z')));
-    }
 
-    void secondStartsHandOverInOrderAndNoCounterRunsOut()
-    {
-        Controller master(m_key);
-        QVERIFY(master.isMasterInstance() && master.isGuarding());
-        QCOMPARE(master.socketPath(), guardFolder() + "/" + m_key + ".socket");
-        QCOMPARE(QFileInfo(guardFolder()).permissions() & 0x0077, QFileDevice::Permissions());
-        QSignalSpy received(&master, &Controller::messageAvailable);
-        {
-            Controller second(m_key);
-            QVERIFY(!second.isMasterInstance() && second.sendMessageToMasterInstance("--minimize"));
-            QVERIFY(!second.sendMessageToMasterInstance(QString(65536, 'x')));
-            QVERIFY(second.sendMessageToMasterInstance("url https://example.invalid/a b"));
-        }
-        QTRY_COMPARE(received.size(), 1); // one second start, one batch
-        QCOMPARE(takeAll(received), QStringList({ "--minimize", "url https://example.invalid/a b" }));
-
-        // More second starts than a 16-bit wake-up counter holds, with the master
-        // busy (no event loop) for hundreds of them at a time.
-        constexpr int Starts = 33000;
-        int delivered = 0;
-        QLoggingCategory::setFilterRules("default.info=false");
-        for (int i = 0; i < Starts; ++i) {
-            Controller second(m_key);
-            QVERIFY2(!second.isMasterInstance() && second.sendMessageToMasterInstance("activate "),
-                qPrintable(QString::number(i)));
-            if (i % 200 == 199) {
-                QCoreApplication::processEvents();
-                delivered += takeAll(received).size();
-            }
-        }
-        QTRY_VERIFY((delivered += takeAll(received).size()) == Starts);
-        QLoggingCategory::setFilterRules(QString());
-    }
-
-    void goneOrUnreachableMasterLeavesAMasterWithAWarning()
-    {
         const auto guardingMaster = [&] {
             Controller next(m_key);
             return next.isMasterInstance() && next.isGuarding() && QFileInfo::exists(next.socketPath());
@@ -139,13 +100,45 @@ private slots:
         LogCapture log;
         Controller unreachable(m_key);
         ::close(lock);
-        QVERIFY(unreachable.isMasterInstance() && !unreachable.isGuarding());
+        QVERIFY(unreachable.isMasterInstance() && !unreachable.isGuarding()
+            && !unreachable.sendMessageToMasterInstance("activate "));
         QVERIFY(log.contains("Cannot reach the running instance through " + socket));
-        QVERIFY(!unreachable.sendMessageToMasterInstance("activate "));
     }
 
-    // Another local user prepares the guard's objects before us, or knocks at our master: nothing
-    // of ours reaches them, and no start waits beyond its time limit.
+    void secondStartsHandOverInOrderAndNoCounterRunsOut()
+    {
+        Controller master(m_key);
+        QVERIFY(master.isMasterInstance() && master.isGuarding()
+            && master.socketPath() == guardFolder() + "/" + m_key + ".socket");
+        QCOMPARE(QFileInfo(guardFolder()).permissions() & 0x0077, QFileDevice::Permissions());
+        QSignalSpy received(&master, &Controller::messageAvailable);
+        {
+            Controller second(m_key);
+            QVERIFY(!second.isMasterInstance() && second.sendMessageToMasterInstance("--minimize"));
+            QVERIFY(!second.sendMessageToMasterInstance(QString(65536, 'x')));
+            QVERIFY(second.sendMessageToMasterInstance("url https://example.invalid/a b"));
+        }
+        QTRY_COMPARE(received.size(), 1); // one second start, one batch
+        QCOMPARE(takeAll(received), QStringList({ "--minimize", "url https://example.invalid/a b" }));
+
+        // More second starts than a 16-bit wake-up counter holds, the master busy for hundreds at a time.
+        constexpr int Starts = 33000;
+        int delivered = 0;
+        QLoggingCategory::setFilterRules("default.info=false");
+        for (int i = 0; i < Starts; ++i) {
+            Controller second(m_key);
+            QVERIFY2(!second.isMasterInstance() && second.sendMessageToMasterInstance("activate "),
+                qPrintable(QString::number(i)));
+            if (i % 200 == 199) {
+                QCoreApplication::processEvents();
+                delivered += takeAll(received).size();
+            }
+        }
+        QTRY_VERIFY((delivered += takeAll(received).size()) == Starts);
+        QLoggingCategory::setFilterRules(QString());
+    }
+
+    // Another user's objects in the guard's place, or a call from them: nothing of ours reaches them.
     void foreignObjectsNeverCaptureOrBlock_data()
     {
         QTest::addColumn<QString>("attack");
@@ -181,8 +174,7 @@ private slots:
         QVERIFY(::chmod(QFile::encodeName(folder).constData(), attack == "squat" ? 0777 : 0700) == 0);
         QVERIFY(attack != "squat" || giveAway(folder));
 
-        // What the other user's process receives comes back through this pipe.
-        int spied[2];
+        int spied[2]; // what the other user's process receives
         QVERIFY(::pipe(spied) == 0);
         const int lockFd = attack == "lock" || attack == "listener"
             ? ::open(lock.constData(), O_RDWR | O_CREAT, 0600)
@@ -230,7 +222,6 @@ private slots:
             for (const QString &path : { m_tmp->path(), runtimeFolder() })
                 QVERIFY(::chmod(QFile::encodeName(path).constData(), 0700) == 0);
         }
-        // Our own second start still reaches our own master.
         if (guarded) {
             QVERIFY(Controller(m_key).sendMessageToMasterInstance("url mine"));
             QTRY_VERIFY(!received.isEmpty());

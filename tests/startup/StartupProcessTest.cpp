@@ -15,7 +15,6 @@ QString keyFor(const QString &home)
                                    .toHex());
 }
 
-// The messages the master received, in arrival order, from its "onActivation" lines.
 QStringList receivedMessages(const QString &log)
 {
     QStringList messages;
@@ -25,15 +24,14 @@ QStringList receivedMessages(const QString &log)
     return messages;
 }
 
-// Signs `json` with the build's development CA (the one compiled into the executable) and puts it where
-// HangarProcess points the manager's root feed.
+// Signs `json` with the development CA compiled into the build, as the home's root feed.
 bool writeSignedFeed(const QString &home, const QByteArray &json)
 {
     const QString binaryDir = qEnvironmentVariable("HANGAR_BINARY_DIR", HANGAR_BINARY_DIR);
     const QString jsonPath = home + "/feeds/root.json";
-    QDir().mkpath(home + "/feeds");
-    QFile file(jsonPath);
-    if (!file.open(QIODevice::WriteOnly) || file.write(json) != json.size() || !file.flush())
+    QSaveFile file(jsonPath);
+    if (!QDir().mkpath(home + "/feeds") || !file.open(QIODevice::WriteOnly) || file.write(json) != json.size()
+        || !file.commit())
         return false;
     return QProcess::execute(FeedBuilder::hangarFeedPath(),
                { "sign", "--cert", binaryDir + "/feed-dev-ca/signer.crt", "--key",
@@ -49,9 +47,7 @@ int modeOf(const QString &path)
 
 } // namespace
 
-// Starts the real executable in temporary homes. Each home has its own settings, logs, runtime folder and
-// single-instance key, so these runs never meet a manager of the user running the tests, nor each other
-// unless a test wants them to.
+// The real executable in temporary homes, each with its own settings, logs and single-instance key.
 class StartupProcessTest : public QObject
 {
     Q_OBJECT
@@ -68,15 +64,13 @@ private:
         }
     };
 
-    // The master of `home`, logging to a folder of its own (second starts log elsewhere), idle in its event
-    // loop.
     static bool startMaster(HangarProcess &master, const Home &home)
     {
         return master.start({ "--log-path", home.masterLogs() }) && master.waitUntilReady();
     }
 
 private slots:
-    void helpAndVersionStartNothing()
+    void oneShotRunsStartNothing()
     {
         Home home;
         const HangarProcess::Finished help = HangarProcess::run(home.path(), { "--help" });
@@ -92,10 +86,32 @@ private slots:
         const HangarProcess::Finished version = HangarProcess::run(home.path(), { "--version" });
         QVERIFY2(QString::fromUtf8(version.standardOutput).startsWith("Hangar "), version.standardOutput);
         QVERIFY(!QFileInfo::exists(HangarProcess::appDataDirFor(home.path())));
+
+        // Feed dump exit codes: 1 without a feed, 2 for a feed that looks incomplete.
+        const HangarProcess::Finished noFeed = HangarProcess::run(home.path(), { "--internal-dump-feed" });
+        QVERIFY(noFeed.exitCode == 1 && noFeed.standardOutput.isEmpty());
+
+        QJsonArray entries;
+        for (int i = 0; i < 30; ++i) {
+            if (i == 29) {
+                QVERIFY(writeSignedFeed(home.path(), FeedBuilder::feed(entries)));
+                const auto tooFew = HangarProcess::run(home.path(), { "--internal-dump-feed" });
+                QVERIFY(tooFew.exitCode == 2 && tooFew.standardOutput.isEmpty());
+            }
+            entries.append(FeedBuilder::entry(QString("tool-%1").arg(i, 2, 10, QChar('0')),
+                "1.0." + QString::number(i), QString(), QString("http://127.0.0.1:9/tool-%1.tar.gz").arg(i)));
+        }
+        QVERIFY(writeSignedFeed(home.path(), FeedBuilder::feed(entries)));
+        const HangarProcess::Finished enough = HangarProcess::run(home.path(), { "--internal-dump-feed" });
+        const QStringList lines = QString::fromUtf8(enough.standardOutput).split('\n', Qt::SkipEmptyParts);
+        QVERIFY(enough.exitCode == 0 && lines.size() == 30);
+        QCOMPARE(
+            lines.filter(QRegularExpression(" 1\\.0\\.7 http://127\\.0\\.0\\.1:9/tool-7\\.tar\\.gz$")).size(),
+            1);
+        QVERIFY(!QFileInfo::exists(home.socket())); // a one-shot run leaves no guard behind
     }
 
-    // Also: secrets in the environment and forged lines in the arguments stay out of the log, which is
-    // private to the user, and settings default to ~/.local/share.
+    // Secrets and forged lines stay out of the private log; settings default to ~/.local/share.
     void residentManagerLogsPrivatelyCreatesSettingsAndWaits()
     {
         Home home;
@@ -121,77 +137,8 @@ private slots:
         QCOMPARE(readJson(home.path() + "/.local/share/Vantrel/Hangar/.settings.json").value("update"),
             QJsonValue(json("{'filter': {'quality_filter': {'order_value': 10000}}}")));
         QTest::qWait(500);
-        QVERIFY(manager.stop());
-        QVERIFY(manager.logText().contains("Application will exit now."));
-    }
+        QVERIFY(manager.stop() && manager.logText().contains("Application will exit now."));
 
-    void secondStartHandsOverItsCommandLine_data()
-    {
-        QTest::addColumn<QStringList>("arguments");
-        QTest::addColumn<QStringList>("messages");
-        QTest::addColumn<bool>("stopped"); // the master is stopped (SIGSTOP) meanwhile
-        QTest::addColumn<bool>("crashedBefore"); // a killed master left its socket behind
-        const QString link = "https://example.invalid/open?project=a%20b&x=ü";
-        const auto row = [](const char *name, const QStringList &arguments, const QStringList &messages,
-                             bool stopped = false, bool crashedBefore = false) {
-            QTest::newRow(name) << arguments << messages << stopped << crashedBefore;
-        };
-        row("nothing: activate", {}, { "activate " });
-        row("option and link in order", { "--minimize", link }, { "--minimize", "url " + link });
-        row("to a stopped master", { link, link + "2" }, { "url " + link, "url " + link + "2" }, true);
-        row("after a crashed master, without a log", { "--no-log", "--bogus" }, { "--no-log", "--bogus" },
-            false, true);
-    }
-
-    void secondStartHandsOverItsCommandLine()
-    {
-        QFETCH(QStringList, arguments);
-        QFETCH(QStringList, messages);
-        QFETCH(bool, stopped);
-        QFETCH(bool, crashedBefore);
-        Home home;
-        if (crashedBefore) {
-            HangarProcess crashed(home.path());
-            QVERIFY(
-                crashed.start({ "--log-path", home.path() + "/crashed-logs" }) && crashed.waitUntilReady());
-            crashed.kill();
-            QVERIFY(QFileInfo::exists(home.socket()));
-        }
-        HangarProcess master(home.path());
-        QVERIFY2(startMaster(master, home), qPrintable(master.logText()));
-        QVERIFY(!master.logText().contains("This is not master instance"));
-        if (stopped)
-            QCOMPARE(::kill(pid_t(master.pid()), SIGSTOP), 0);
-        const HangarProcess::Finished second = HangarProcess::run(home.path(), arguments);
-        if (stopped)
-            QCOMPARE(::kill(pid_t(master.pid()), SIGCONT), 0);
-        QVERIFY(!second.timedOut);
-        QCOMPARE(second.exitCode, 0);
-
-        QVERIFY2(master.waitForLog("onActivation messages: "), qPrintable(master.logText()));
-        QTest::qWait(300); // a duplicate would arrive now
-        const QString log = master.logText();
-        QCOMPARE(receivedMessages(log), messages);
-        // An option is only noted; only "activate " brings the window forward.
-        QCOMPARE(log.contains("Bringing main window forward on request of second instance"),
-            messages == QStringList("activate "));
-        QCOMPARE(log.count("Received command line option from second instance: --minimize"),
-            int(arguments.contains("--minimize")));
-        if (arguments.contains("--no-log")) {
-            // All of it on standard error instead, what came before the decision exactly once.
-            QVERIFY(!QFileInfo::exists(HangarProcess::appDataDirFor(home.path()) + "/logs"));
-            QCOMPARE(second.standardError.count("Unknown command-line options: (bogus)"), 1);
-            QVERIFY(second.standardError.contains("This is not master instance. Sending messages and exit"));
-        } else {
-            QVERIFY(HangarProcess(home.path()).logText().contains("This is not master instance"));
-        }
-        QVERIFY(master.stop());
-        QVERIFY(!QFileInfo::exists(home.socket()));
-    }
-
-    void simultaneousStartsLeaveOneManager()
-    {
-        Home home;
         std::vector<std::unique_ptr<HangarProcess>> processes;
         for (int i = 0; i < 4; ++i) {
             processes.push_back(std::make_unique<HangarProcess>(home.path()));
@@ -210,6 +157,61 @@ private slots:
             QVERIFY(process->isRunning() || process->process().exitCode() == 0);
     }
 
+    void secondStartHandsOverItsCommandLine_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<QStringList>("messages");
+        QTest::addColumn<bool>("crashedBefore"); // a killed master left its socket behind
+        const QString link = "https://example.invalid/open?project=a%20b&x=ü";
+        const auto row = [](const char *name, const QStringList &arguments, const QStringList &messages,
+                             bool crashedBefore = false) {
+            QTest::newRow(name) << arguments << messages << crashedBefore;
+        };
+        row("nothing: activate", {}, { "activate " });
+        row("option and link in order", { "--minimize", link }, { "--minimize", "url " + link });
+        row("after a crashed master, without a log", { "--no-log", "--bogus" }, { "--no-log", "--bogus" },
+            true);
+    }
+
+    void secondStartHandsOverItsCommandLine()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(QStringList, messages);
+        QFETCH(bool, crashedBefore);
+        Home home;
+        if (crashedBefore) {
+            HangarProcess crashed(home.path());
+            QVERIFY(
+                crashed.start({ "--log-path", home.path() + "/crashed-logs" }) && crashed.waitUntilReady());
+            crashed.kill();
+            QVERIFY(QFileInfo::exists(home.socket()));
+        }
+        HangarProcess master(home.path());
+        QVERIFY2(startMaster(master, home), qPrintable(master.logText()));
+        QVERIFY(!master.logText().contains("This is not master instance"));
+        const HangarProcess::Finished second = HangarProcess::run(home.path(), arguments);
+        QVERIFY(!second.timedOut && second.exitCode == 0);
+
+        QVERIFY2(master.waitForLog("onActivation messages: "), qPrintable(master.logText()));
+        QTest::qWait(300); // a duplicate would arrive now
+        const QString log = master.logText();
+        QCOMPARE(receivedMessages(log), messages);
+        // An option is only noted; only "activate " brings the window forward.
+        QCOMPARE(log.contains("Bringing main window forward on request of second instance"),
+            messages == QStringList("activate "));
+        QCOMPARE(log.count("Received command line option from second instance: --minimize"),
+            int(arguments.contains("--minimize")));
+        if (arguments.contains("--no-log")) {
+            // All of it on standard error instead, what came before the decision exactly once.
+            QVERIFY(!QFileInfo::exists(HangarProcess::appDataDirFor(home.path()) + "/logs"));
+            QCOMPARE(second.standardError.count("Unknown command-line options: (bogus)"), 1);
+            QVERIFY(second.standardError.contains("This is not master instance. Sending messages and exit"));
+        } else {
+            QVERIFY(HangarProcess(home.path()).logText().contains("This is not master instance"));
+        }
+        QVERIFY(master.stop() && !QFileInfo::exists(home.socket()));
+    }
+
     void waitForPidRules_data()
     {
         QTest::addColumn<QString>("pid");
@@ -219,8 +221,6 @@ private slots:
             QTest::newRow(name) << QString(pid) << QString(logged) << QString(notLogged);
         };
         const char *waiting = "Waiting for pid to exit", *error = "Error waiting for pid";
-        row("not a number", "abc", "Unable to convert --wait-for-pid argument abc to unsigned integer",
-            waiting);
         row("zero", "0", "uniqueApplicationKey", waiting);
         // No process has this number; it must not be taken for a process group.
         row("beyond pid_t", "9223372036854775807", "uniqueApplicationKey", error);
@@ -251,34 +251,6 @@ private slots:
         QVERIFY(manager.waitUntilReady() && !manager.logText().contains(notLogged) && manager.stop());
     }
 
-    // The dump mode prints what the configured feeds publish now; its exit code says whether there was a feed
-    // at all and whether it looked complete.
-    void feedDumpModeExitCodes()
-    {
-        Home home;
-        const HangarProcess::Finished noFeed = HangarProcess::run(home.path(), { "--internal-dump-feed" });
-        QVERIFY(noFeed.exitCode == 1 && noFeed.standardOutput.isEmpty());
-
-        QJsonArray entries;
-        for (int i = 0; i < 30; ++i) {
-            if (i == 29) {
-                QVERIFY(writeSignedFeed(home.path(), FeedBuilder::feed(entries)));
-                const auto tooFew = HangarProcess::run(home.path(), { "--internal-dump-feed" });
-                QVERIFY(tooFew.exitCode == 2 && tooFew.standardOutput.isEmpty());
-            }
-            entries.append(FeedBuilder::entry(QString("tool-%1").arg(i, 2, 10, QChar('0')),
-                "1.0." + QString::number(i), QString(), QString("http://127.0.0.1:9/tool-%1.tar.gz").arg(i)));
-        }
-        QVERIFY(writeSignedFeed(home.path(), FeedBuilder::feed(entries)));
-        const HangarProcess::Finished enough = HangarProcess::run(home.path(), { "--internal-dump-feed" });
-        const QStringList lines = QString::fromUtf8(enough.standardOutput).split('\n', Qt::SkipEmptyParts);
-        QVERIFY(enough.exitCode == 0 && lines.size() == 30);
-        QCOMPARE(
-            lines.filter(QRegularExpression(" 1\\.0\\.7 http://127\\.0\\.0\\.1:9/tool-7\\.tar\\.gz$")).size(),
-            1);
-        QVERIFY(!QFileInfo::exists(home.socket())); // a one-shot run leaves no guard behind
-    }
-
     void crashHandlerPrintsBacktrace_data()
     {
         QTest::addColumn<QString>("how");
@@ -306,8 +278,7 @@ private slots:
         helper.setWorkingDirectory(work.path());
         helper.start(program, { how });
         QVERIFY(helper.waitForFinished(60000));
-        const QString out = QString::fromUtf8(helper.readAllStandardOutput());
-        const QString err = QString::fromUtf8(helper.readAllStandardError());
+        const QString out = helper.readAllStandardOutput(), err = helper.readAllStandardError();
         // Ends by the default SIGABRT action, whatever the original signal was.
         QVERIFY(helper.exitStatus() == QProcess::CrashExit && helper.exitCode() == SIGABRT);
         QVERIFY2(out.startsWith("handler installed"), qPrintable(out));

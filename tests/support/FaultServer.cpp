@@ -1,7 +1,6 @@
 #include "support/FaultServer.h"
 
 #include <QFile>
-#include <QFileInfo>
 #include <QMutexLocker>
 #include <QSemaphore>
 #include <QTcpServer>
@@ -96,9 +95,9 @@ private:
                 return;
             }
         }
-        QByteArray head = partial ? "HTTP/1.1 206 Partial Content\r\n" : "HTTP/1.1 200 OK\r\n";
-        head += "Content-Type: application/octet-stream\r\n";
-        head += "Content-Length: " + QByteArray::number(size - from) + "\r\n";
+        QByteArray head = QByteArray(partial ? "HTTP/1.1 206 Partial Content\r\n" : "HTTP/1.1 200 OK\r\n")
+            + "Content-Type: application/octet-stream\r\nContent-Length: " + QByteArray::number(size - from)
+            + "\r\n";
         if (partial && !m_behaviour.contentRangeOverride.isEmpty())
             head += "Content-Range: " + m_behaviour.contentRangeOverride + "\r\n";
         else if (partial)
@@ -212,8 +211,6 @@ bool FaultServer::start()
 
 void FaultServer::stop()
 {
-    if (!m_thread.isRunning())
-        return;
     m_thread.quit();
     m_thread.wait();
 }

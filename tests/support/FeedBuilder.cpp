@@ -1,21 +1,17 @@
 #include "FeedBuilder.h"
 
-#include <QCryptographicHash>
+#include "TestData.h"
+
 #include <QDateTime>
-#include <QDir>
-#include <QFile>
 #include <QFileInfo>
-#include <QJsonDocument>
 #include <QProcess>
 
 FeedBuilder::FeedBuilder(QString workDir, CaMaker maker)
     : m_workDir(std::move(workDir))
 {
     QDir().mkpath(m_workDir);
-    if (maker == CaMaker::HangarFeed)
-        makeCaWithHangarFeed();
-    else
-        makeCaWithOpenSsl(maker == CaMaker::OpenSsl);
+    (void)(maker == CaMaker::HangarFeed ? makeCaWithHangarFeed()
+                                        : makeCaWithOpenSsl(maker == CaMaker::OpenSsl));
 }
 
 QString FeedBuilder::hangarFeedPath()
@@ -44,14 +40,13 @@ bool FeedBuilder::run(const QString &program, const QStringList &arguments, cons
         m_error = program + " timed out";
         return false;
     }
-    const QByteArray out = process.readAllStandardOutput();
     if (process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0) {
         m_error = program + " " + arguments.join(' ')
             + " failed: " + QString::fromLocal8Bit(process.readAllStandardError());
         return false;
     }
     if (output)
-        *output = out;
+        *output = process.readAllStandardOutput();
     return true;
 }
 
@@ -63,33 +58,18 @@ bool FeedBuilder::makeCaWithHangarFeed()
 
 bool FeedBuilder::makeCaWithOpenSsl(bool strict)
 {
-    // A configuration of our own: the system's openssl.cnf would add extensions
-    // of its choosing.
-    const QByteArray caExtensions = strict ? "basicConstraints = critical,CA:TRUE\n"
-                                             "keyUsage = critical,keyCertSign,cRLSign\n"
-                                             "subjectKeyIdentifier = hash\n"
-                                             "authorityKeyIdentifier = keyid:always\n"
-                                           : "basicConstraints = critical,CA:TRUE\n";
-    const QByteArray config = "[req]\n"
-                              "distinguished_name = dn\n"
-                              "prompt = no\n"
-                              "x509_extensions = v3_ca\n"
-                              "[dn]\n"
-                              "CN = Independent test CA\n"
-                              "[v3_ca]\n"
-        + caExtensions
-        + "[v3_leaf]\n"
-          "basicConstraints = critical,CA:FALSE\n"
-          "keyUsage = critical,digitalSignature\n"
-          "subjectKeyIdentifier = hash\n"
-          "authorityKeyIdentifier = keyid:always\n";
+    // Our own configuration: the system's openssl.cnf would add extensions of its choosing.
+    const QByteArray keyIds = "subjectKeyIdentifier = hash\nauthorityKeyIdentifier = keyid:always\n";
+    const QByteArray config = "[req]\ndistinguished_name = dn\nprompt = no\nx509_extensions = "
+                              "v3_ca\n[dn]\nCN = Independent test CA\n"
+                              "[v3_ca]\nbasicConstraints = critical,CA:TRUE\n"
+        + (strict ? "keyUsage = critical,keyCertSign,cRLSign\n" + keyIds : QByteArray())
+        + "[v3_leaf]\nbasicConstraints = critical,CA:FALSE\nkeyUsage = critical,digitalSignature\n" + keyIds;
     const QString configPath = m_workDir + "/openssl.cnf";
-    if (!writeFile(configPath, config))
-        return false;
-    return run("openssl",
-               { "req", "-x509", "-config", configPath, "-newkey", "ec", "-pkeyopt",
-                   "ec_paramgen_curve:P-256", "-nodes", "-keyout", m_workDir + "/ca.key", "-out",
-                   caCertPath(), "-days", "30" })
+    return writeFile(configPath, config)
+        && run("openssl",
+            { "req", "-x509", "-config", configPath, "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256",
+                "-nodes", "-keyout", m_workDir + "/ca.key", "-out", caCertPath(), "-days", "30" })
         && run("openssl",
             { "req", "-new", "-config", configPath, "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256",
                 "-nodes", "-keyout", signerKeyPath(), "-out", m_workDir + "/signer.csr", "-subj",
@@ -107,19 +87,13 @@ QByteArray FeedBuilder::sign(const QByteArray &json, const QStringList &extraArg
         return {};
     QStringList arguments { "sign", "--cert", signerCertPath(), "--key", signerKeyPath() };
     arguments << extraArguments << base + ".json" << base + ".signed";
-    if (!run(hangarFeedPath(), arguments))
-        return {};
-    QFile file(base + ".signed");
-    file.open(QIODevice::ReadOnly);
-    return file.readAll();
+    return run(hangarFeedPath(), arguments) ? readFile(base + ".signed") : QByteArray();
 }
 
 QByteArray FeedBuilder::xz(const QByteArray &data, const QStringList &arguments)
 {
     QByteArray out;
-    if (!run("xz", QStringList { "-c", "-z" } + arguments, data, &out))
-        return {};
-    return out;
+    return run("xz", QStringList { "-c", "-z" } + arguments, data, &out) ? out : QByteArray();
 }
 
 QByteArray FeedBuilder::signWithOpenSsl(
@@ -127,17 +101,11 @@ QByteArray FeedBuilder::signWithOpenSsl(
 {
     const QString base = m_workDir + "/ossl-" + QString::number(++m_counter);
     const QByteArray payload = compress ? xz(content, xzArguments) : content;
-    if (compress && payload.isEmpty())
-        return {};
-    if (!writeFile(base + ".in", payload))
-        return {};
-    if (!run("openssl",
+    const bool made = (!compress || !payload.isEmpty()) && writeFile(base + ".in", payload)
+        && run("openssl",
             { "cms", "-sign", "-binary", "-nodetach", "-outform", "DER", "-md", digest, "-signer",
-                signerCertPath(), "-inkey", signerKeyPath(), "-in", base + ".in", "-out", base + ".signed" }))
-        return {};
-    QFile file(base + ".signed");
-    file.open(QIODevice::ReadOnly);
-    return file.readAll();
+                signerCertPath(), "-inkey", signerKeyPath(), "-in", base + ".in", "-out", base + ".signed" });
+    return made ? readFile(base + ".signed") : QByteArray();
 }
 
 bool FeedBuilder::writeFile(const QString &path, const QByteArray &data, qint64 mtimeSecsSinceEpoch)
@@ -201,8 +169,7 @@ static QString digest(const QString &seed, int bits)
 
 QByteArray FeedBuilder::largeFeed(int entryCount, int patchCount)
 {
-    // Entries shaped like real ones (platform data, checksums, what's new), so
-    // the size per entry is realistic: about 7 MB for 3,000 + 3,000.
+    // Shaped like real entries, so the size is realistic: about 7 MB for 3,000 + 3,000.
     QJsonArray entries;
     for (int i = 0; i < entryCount; ++i) {
         const QString id = "tool-" + QString::number(i % 40);

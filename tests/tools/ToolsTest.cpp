@@ -24,17 +24,12 @@
 #include "tools/VmOptionsEditor.h"
 #include "tools/VmOptionsFiles.h"
 
-#include <QJsonArray>
-#include <QProcess>
-#include <QSignalSpy>
-#include <QTemporaryDir>
-#include <QTest>
+#include <QtTest>
 
 using namespace VmOptionsFiles;
 
-// Installed builds on disk without the install pipeline: a channel folder with
-// a build folder holding an executable that writes each of its arguments, then
-// the VM-options variable, to the numbered files of "<home>/argv".
+// Builds installed without the pipeline; their executable writes each argument, then the
+// VM-options variable, to the numbered files of "<home>/argv".
 struct ToolsTestKit
 {
     TempHome home;
@@ -68,28 +63,22 @@ struct ToolsTestKit
                     { "startup_wm_class", "quern-ide" } } } };
     }
 
-    // Makes "<apps>/<id>/<channel>/<folder>" with its executable.
     LocalFeedItem install(const QJsonObject &json, const QString &channel, const QString &folder,
         const QString &apps = QString())
     {
         const QString channelDir = (apps.isEmpty() ? home.path() + "/apps" : apps) + "/"
             + json.value("id").toString() + "/" + channel;
         const QString dir = channelDir + "/" + folder;
-        QDir().mkpath(dir + "/bin");
-        QFile exe(dir + "/bin/run.sh");
-        exe.open(QIODevice::WriteOnly);
-        exe.write("#!/bin/sh\nout=\"$HOME/argv\"\nrm -rf \"$out\"; mkdir \"$out\"; n=0\nfor a in \"$@\"; do "
-                  "n=$((n+1)); "
-                  "printf '%s' \"$a\" > \"$out/$n\"; done\nprintf 'ENV=%s' \"$QUERN_VM_OPTIONS\" > "
-                  "\"$out/$((n+1))\"\n");
-        exe.close();
-        exe.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        FeedBuilder::writeFile(dir + "/bin/run.sh",
+            "#!/bin/sh\nout=\"$HOME/argv\"\nrm -rf \"$out\"; mkdir \"$out\"; n=0\n"
+            "for a in \"$@\"; do n=$((n+1)); printf '%s' \"$a\" > \"$out/$n\"; done\n"
+            "printf 'ENV=%s' \"$QUERN_VM_OPTIONS\" > \"$out/$((n+1))\"\n");
+        QFile::setPermissions(dir + "/bin/run.sh", QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         const LocalFeedItem item = LocalFeedItem::localApplication(json, dir, dir, channel);
         (void)channelSettings.createChannelSettings(item, None, false);
         return item;
     }
 
-    // Runs a program with `args` in an empty folder; the recorded arguments.
     QStringList run(const QString &program, const QStringList &args, const QString &cwd)
     {
         QDir(argvDir()).removeRecursively();
@@ -112,20 +101,15 @@ class ToolsTest : public QObject
 
     struct Launchers
     {
-        explicit Launchers(ToolsTestKit &k)
-            : kit(k)
-        {
-        }
         ToolsTestKit &kit;
-        QList<LocalFeedItem> model;
+        QList<LocalFeedItem> model {};
         OSShellLaunchersScriptNameResolver names { &kit.channelSettings };
         OSShellLauncherConflictsResolver conflicts { [this] { return model; }, &names };
         OSShellLaunchers launchers { kit.settings.get(), &names, &conflicts, "1.0" };
     };
 
     QTemporaryDir m_dir;
-    std::unique_ptr<FeedBuilder> m_trusted;
-    std::unique_ptr<FeedBuilder> m_foreign;
+    std::unique_ptr<FeedBuilder> m_trusted, m_foreign;
     std::unique_ptr<NginxServer> m_nginx;
 
     static QList<RemoteFeedItem> feed()
@@ -178,7 +162,6 @@ private slots:
         row("feedlet of two entries", "hangar://feedlet?url=%1/two.signed", "feedletFailed");
     }
 
-    // What a link asks for is proposed; a refused link changes nothing.
     void handlesLinks()
     {
         QFETCH(QString, link);
@@ -205,11 +188,9 @@ private slots:
             return;
         }
         if (outcome == "feedletFailed") {
-            QVERIFY(handled); // handed on: the check is the feedlet manager's
-            QVERIFY(failed.wait(10000));
+            QVERIFY(handled && failed.wait(10000)); // the check is the feedlet manager's
         } else {
-            QVERIFY(handled.error().contains(outcome));
-            QVERIFY(log.contains("Ignoring link:"));
+            QVERIFY(handled.error().contains(outcome) && log.contains("Ignoring link:"));
         }
         QCOMPARE(proposed.count() + confirm.count(), 0);
     }
@@ -235,7 +216,7 @@ private slots:
     {
         ToolsTestKit kit;
         LogCapture log;
-        Launchers l(kit);
+        Launchers l { kit };
         ToolDesktopEntries entries(&kit.channelSettings);
         LatheSettings lathe(&kit.channelSettings, nullptr);
         const LocalFeedItem quern
@@ -253,7 +234,6 @@ private slots:
         QCOMPARE(
             log.count("Item rival IDE 5 build 5 has the same shell script name as quern IDE 1 build 1"), 1);
 
-        // A full refresh, in either model order, leaves the script with its holder.
         l.model = { rival, quern };
         OSShellLaunchersEvents events([&l] { return l.model; }, &l.launchers, &kit.channelSettings);
         QSignalSpy updated(&events, &OSShellLaunchersEvents::linksUpdated);
@@ -262,7 +242,6 @@ private slots:
         QVERIFY(readTextFile(kit.scripts() + "/quern").contains(quern.getInstallDir()));
         QVERIFY(!QFile::exists(rival.getInstallDir() + "/.shellLink"));
 
-        // Renaming through the channel settings: the old script goes through the marker.
         QVERIFY(kit.channelSettings.updateSettings(
             quern.getChannel(), [](QJsonObject &s) { s.insert("shell_script_name", "quern-ide"); }));
         QVERIFY(updated.wait(5000));
@@ -271,7 +250,6 @@ private slots:
         l.launchers.onApplicationRefresh(rival); // the name is free now
         QVERIFY(QFile::exists(kit.scripts() + "/quern"));
 
-        // A second channel gets the suffix; the settings section lists the others' names.
         const LocalFeedItem second
             = kit.install(ToolsTestKit::entry("quern", "2", "quern"), "ch-1", "quern-2");
         l.model << second;
@@ -283,7 +261,6 @@ private slots:
         QCOMPARE(shown.value("scriptsLocation").toString(), kit.scripts());
         QCOMPARE(shown.value("usedNames").toArray(), QJsonArray({ "quern", "quern-ide" }));
 
-        // Uninstall takes the script, the marker, the desktop entry and the options file.
         entries.onApplicationInstalled(second);
         lathe.onApplicationInstalled(second);
         QVERIFY(QFile::exists(entries.entryPath(second)));
@@ -298,13 +275,11 @@ private slots:
         QVERIFY(QFile::exists(kit.scripts() + "/quern-ide"));
     }
 
-    // A tool under a folder whose name holds every character the shell treats
-    // specially inside double quotes starts with exactly its arguments, through
-    // the script and through the desktop entry, and nothing else runs.
+    // Every character special inside shell double quotes, in the folder and the arguments.
     void awkwardPathsAndArgumentsReachTheToolUnchanged()
     {
         ToolsTestKit kit;
-        Launchers l(kit);
+        Launchers l { kit };
         const QString apps = kit.home.path() + "/to ols$(touch pwned)`touch pwned2`\"q\\\\\nz%f";
         const LocalFeedItem item
             = kit.install(ToolsTestKit::entry("quern", "1", "quern"), "ch-0", "b 1", apps);
@@ -323,7 +298,6 @@ private slots:
         QCOMPARE(entry.value("StartupWMClass"), "quern-ide");
         QCOMPARE(entry.value("Categories"), "Development;");
         QVERIFY(QFile::exists(entry.value("Icon")));
-        // The Exec rules are a subset of the shell's double quotes once "%%" is undone.
         const QString exec = entry.value("Exec").replace("%%", "%");
         QCOMPARE(kit.run("/bin/sh", { "-c", exec + " \"$@\"", "sh", "x y" }, cwd),
             QStringList({ "x y", "ENV=" + VmOptionsFiles::getChannelVmOptionsPath(item) }));
@@ -354,7 +328,7 @@ private slots:
         QFETCH(QString, message);
         ToolsTestKit kit;
         LogCapture log;
-        Launchers l(kit);
+        Launchers l { kit };
         if (setup == "foreign")
             kit.home.writeFile("bin/quern", "my own script\n");
         if (setup == "folder-file")
@@ -369,7 +343,7 @@ private slots:
 
         const LocalFeedItem item = kit.install(ToolsTestKit::entry("quern", "1", name), "ch-0", "b1");
         l.model = { item };
-        launchers.onApplicationInstalled(item); // logs, never throws or fails the caller
+        launchers.onApplicationInstalled(item);
         QVERIFY2(log.contains(message), qPrintable(log.messages().join('\n')));
         QVERIFY(!QFile::exists(item.getInstallDir() + "/.shellLink"));
         if (setup == "foreign")
@@ -384,10 +358,8 @@ private slots:
         QCOMPARE(VmOptionsEditor::fromString("a\r\nb\rc\nd").options(), QStringList({ "a", "b", "c", "d" }));
         VmOptionsEditor editor = VmOptionsEditor::fromString("-Dfoo=old\n-ea");
         editor.setXmx("2g");
-        editor.addOption("-Dfoo=bar");
-        editor.addOption("-Dfoo=bar");
-        editor.addOption("-Dx");
-        editor.addOption("-ea");
+        for (const char *option : { "-Dfoo=bar", "-Dfoo=bar", "-Dx", "-ea" })
+            editor.addOption(option);
         QCOMPARE(editor.toString(), QString("-Xmx2g\n-Dfoo=bar\n-Dx\n-ea"));
         QCOMPARE(*editor.getXmxInMegaBytes(), quint64(2048));
         QCOMPARE(*VmOptionsEditor({ "-Xmx512" }).getXmxInMegaBytes(), quint64(0));
@@ -397,8 +369,6 @@ private slots:
         QCOMPARE(getDefaultXmx(LathePlatformData(QJsonObject { { "vmoptions_content", "-ea" } })), "701m");
     }
 
-    // Install, an update whose feed defaults changed while the user had edited
-    // the file, then 2g from the settings panel.
     void followsTheBuildsAndTheUser()
     {
         ToolsTestKit kit;
@@ -413,7 +383,6 @@ private slots:
         QCOMPARE(firstFile, kit.home.path() + "/apps/quern/ch-0/q1.vmoptions");
         QCOMPARE(readTextFile(firstFile), QString("-Xmx750m\n-XX:+UseG1GC\n-Dcanon=false\n-Dgone=1"));
 
-        // The user drops G1, adds a property, keeps the heap; saved with CR LF line ends.
         kit.home.writeFile(
             "apps/quern/ch-0/q1.vmoptions", "-Xmx750m\r\n-Dcanon=false\r\n-Dgone=1\r\n-Dmine=yes");
         const LocalFeedItem second = kit.install(
@@ -430,12 +399,10 @@ private slots:
         QCOMPARE(section.generateModelSettingsSection(second)->value("xmx_mb").toInt(), 2048);
         QVERIFY(log.contains("Xmx changed from 1024m to 2g"));
 
-        // A reinstalled channel (no file, no previous build) gets the heap size back.
         QFile::remove(getChannelVmOptionsPath(second));
         QVERIFY(lathe.handleVmOptions(second, None));
         QVERIFY(readTextFile(getChannelVmOptionsPath(second)).startsWith("-Xmx2g\n"));
 
-        // The tool itself is told where its file is.
         QCOMPARE(getLaunchEnvironment(second),
             QStringList { "QUERN_VM_OPTIONS=" + getChannelVmOptionsPath(second) });
         QVERIFY(ApplicationLauncher::launch(second, { "project" }, getLaunchEnvironment(second)));
@@ -447,13 +414,11 @@ private slots:
     {
         QTest::addColumn<QString>("fault");
         QTest::addColumn<QString>("message");
-        QTest::newRow("heap abc") << QString("abc") << QString("Invalid heap size: 'abc'");
-        QTest::newRow("options file is a folder")
-            << QString("folder") << QString("Channel vmoptions file is a folder");
-        QTest::newRow("previous file is a folder")
-            << QString("previous-folder") << QString("unable to copy '");
-        QTest::newRow("file missing when opened")
-            << QString("open-missing") << QString("Channel vmoptions file does not exist: ");
+        for (const auto &row :
+            QList<QStringList> { { "abc", "Invalid heap size: 'abc'" },
+                { "folder", "Channel vmoptions file is a folder" }, { "previous-folder", "unable to copy '" },
+                { "open-missing", "Channel vmoptions file does not exist: " } })
+            QTest::newRow(qPrintable(row[0])) << row[0] << row[1];
     }
 
     void refusesBadInputAndKeepsTheFile()

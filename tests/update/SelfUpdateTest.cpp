@@ -14,18 +14,11 @@
 #include "support/HangarProcess.h"
 #include "support/LoopbackProcess.h"
 #include "support/NginxServer.h"
+#include "support/TestData.h"
 #include "update/InstallationSwap.h"
 #include "update/SelfInstallation.h"
 #include "update/UpdateManager.h"
 
-#include <QDir>
-#include <QElapsedTimer>
-#include <QFile>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QProcess>
-#include <QSignalSpy>
-#include <QTemporaryDir>
 #include <QtTest>
 #include <csignal>
 
@@ -33,7 +26,6 @@ using namespace UpdateFixtures;
 
 namespace {
 
-// A tar.gz whose only content is a file: a "manager" package without our executable.
 QString makeForeignPackage(const QString &dir)
 {
     FeedBuilder::writeFile(dir + "/pkg/top/readme.txt", "not a manager");
@@ -41,7 +33,6 @@ QString makeForeignPackage(const QString &dir)
     return dir + "/foreign.tar.gz";
 }
 
-// A tree that looks like an installed manager (a script stands in for the executable).
 void makeTree(const QString &root, const QByteArray &marker = R"({"id": "Hangar", "version": "1"})")
 {
     FeedBuilder::writeFile(root + "/bin/hangar", "#!/bin/sh\necho " + root.toUtf8() + "\n");
@@ -54,8 +45,7 @@ bool waitForText(const QString &path, const QString &text, int timeoutMs)
     return QTest::qWaitFor([&] { return readTextFile(path).contains(text); }, timeoutMs);
 }
 
-// The older manager installed in <home>/opt/hangar (the installation to replace) and the
-// newer one unpacked where a download would put it.
+// The older manager installed in <home>/opt/hangar, the newer one unpacked where a download puts it.
 struct Installations
 {
     QTemporaryDir dir;
@@ -68,7 +58,6 @@ struct Installations
         const QString installed = installOlderManager(target());
         return installed.isEmpty() ? unpackNewerManager(source()) : installed;
     }
-    // The new build, started as the manager it replaces would start it.
     void startHandOver(QProcess &process, int stepDelayMs) const
     {
         QProcessEnvironment environment = HangarProcess::environmentFor(home());
@@ -77,7 +66,6 @@ struct Installations
         process.start(
             source() + "/bin/hangar", { "--install-target", target(), "--log-path", home() + "/logs" });
     }
-    // Stops every manager that logged into our log.
     void stopStartedManagers() const
     {
         for (qint64 pid : pidsInLog(log()))
@@ -92,7 +80,6 @@ class SelfUpdateTest : public QObject
     Q_OBJECT
 
 private slots:
-    // Every refusal leaves the running manager as it was: no hand-over, no quit, a clear reason.
     void refusesUpdatesItCannotCarryOut_data()
     {
         QTest::addColumn<QString>("setup");
@@ -127,11 +114,8 @@ private slots:
         if (setup == "deb")
             QVERIFY(FeedBuilder::writeFile(root + "/share/hangar/installation.json",
                 R"({"id": "Hangar", "managed_by": "system package manager"})"));
-        QDir().mkpath(dir.path() + "/www");
-        QString package = newerPackage();
-        if (setup == "foreign")
-            package = makeForeignPackage(dir.path());
-        QFile::copy(package, dir.path() + "/www/hangar.tar.gz");
+        const QString package = setup == "foreign" ? makeForeignPackage(dir.path()) : newerPackage();
+        QVERIFY(FeedBuilder::writeFile(dir.path() + "/www/hangar.tar.gz", readFile(package)));
         NginxServer nginx(dir.path() + "/www");
         QVERIFY2(nginx.start(), qPrintable(nginx.errorString()));
 
@@ -158,12 +142,8 @@ private slots:
         UpdateManager manager(&remote, &local, &settings, &progress, &pending, &capabilities,
             SelfInstallation::forExecutable(root + "/bin/hangar"));
         manager.setCurrentVersion("1.0");
-        QStringList launched;
-        int quits = 0;
-        manager.setLauncher([&](const QString &program, const QStringList &) {
-            launched << program;
-            return true;
-        });
+        int launches = 0, quits = 0;
+        manager.setLauncher([&](const QString &, const QStringList &) { return ++launches > 0; });
         manager.setQuit([&]() { ++quits; });
         if (setup == "no-space")
             manager.setFreeSpaceProbe([](const QString &) { return qint64(1000); });
@@ -174,18 +154,15 @@ private slots:
         const Result<void> started
             = setup == "other-id" ? manager.updateToItem(RemoteFeedItem(entry), true) : manager.update(true);
         if (!refusal.isEmpty()) {
-            QVERIFY(started.isError());
-            QVERIFY2(started.error().contains(refusal), qPrintable(started.error()));
+            QVERIFY2(started.isError() && started.error().contains(refusal), qPrintable(started.error()));
         } else {
             QVERIFY2(started.isSuccessful(), qPrintable(started.error()));
             QVERIFY(failed.wait(60000));
             QVERIFY2(failed.first().first().toString().contains(failure),
                 qPrintable(failed.first().first().toString()));
-            // The lock stays: no second attempt in this process.
             QCOMPARE(manager.update(true).error(), QString("another update is still running"));
         }
-        QVERIFY(launched.isEmpty());
-        QCOMPARE(quits, 0);
+        QCOMPARE(launches + quits, 0);
         QCOMPARE(manager.getStatus()["updateRunning"].toBool(), false);
         QCOMPARE(manager.getStatus()["managedBy"].toString(),
             setup == "deb" ? QString("system package manager") : QString());
@@ -193,16 +170,13 @@ private slots:
         QVERIFY(QFileInfo(root + "/bin/hangar").isExecutable());
     }
 
-    // The whole walk: the installed older manager, headless, finds the newer build in the feed
-    // (beside a newer one on a branch and a less stable one, which its filter rules out), updates
-    // itself on request and comes back as the newer build, on the API, with nothing left behind.
+    // The newer build is found beside a branch build and a less stable one that the filter rules out.
     void updatesItselfOverTheApi()
     {
         QTemporaryDir dir;
         const QString home = dir.path(), root = home + "/opt/hangar";
         QVERIFY(installOlderManager(root).isEmpty());
-        QDir().mkpath(home + "/www");
-        QVERIFY(QFile::copy(newerPackage(), home + "/www/hangar-new.tar.gz"));
+        QVERIFY(FeedBuilder::writeFile(home + "/www/hangar-new.tar.gz", readFile(newerPackage())));
         NginxServer nginx(home + "/www");
         QVERIFY2(nginx.start(), qPrintable(nginx.errorString()));
         const QString url = nginx.url("/hangar-new.tar.gz").toString();
@@ -255,13 +229,10 @@ private slots:
     {
         QTest::addColumn<QString>("setup");
         QTest::addColumn<QString>("error");
-        QTest::newRow("target without our executable")
-            << QString("no-executable") << QString("has no executable bin/hangar");
-        QTest::newRow("target of another application")
-            << QString("other-id") << QString("marker names another application");
-        QTest::newRow("source that is no manager")
-            << QString("bad-source") << QString("is not a Hangar installation");
-        QTest::newRow("target that cannot be renamed") << QString("mounted") << QString("Unable to exchange");
+        for (const auto &row : QList<QStringList> { { "no-executable", "has no executable bin/hangar" },
+                 { "other-id", "marker names another application" },
+                 { "bad-source", "is not a Hangar installation" }, { "mounted", "Unable to exchange" } })
+            QTest::newRow(qPrintable(row[0])) << row[0] << row[1];
     }
     void refusesSwapsThatWouldLoseAnInstallation()
     {
@@ -284,8 +255,7 @@ private slots:
         const Result<void> swapped = InstallationSwap(source, target).run();
         if (setup == "mounted")
             unmount(target);
-        QVERIFY(swapped.isError());
-        QVERIFY2(swapped.error().contains(error), qPrintable(swapped.error()));
+        QVERIFY2(swapped.isError() && swapped.error().contains(error), qPrintable(swapped.error()));
         QCOMPARE(readTextFile(target + "/bin/hangar"), before);
         QCOMPARE(InstallationSwap::leftovers(target), QStringList());
     }
@@ -321,8 +291,7 @@ private slots:
         QCOMPARE(blocker ? blocker->managedBy : QString(), managedBy);
     }
 
-    // The new build is killed after each step of its hand-over: the installed folder always
-    // holds a manager that starts, and the next hand-over completes and tidies up.
+    // Killed after each hand-over step: a manager that starts stays installed; the next one tidies up.
     void survivesAKillAtEachStep_data()
     {
         QTest::addColumn<QString>("step");
@@ -357,9 +326,7 @@ private slots:
         QCOMPARE(InstallationSwap::leftovers(installations.target()), QStringList());
     }
 
-    // While the new build copies itself, the installation's own manager is started again:
-    // it finds the hand-over holding the key, passes its command line on and quits, and the
-    // manager started after the swap runs the new version.
+    // Started during the copy, the installed manager passes its command line to the hand-over.
     void secondInstanceDuringHandOverDoesNotTakeTheKey()
     {
         Installations installations;
@@ -381,8 +348,7 @@ private slots:
         QCOMPARE(versionOf(installations.target(), installations.home()), QString(HANGAR_NEWER_VERSION));
     }
 
-    // A swap that fails (the installation is a mount point and cannot be renamed) leaves the
-    // old build in place and starts it again with "--update-failed".
+    // A mount point cannot be renamed: the old build stays and is started with "--update-failed".
     void failedSwapRestartsTheOldBuild()
     {
         Installations installations;

@@ -4,15 +4,6 @@
 #include "support/HangarProcess.h"
 #include "support/TestData.h"
 
-#include <QCryptographicHash>
-#include <QDir>
-#include <QElapsedTimer>
-#include <QFile>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QProcess>
-#include <QRegularExpression>
-#include <QThread>
 #include <QtTest>
 #include <csignal>
 
@@ -113,9 +104,8 @@ void killAndReap(qint64 pid)
 QJsonObject selfEntry(const QString &version, const QString &url, const QString &packagePath, int quality,
     const QString &branch)
 {
-    QFile file(packagePath);
-    file.open(QIODevice::ReadOnly);
-    const QByteArray digest = QCryptographicHash::hash(file.readAll(), QCryptographicHash::Sha256).toHex();
+    const QByteArray data = readFile(packagePath);
+    const QByteArray digest = QCryptographicHash::hash(data, QCryptographicHash::Sha256).toHex();
     QJsonObject entry { { "id", "Hangar" }, { "name", "Hangar" }, { "version", version },
         { "build", version },
         { "quality",
@@ -123,7 +113,7 @@ QJsonObject selfEntry(const QString &version, const QString &url, const QString 
         { "whats_new", QJsonObject { { "text", "Hangar " + version } } },
         { "package",
             QJsonObject { { "os", "linux" }, { "type", "tar.gz" }, { "url", url }, { "strip_directories", 1 },
-                { "size", double(file.size()) },
+                { "size", double(data.size()) },
                 { "checksums",
                     QJsonArray { QJsonObject { { "alg", "sha-256" }, { "value", QString(digest) } } } } } } };
     if (!branch.isEmpty())
