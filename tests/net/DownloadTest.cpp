@@ -197,6 +197,19 @@ private slots:
                 m_nginx->url("/payload.bin"), m_payload.size() + 10, &beyond, 100, nullptr);
         });
         QVERIFY(past.isError() && beyond.data().isEmpty());
+
+        // Past 2 GiB offsets and ranges stay 64-bit (sparse files: nothing big is sent).
+        const qint64 huge = (qint64(1) << 31) + 4096;
+        QFile served(m_served.filePath("huge.bin")), local(m_out.filePath("huge.part"));
+        QVERIFY(served.open(QIODevice::WriteOnly) && served.resize(huge) && served.seek(huge - 6));
+        QVERIFY(served.write("ending") == 6 && local.open(QIODevice::WriteOnly) && local.resize(huge - 100));
+        served.close();
+        QVERIFY(local.seek(huge - 100));
+        const DownloadResult tail = onWorker(
+            [&] { return m_session->getFromOffset(m_nginx->url("/huge.bin"), huge - 100, &local, 100, nullptr); });
+        QVERIFY2(tail.isSuccessful(), qPrintable(tail.error()));
+        local.close();
+        QVERIFY(local.size() == huge && local.open(QIODevice::ReadOnly) && local.seek(huge - 6) && local.read(6) == "ending");
     }
 
     void sizeOverLimitFailsAndLeavesThePartialFile()
