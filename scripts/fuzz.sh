@@ -11,7 +11,7 @@ shift || true
 targets=("$@")
 if [ ${#targets[@]} -eq 0 ]; then
   targets=(fuzz_feed_cms_xz fuzz_feed_loaders fuzz_version fuzz_recent_projects fuzz_git_config
-    fuzz_api_dispatcher fuzz_http_front)
+    fuzz_api_dispatcher fuzz_http_front fuzz_vm_options)
 fi
 export CCACHE_BASEDIR=${CCACHE_BASEDIR:-$here}
 if [ ! -f "$build/build.ninja" ]; then
