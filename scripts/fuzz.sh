@@ -13,7 +13,7 @@ if [ ${#targets[@]} -eq 0 ]; then
   targets=(fuzz_feed_cms_xz fuzz_feed_loaders fuzz_version fuzz_recent_projects fuzz_git_config
     fuzz_api_dispatcher fuzz_http_front fuzz_vm_options)
 fi
-export CCACHE_BASEDIR=${CCACHE_BASEDIR:-$here}
+export CCACHE_BASEDIR=${CCACHE_BASEDIR:-$here} CCACHE_NOHASHDIR=${CCACHE_NOHASHDIR:-1}
 if [ ! -f "$build/build.ninja" ]; then
   CC=clang CXX=clang++ cmake -S "$here" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DHANGAR_FUZZ=ON -DHANGAR_BUILD_TESTS=OFF -DHANGAR_BUILD_BENCH=OFF >/dev/null

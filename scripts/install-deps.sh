@@ -8,6 +8,7 @@ packages=(
   qtkeychain-qt5-dev libssl-dev openssl liblzma-dev xz-utils libx11-dev
   tar gzip zip unzip curl nginx-light tinyproxy python3 procps strace
   chromium xvfb xauth dbus
+  clang libclang-rt-14-dev
 )
 # Node.js and npm drive the browser tests. A machine may already have a Node.js whose package
 # carries npm itself (and conflicts with Debian's npm): take Debian's only where a command is missing.
