@@ -61,6 +61,15 @@ QJsonObject LocalApplicationsFilter::toJSON() const
     return json;
 }
 
+void LocalApplicationsFilter::skipUpdateInSettings(
+    QJsonObject &settings, const LocalFeedItem &item, const QString &build)
+{
+    const Result<LocalApplicationsFilter> stored = fromSettingsJSON(settings);
+    LocalApplicationsFilter filter = stored ? *stored : fromFeedItem(item);
+    filter.skipUpdate(build);
+    settings = filter.updateFilterSettingsJSON(settings);
+}
+
 QJsonObject LocalApplicationsFilter::updateFilterSettingsJSON(const QJsonObject &settings) const
 {
     QJsonObject updated = settings;

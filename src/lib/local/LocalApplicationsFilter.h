@@ -35,6 +35,9 @@ public:
     QJsonObject toJSON() const;
     // A copy of the settings with toJSON() stored under "filter".
     QJsonObject updateFilterSettingsJSON(const QJsonObject &settings) const;
+    // Adds `build` to the skipped updates of the filter the channel settings hold (the
+    // filter of `item` when they hold none or a broken one).
+    static void skipUpdateInSettings(QJsonObject &settings, const LocalFeedItem &item, const QString &build);
 
     QString applicationType() const;
     Option<ApplicationQuality> quality() const;

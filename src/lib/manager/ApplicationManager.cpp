@@ -376,12 +376,10 @@ void ApplicationManager::skipDefaultUpdateItem(const QJsonObject &request, Done 
             qInfo().noquote() << "Action: Skip update" << update->getItem().getPresentableFullNameAndVersionAndBuild();
             const QString build = update->getItem().getBuild();
             const LocalFeedItem local = entry->getLocalItem();
-            const Result<void> saved = channelSettings->updateSettings(local.getChannel(), [&](QJsonObject &settings) {
-                const Result<LocalApplicationsFilter> stored = LocalApplicationsFilter::fromSettingsJSON(settings);
-                LocalApplicationsFilter filter = stored ? *stored : LocalApplicationsFilter::fromFeedItem(local);
-                filter.skipUpdate(build);
-                settings = filter.updateFilterSettingsJSON(settings);
-            });
+            const Result<void> saved
+                = channelSettings->updateSettings(local.getChannel(), [&](QJsonObject &settings) {
+                      LocalApplicationsFilter::skipUpdateInSettings(settings, local, build);
+                  });
             if (!saved) {
                 qWarning().noquote() << "Failed to write channel settings" << saved.error();
                 return saved;

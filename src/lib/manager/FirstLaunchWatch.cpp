@@ -23,18 +23,21 @@ void FirstLaunchWatch::markUpdated(
                              << saved.error();
 }
 
-Option<QJsonObject> FirstLaunchWatch::takePending(ChannelSettings *settings, const LocalFeedItem &launched)
+Option<QJsonObject> FirstLaunchWatch::takePending(
+    ChannelSettings *settings, const LocalFeedItem &launched, const QJsonObject &modelSettings)
 {
-    if (!settings)
+    const auto names = [&launched](const QJsonObject &stored) {
+        return stored.value(PendingKey).toObject().value(QLatin1String("build")).toString()
+            == launched.getBuild();
+    };
+    // The model's copy answers for the ordinary launch; the file is read only to take the mark.
+    if (!settings || !names(modelSettings))
         return None;
-    const Result<QJsonObject> stored = settings->loadChannelSettings(launched.getChannel());
-    if (!stored)
-        return None;
-    const QJsonObject pending = stored->value(PendingKey).toObject();
-    if (pending.value(QLatin1String("build")).toString() != launched.getBuild())
-        return None;
-    const Result<void> saved = settings->updateSettings(
-        launched.getChannel(), [](QJsonObject &current) { current.remove(PendingKey); });
+    Option<QJsonObject> pending;
+    const Result<void> saved = settings->updateSettings(launched.getChannel(), [&](QJsonObject &current) {
+        if (names(current))
+            pending = current.take(PendingKey).toObject();
+    });
     if (!saved) {
         // Watching a launch whose mark stays would watch the next one too: better not at all.
         qWarning().noquote() << "Failed to take the first-launch mark of" << launched.toDebugString()
@@ -55,9 +58,6 @@ Result<void> FirstLaunchWatch::recordFailure(
                 { QStringLiteral("previous_build"),
                     pending.value(QLatin1String("previous_build")).toString() },
                 { QStringLiteral("exit_code"), exitCode } });
-        const Result<LocalApplicationsFilter> filter = LocalApplicationsFilter::fromSettingsJSON(stored);
-        LocalApplicationsFilter skipping = filter ? *filter : LocalApplicationsFilter::fromFeedItem(failed);
-        skipping.skipUpdate(failed.getBuild());
-        stored = skipping.updateFilterSettingsJSON(stored);
+        LocalApplicationsFilter::skipUpdateInSettings(stored, failed, failed.getBuild());
     });
 }

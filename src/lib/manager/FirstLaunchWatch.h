@@ -28,8 +28,10 @@ public:
     // the update itself has succeeded.
     static void markUpdated(
         ChannelSettings *settings, const LocalFeedItem &updated, const QString &previousBuild);
-    // The mark, taken off the channel, when `launched` is the build it names: this launch is the first.
-    static Option<QJsonObject> takePending(ChannelSettings *settings, const LocalFeedItem &launched);
+    // The mark, taken off the channel, when `launched` is the build it names: this launch is the
+    // first. `modelSettings`: the channel settings as the model holds them.
+    static Option<QJsonObject> takePending(
+        ChannelSettings *settings, const LocalFeedItem &launched, const QJsonObject &modelSettings);
     // Records the failed build and skips it.
     static Result<void> recordFailure(
         ChannelSettings *settings, const LocalFeedItem &failed, const QJsonObject &pending, int exitCode);

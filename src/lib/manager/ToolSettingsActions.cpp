@@ -165,7 +165,7 @@ Result<void> ToolSettingsActions::activate(const ApplicationManagerModel &model,
     ApplicationLauncher::Watch watch;
     if (m_services.firstLaunchFailed) {
         if (const Option<QJsonObject> pending
-            = FirstLaunchWatch::takePending(m_services.channelSettings, local)) {
+            = FirstLaunchWatch::takePending(m_services.channelSettings, local, entry->getSettings())) {
             watch.seconds = FirstLaunchWatch::WatchSeconds;
             watch.onExit = [report = m_services.firstLaunchFailed, local, pending = *pending](int exitCode) {
                 if (exitCode != 0)
